@@ -1,0 +1,27 @@
+#ifndef FABRIC_EVENT_H
+#define FABRIC_EVENT_H
+
+#include <fabric/Export.h>
+#include <fabric/MsgMeta.h>
+
+namespace fabric {
+
+/// What every message has: its identity, its sender and its ids.
+class FABRIC_API Event
+{
+public:
+    /// Copies identity and sender; the ids are zero until the middleware sets them.
+    Event(const MsgMeta& identity, const EndpointId& from);
+    virtual ~Event();
+
+    Event(const Event&) = delete;
+    Event& operator=(const Event&) = delete;
+
+    MsgMeta meta;
+    EndpointId sender;
+    MsgIds ids;
+};
+
+} // namespace fabric
+
+#endif

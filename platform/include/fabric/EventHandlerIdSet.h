@@ -1,0 +1,38 @@
+#ifndef FABRIC_EVENT_HANDLER_ID_SET_H
+#define FABRIC_EVENT_HANDLER_ID_SET_H
+
+#include <vector>
+
+#include <fabric/AbstractComponent.h>
+#include <fabric/Export.h>
+
+namespace fabric {
+
+/// Ids of registered handlers, unregistered together. Not for use by two threads at a time.
+class FABRIC_API EventHandlerIdSet
+{
+public:
+    /// `owner` outlives the set.
+    explicit EventHandlerIdSet(AbstractComponent& owner);
+    /// Leaves no registration behind.
+    ~EventHandlerIdSet();
+
+    EventHandlerIdSet(const EventHandlerIdSet&) = delete;
+    EventHandlerIdSet& operator=(const EventHandlerIdSet&) = delete;
+
+    /// Records a handler of the component or of its application.
+    void addHandler(int handlerId);
+
+    /// Unregisters every recorded handler and empties the set. When it has returned, none of them
+    /// is running or will run; called inside one of them it returns at once and nothing further is
+    /// delivered.
+    void reset();
+
+private:
+    AbstractComponent& component;
+    std::vector<int> handlerIds;
+};
+
+} // namespace fabric
+
+#endif

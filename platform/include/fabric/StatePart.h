@@ -1,0 +1,43 @@
+#ifndef FABRIC_STATE_PART_H
+#define FABRIC_STATE_PART_H
+
+#include <pthread.h>
+
+#include <fabric/Export.h>
+
+namespace fabric {
+
+/// The state of one application: what its parts share.
+class FABRIC_API StateHolder
+{
+public:
+    StateHolder();
+    ~StateHolder();
+
+    StateHolder(const StateHolder&) = delete;
+    StateHolder& operator=(const StateHolder&) = delete;
+
+    pthread_mutex_t mutex;
+};
+
+/// A part of an application's state.
+class FABRIC_API StatePart
+{
+public:
+    explicit StatePart(StateHolder& holder);
+    virtual ~StatePart();
+
+    StatePart(const StatePart&) = delete;
+    StatePart& operator=(const StatePart&) = delete;
+
+protected:
+    /// The holder's mutex, shared by all parts; not recursive.
+    pthread_mutex_t* stateMutex() const { return &stateHolder.mutex; }
+
+private:
+    StateHolder& stateHolder;
+};
+
+} // namespace fabric
+
+#endif
