@@ -1,0 +1,35 @@
+#ifndef CHRONAL_REFERENCE_TIME_ID_H
+#define CHRONAL_REFERENCE_TIME_ID_H
+
+#include <cstdint>
+
+namespace chronal {
+
+/// The sources of a reference time. The underlying type is fixed, so any word that arrives in a
+/// message is a valid value of the type, also one that has no name here.
+enum referenceTimeId_enum : std::int32_t
+{
+    referenceTimeInvalid = 0,  ///< no valid source
+    referenceTimeRtc = 1,      ///< real-time clock
+    referenceTimeNtp = 2,      ///< NTP
+    referenceTimeDvb = 3,      ///< DVB broadcast time
+    referenceTimeTeletext = 4, ///< teletext time
+    referenceTimeAtsc = 5      ///< ATSC broadcast time
+};
+
+/// A reference-time source as commands and callbacks pass it: one 32-bit word, interchangeable
+/// with the enumeration.
+struct ReferenceTimeId
+{
+    constexpr ReferenceTimeId() : id(referenceTimeInvalid) {}
+    constexpr ReferenceTimeId(referenceTimeId_enum source) : id(source) {}
+    constexpr operator const referenceTimeId_enum&() const { return id; }
+
+    referenceTimeId_enum id;
+};
+
+static_assert(sizeof(ReferenceTimeId) == 4, "one word");
+
+} // namespace chronal
+
+#endif

@@ -1,0 +1,616 @@
+#include <chronal/UserAdapter.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <limits>
+#include <new>
+
+#include <boost/shared_ptr.hpp>
+
+#include <chronal/MessageRecords.h>
+#include <nub/Debug.h>
+#include <nub/Endian.h>
+
+#include "api-chronal-endian-tables.h"
+#include "api-chronal-service-identifiers.h"
+
+namespace chronal {
+
+using namespace detail;
+
+namespace {
+
+/// The file that debug lines name.
+constexpr char sourceName[] = "api-chronal-service-adapter";
+
+/// Whether lines of a debug code are wanted, and what the platform needs to know to write one.
+class DebugCheck
+{
+public:
+    explicit DebugCheck(DebugCode code)
+        : chunk{code, 0, 0}, enabled(nubDebugCheckLevelGetFabricAndChunk(&chunk) != 0)
+    {
+    }
+
+    explicit operator bool() const { return enabled; }
+    const nubDebugChunk_t* line() const { return &chunk; }
+
+private:
+    nubDebugChunk_t chunk;
+    bool enabled;
+};
+
+/// The place of a command in this file, for its debug lines: where the object is made, or where a
+/// function is called that has one as its default argument.
+struct CallSite
+{
+    explicit CallSite(const char* caller = __builtin_FUNCTION(), int statement = __builtin_LINE())
+        : function(caller), line(statement)
+    {
+    }
+
+    const char* function;
+    int line;
+};
+
+/// The part of a command's identity that is its own.
+struct CommandId
+{
+    ResourceId resource;
+    OperationId operation;
+};
+
+/// Fills a payload record from the arguments of a command; may throw.
+using FillRecord = void (*)(void* record, const void* arguments);
+
+constexpr std::int32_t truth(bool value)
+{
+    return value ? 1 : 0;
+}
+
+/// Replaces both fields by their two's-complement negation, each on its own.
+void negate(nubOsalTime_struct& time)
+{
+    time.seconds = static_cast<std::int64_t>(-static_cast<std::uint64_t>(time.seconds));
+    time.microseconds = static_cast<std::int32_t>(-static_cast<std::uint32_t>(time.microseconds));
+}
+
+/// Gives the message a copy of the text. The record is unchanged if that fails.
+void fill(nubDeserString_t& field, const std::string& text)
+{
+    if (text.size() > std::numeric_limits<std::uint32_t>::max())
+        throw std::bad_alloc();
+    char* const chars = static_cast<char*>(std::malloc(text.size() + 1));
+    if (!chars)
+        throw std::bad_alloc();
+    std::memcpy(chars, text.c_str(), text.size() + 1);
+    field.length = static_cast<std::uint32_t>(text.size());
+    field.chars = chars;
+}
+
+/// What setting a source's UTC and its local time have in common. The sign has no field of its own.
+void fillRefTime(chronalMsgCmdRefTimeData_t& record, const nubOsalTime_struct& time1,
+                 const nubOsalTime_struct& time2, const ReferenceTimeId& refTimeId, int value,
+                 bool negated)
+{
+    record.refTimeId = refTimeId.id;
+    record.time1 = time1;
+    if (negated)
+        negate(record.time1);
+    record.value = value;
+    record.time2 = time2;
+}
+
+} // namespace
+
+// ------------------------------------------------------------------------------- the road out ---
+
+namespace detail {
+
+/// What all commands have in common: the road of one message from its arguments to the middleware.
+class CommandSender
+{
+public:
+    /// Sends a command whose record `fillRecord` fills. It is called once, with the zero-filled
+    /// record, or not at all.
+    template <typename Record, typename Fill>
+    static void send(UserAdapter& adapter, fabric::MsgIds& ids, CommandId command,
+                     const Fill& fillRecord, const CallSite& site = CallSite())
+    {
+        send(
+            adapter, ids, command, endianTableOf<Record>(), site,
+            [](void* record, const void* arguments) {
+                (*static_cast<const Fill*>(arguments))(*static_cast<Record*>(record));
+            },
+            &fillRecord);
+    }
+
+    /// Sends a command whose record stays all zero.
+    template <typename Record>
+    static void sendEmpty(UserAdapter& adapter, fabric::MsgIds& ids, CommandId command,
+                          const CallSite& site = CallSite())
+    {
+        send<Record>(
+            adapter, ids, command, [](Record&) {}, site);
+    }
+
+    /// Sends a command that names a source and nothing else.
+    static void sendSource(UserAdapter& adapter, fabric::MsgIds& ids, CommandId command,
+                           const ReferenceTimeId& refTimeId, const CallSite& site = CallSite())
+    {
+        send<chronalMsgCmdRefTimeId_t>(
+            adapter, ids, command,
+            [&](chronalMsgCmdRefTimeId_t& record) { record.refTimeId = refTimeId.id; }, site);
+    }
+
+private:
+    // One body for all commands: what differs between them comes in as arguments, so that it is in
+    // the binary once.
+    static void send(UserAdapter& adapter, fabric::MsgIds& ids, CommandId command,
+                     const nubEndianTable_t& table, const CallSite& site, FillRecord fillRecord,
+                     const void* arguments);
+};
+
+void CommandSender::send(UserAdapter& adapter, fabric::MsgIds& ids, CommandId command,
+                         const nubEndianTable_t& table, const CallSite& site, FillRecord fillRecord,
+                         const void* arguments)
+{
+    if (!adapter.serviceInterface) {
+        if (DebugCheck debug{debugCommandTrouble})
+            nubDebugOutput0(debug.line(),
+                            "%s:%d:%s(): Unable to send command, not yet connected.\n", sourceName,
+                            site.line, site.function);
+        return;
+    }
+
+    const boost::shared_ptr<fabric::SerializableMessageData> data =
+        fabric::SerializableMessageData::create(table.size, table);
+    fillRecord(data->payload, arguments);
+
+    const fabric::MsgMeta identity = {adapter.serviceInterface->getServiceId(), command.resource,
+                                      command.operation, kindCommand};
+    const fabric::EndpointId sender = {-1, adapter.component.componentId};
+    // The event is the middleware's from the call on, whatever comes of it.
+    const int result = adapter.application.sendEvent(
+        ids, 0, new fabric::SerializableMessageEvent(identity, sender, data));
+    if (result < 0) {
+        if (DebugCheck debug{debugCommandTrouble})
+            nubDebugOutput0(debug.line(), "%s:%d:%s(): Error sending message event: %d.\n",
+                            sourceName, site.line, site.function, result);
+    }
+}
+
+} // namespace detail
+
+void UserAdapter::cmdRefTimeSet(fabric::MsgIds& ids, const nubOsalTime_struct& time1,
+                                const nubOsalTime_struct& time2, const ReferenceTimeId& refTimeId,
+                                int value, bool negate)
+{
+    const CallSite site;
+    CommandSender::send<chronalMsgCmdRefTimeData_t>(
+        *this, ids, {resourceRefTime, operationSet},
+        [&](chronalMsgCmdRefTimeData_t& record) {
+            fillRefTime(record, time1, time2, refTimeId, value, negate);
+            if (DebugCheck debug{debugCommand})
+                nubDebugOutput0(debug.line(), "%s:%d:%s(): Current UTC Time is %lld.\n", sourceName,
+                                site.line, site.function, static_cast<long long>(time1.seconds));
+        },
+        site);
+}
+
+void UserAdapter::cmdRefLocalTimeSet(fabric::MsgIds& ids, const nubOsalTime_struct& time1,
+                                     const nubOsalTime_struct& time2,
+                                     const ReferenceTimeId& refTimeId, int value, bool negate)
+{
+    const CallSite site;
+    CommandSender::send<chronalMsgCmdRefTimeData_t>(
+        *this, ids, {resourceRefLocalTime, operationSet},
+        [&](chronalMsgCmdRefTimeData_t& record) {
+            fillRefTime(record, time1, time2, refTimeId, value, negate);
+            if (DebugCheck debug{debugCommand})
+                nubDebugOutput0(debug.line(), "%s:%d:%s(): Current Local Time is %lld.\n",
+                                sourceName, site.line, site.function,
+                                static_cast<long long>(time1.seconds));
+        },
+        site);
+}
+
+void UserAdapter::cmdRefTimeFetch(fabric::MsgIds& ids, const ReferenceTimeId& refTimeId)
+{
+    CommandSender::sendSource(*this, ids, {resourceRefTime, operationFetch}, refTimeId);
+}
+
+void UserAdapter::cmdNextTimeDeviationChangeSet(fabric::MsgIds& ids,
+                                                const nubOsalTime_struct& time1,
+                                                const nubOsalTime_struct& time2,
+                                                const ReferenceTimeId& refTimeId)
+{
+    CommandSender::send<chronalMsgCmdRefTimeData_t>(*this, ids, {resourceDeviation, operationSet},
+                                                    [&](chronalMsgCmdRefTimeData_t& record) {
+                                                        record.refTimeId = refTimeId.id;
+                                                        record.time1 = time1;
+                                                        record.time2 = time2;
+                                                    });
+}
+
+void UserAdapter::cmdSendDaylightsavingInfo(fabric::MsgIds& ids, const nubOsalTime_struct& time1,
+                                            const nubOsalTime_struct& time2,
+                                            const nubOsalTime_struct& time3,
+                                            const nubOsalTime_struct& time4,
+                                            const ReferenceTimeId& refTimeId)
+{
+    CommandSender::send<chronalMsgCmdRefTimeData_t>(*this, ids,
+                                                    {resourceDaylightSavingInfo, operationSet},
+                                                    [&](chronalMsgCmdRefTimeData_t& record) {
+                                                        record.refTimeId = refTimeId.id;
+                                                        record.time1 = time1;
+                                                        record.time2 = time2;
+                                                        record.time3 = time3;
+                                                        record.time4 = time4;
+                                                    });
+}
+
+void UserAdapter::cmdNextTimeDeviationChangeFetch(fabric::MsgIds& ids,
+                                                  const ReferenceTimeId& refTimeId)
+{
+    CommandSender::sendSource(*this, ids, {resourceDeviation, operationFetch}, refTimeId);
+}
+
+void UserAdapter::cmdRefTimeSubscribe(fabric::MsgIds& ids, const ReferenceTimeId& refTimeId)
+{
+    CommandSender::sendSource(*this, ids, {resourceRefTime, operationSubscribe}, refTimeId);
+}
+
+void UserAdapter::cmdRefTimeUnsubscribe(fabric::MsgIds& ids, const ReferenceTimeId& refTimeId)
+{
+    CommandSender::sendSource(*this, ids, {resourceRefTime, operationUnsubscribe}, refTimeId);
+}
+
+void UserAdapter::cmdRefTimeLock(fabric::MsgIds& ids, const ReferenceTimeId& refTimeId)
+{
+    CommandSender::sendSource(*this, ids, {resourceRefTime, operationLock}, refTimeId);
+}
+
+void UserAdapter::cmdRefTimeUnlock(fabric::MsgIds& ids, const ReferenceTimeId& refTimeId)
+{
+    CommandSender::sendSource(*this, ids, {resourceRefTime, operationUnlock}, refTimeId);
+}
+
+void UserAdapter::cmdRefTimeAt(fabric::MsgIds& ids, const nubOsalTime_struct& time1,
+                               const ReferenceTimeId& refTimeId)
+{
+    CommandSender::send<chronalMsgCmdRefTimeData_t>(*this, ids, {resourceRefTime, operationAt},
+                                                    [&](chronalMsgCmdRefTimeData_t& record) {
+                                                        record.refTimeId = refTimeId.id;
+                                                        record.time1 = time1;
+                                                    });
+}
+
+void UserAdapter::cmdLocaltimeAt(fabric::MsgIds& ids, const nubOsalTime_struct& time)
+{
+    CommandSender::send<chronalMsgCmdTimeAtData_t>(*this, ids, {resourceDeviation, operationAt},
+                                                   [&](chronalMsgCmdTimeAtData_t& record) {
+                                                       record.time = time;
+                                                       record.isUtc = truth(false);
+                                                   });
+}
+
+void UserAdapter::cmdUTCTimeAt(fabric::MsgIds& ids, const nubOsalTime_struct& time)
+{
+    CommandSender::send<chronalMsgCmdTimeAtData_t>(*this, ids, {resourceDeviation, operationAt},
+                                                   [&](chronalMsgCmdTimeAtData_t& record) {
+                                                       record.time = time;
+                                                       record.isUtc = truth(true);
+                                                   });
+}
+
+void UserAdapter::cmdDateTimeSettingsSet(fabric::MsgIds& ids, const nubOsalTime_struct& time1,
+                                         const nubOsalTime_struct& time2,
+                                         const nubOsalTime_struct& time3,
+                                         const nubOsalTime_struct& time4, const int& value,
+                                         const std::string& text)
+{
+    CommandSender::send<chronalMsgDateTime_t>(*this, ids, {resourceDateTimeSettings, operationSet},
+                                              [&](chronalMsgDateTime_t& record) {
+                                                  record.time1 = time1;
+                                                  record.time2 = time2;
+                                                  record.time3 = time3;
+                                                  record.time4 = time4;
+                                                  record.value = value;
+                                                  fill(record.text, text);
+                                                  record.flag1 = -1;
+                                                  record.flag2 = -1;
+                                              });
+}
+
+void UserAdapter::cmdTimezoneSyncEnableSet(fabric::MsgIds& ids, const int& timezoneSyncEnable)
+{
+    const CallSite site;
+    CommandSender::send<chronalMsgDateTime_t>(
+        *this, ids, {resourceTimezoneSync, operationSet},
+        [&](chronalMsgDateTime_t& record) {
+            record.timezoneSyncEnable = timezoneSyncEnable;
+            if (DebugCheck debug{debugCommand})
+                nubDebugOutput0(debug.line(), "%s:%d:%s(): User set timezone sync enable = %d.\n",
+                                sourceName, site.line, site.function, timezoneSyncEnable);
+        },
+        site);
+}
+
+void UserAdapter::cmdDateTimeNtpSet(fabric::MsgIds& ids, const std::string& text, const bool& flag)
+{
+    CommandSender::send<chronalMsgNtpData_t>(*this, ids, {resourceNtp, operationSet},
+                                             [&](chronalMsgNtpData_t& record) {
+                                                 fill(record.text, text);
+                                                 record.flag = truth(flag);
+                                             });
+}
+
+void UserAdapter::cmdDateTimeNtpStart(fabric::MsgIds& ids)
+{
+    CommandSender::sendEmpty<chronalCmdDummy_t>(*this, ids, {resourceNtp, operationStart});
+}
+
+void UserAdapter::cmdDateTimeAutoTimeSet(fabric::MsgIds& ids, const bool& autoTime)
+{
+    CommandSender::send<chronalMsgAutoTime_t>(
+        *this, ids, {resourceAutoTime, operationSet},
+        [&](chronalMsgAutoTime_t& record) { record.autoTime = truth(autoTime); });
+}
+
+void UserAdapter::cmdDateTimeSettingsFetch(fabric::MsgIds& ids)
+{
+    CommandSender::sendEmpty<chronalMsgReplyResult_t>(*this, ids,
+                                                      {resourceDateTimeSettings, operationFetch});
+}
+
+void UserAdapter::cmdTimezoneSet(fabric::MsgIds& ids, const std::string& timezone)
+{
+    CommandSender::send<chronalMsgTimezone_t>(
+        *this, ids, {resourceTimezone, operationSet},
+        [&](chronalMsgTimezone_t& record) { fill(record.timezone, timezone); });
+}
+
+void UserAdapter::cmdTimezoneFetch(fabric::MsgIds& ids)
+{
+    CommandSender::sendEmpty<chronalMsgReplyResult_t>(*this, ids,
+                                                      {resourceTimezone, operationFetch});
+}
+
+void UserAdapter::cmdTimeInit(fabric::MsgIds& ids)
+{
+    CommandSender::sendEmpty<chronalMsgAutoTime_t>(*this, ids, {resourceTimeInit, operationInit});
+}
+
+// -------------------------------------------------------------------------------- the road in ---
+
+namespace {
+
+/// A field of a received record as the callback gets it: a copy of its own.
+template <typename Value>
+Value decode(const Value& field)
+{
+    return field;
+}
+
+std::string decode(const nubDeserString_t& field)
+{
+    return field.chars ? std::string(field.chars, field.length) : std::string();
+}
+
+/// The adapter's own virtual table, under the name that the C++ ABI gives it.
+extern "C" CHRONAL_API const void* const adapterTable[] __asm__("_ZTVN7chronal11UserAdapterE");
+
+/// Whether the application has a body of its own for `callback`: whether the object's virtual table
+/// differs from the adapter's in that entry. An application built with hidden inline functions has
+/// its own copies of the defaults; there one may be taken for an override and called, in vain.
+template <auto callback>
+bool isOverridden(const UserAdapter& adapter)
+{
+    // A pointer to a virtual member function starts with the offset of its entry, which the ABI of
+    // some targets marks in the lowest bit. A table starts two words before its first entry.
+    const auto method = callback;
+    std::uintptr_t offset;
+    std::memcpy(&offset, &method, sizeof(offset));
+    const std::size_t entry = (offset & ~std::uintptr_t(1)) / sizeof(void*);
+
+    const void* const* table;
+    std::memcpy(&table, static_cast<const void*>(&adapter), sizeof(table));
+    return table[entry] != adapterTable[2 + entry];
+}
+
+template <auto callback, typename... Arguments>
+void callIfOverridden(UserAdapter& adapter, const fabric::MsgIds& ids,
+                      const Arguments&... arguments)
+{
+    if (isOverridden<callback>(adapter))
+        (adapter.*callback)(ids, arguments...);
+}
+
+/// What all receivers have in common: holds the payload, decodes the fields in the order of the
+/// callback's parameters and calls it.
+template <auto callback, typename Record, typename... Fields>
+int deliver(UserAdapter& adapter, const fabric::SerializableMessageEvent& event,
+            Fields Record::*... fields)
+{
+    const boost::shared_ptr<fabric::SerializableMessageData> hold = event.data;
+    if (hold && hold->payload) {
+        const Record& record = *static_cast<const Record*>(hold->payload);
+        callIfOverridden<callback>(adapter, event.ids, decode(record.*fields)...);
+    }
+    return 0;
+}
+
+} // namespace
+
+int UserAdapter::callReplyResult(const fabric::SerializableMessageEvent& event)
+{
+    return deliver<&UserAdapter::onReplyResult>(*this, event, &chronalMsgReplyResult_t::result);
+}
+
+int UserAdapter::callReplyTimeRefInfo(const fabric::SerializableMessageEvent& event)
+{
+    return deliver<&UserAdapter::onReplyTimeRefInfo>(
+        *this, event, &chronalMsgReplyTime_t::utcDeviation, &chronalMsgReplyTime_t::utcTime,
+        &chronalMsgReplyTime_t::localTime, &chronalMsgReplyTime_t::refTimeId,
+        &chronalMsgReplyTime_t::flag, &chronalMsgReplyTime_t::value);
+}
+
+int UserAdapter::callReplyTimeRefAt(const fabric::SerializableMessageEvent& event)
+{
+    return deliver<&UserAdapter::onReplyTimeRefAt>(*this, event, &chronalMsgReplyTime_t::utcTime,
+                                                   &chronalMsgReplyTime_t::localTime,
+                                                   &chronalMsgReplyTime_t::refTimeId);
+}
+
+int UserAdapter::callReplyTimeAt(const fabric::SerializableMessageEvent& event)
+{
+    return deliver<&UserAdapter::onReplyTimeAt>(*this, event, &chronalMsgReplyTime_t::utcTime,
+                                                &chronalMsgReplyTime_t::localTime);
+}
+
+int UserAdapter::callReplyUtcDeviationInfo(const fabric::SerializableMessageEvent& event)
+{
+    return deliver<&UserAdapter::onReplyUtcDeviationInfo>(
+        *this, event, &chronalMsgReplyTime_t::utcDeviation, &chronalMsgReplyTime_t::utcTime,
+        &chronalMsgReplyTime_t::localTime, &chronalMsgReplyTime_t::refTimeId);
+}
+
+int UserAdapter::callReplyDateTimeSettingsInfo(const fabric::SerializableMessageEvent& event)
+{
+    return deliver<&UserAdapter::onReplyDateTimeSettingsInfo>(
+        *this, event, &chronalMsgDateTime_t::time0, &chronalMsgDateTime_t::time1,
+        &chronalMsgDateTime_t::time2, &chronalMsgDateTime_t::time3, &chronalMsgDateTime_t::time4,
+        &chronalMsgDateTime_t::value, &chronalMsgDateTime_t::text, &chronalMsgDateTime_t::flag1,
+        &chronalMsgDateTime_t::flag2, &chronalMsgDateTime_t::timezoneSyncEnable);
+}
+
+int UserAdapter::callReplyTimezoneInfo(const fabric::SerializableMessageEvent& event)
+{
+    return deliver<&UserAdapter::onReplyTimezoneInfo>(*this, event, &chronalMsgTimezone_t::timezone,
+                                                      &chronalMsgTimezone_t::time);
+}
+
+int UserAdapter::callNotifyCurrentTime(const fabric::SerializableMessageEvent& event)
+{
+    return deliver<&UserAdapter::onNotifyCurrentTime>(
+        *this, event, &chronalMsgReplyTime_t::utcDeviation, &chronalMsgReplyTime_t::utcTime,
+        &chronalMsgReplyTime_t::localTime, &chronalMsgReplyTime_t::flag,
+        &chronalMsgReplyTime_t::value);
+}
+
+int UserAdapter::callNotifyDeviationChange(const fabric::SerializableMessageEvent& event)
+{
+    tzset(); // whether or not anybody listens: the process's own idea of local time has to follow
+    return deliver<&UserAdapter::onNotifyDeviationChange>(
+        *this, event, &chronalMsgReplyTime_t::utcDeviation, &chronalMsgReplyTime_t::utcTime,
+        &chronalMsgReplyTime_t::localTime);
+}
+
+int UserAdapter::callNotifyTimezoneChange(const fabric::SerializableMessageEvent& event)
+{
+    tzset(); // as above
+    return deliver<&UserAdapter::onNotifyTimezoneChange>(
+        *this, event, &chronalMsgTimezone_t::timezone, &chronalMsgTimezone_t::time);
+}
+
+int UserAdapter::callNotifyDtvTimeChange(const fabric::SerializableMessageEvent& event)
+{
+    return deliver<&UserAdapter::onNotifyDtvTimeChange>(*this, event,
+                                                        &chronalMsgDtvTime_t::dtvTime);
+}
+
+int UserAdapter::callNotifyDSTChange(const fabric::SerializableMessageEvent& event)
+{
+    return deliver<&UserAdapter::onNotifyDSTChange>(*this, event, &chronalMsgDST_t::dst);
+}
+
+// ----------------------------------------------------------------- the adapter and connection ---
+
+namespace {
+
+/// One message that the adapter receives.
+struct Registration
+{
+    int (UserAdapter::*receiver)(const fabric::SerializableMessageEvent&);
+    ResourceId resource;
+    OperationId operation;
+    MessageKind kind; ///< replies are registered on the component, notifications on the application
+};
+
+constexpr Registration registrations[] = {
+    {&UserAdapter::callReplyTimeRefInfo, resourceRefTime, operationInfo, kindReply},
+    {&UserAdapter::callReplyTimeRefAt, resourceRefTime, operationAt, kindReply},
+    {&UserAdapter::callReplyTimeAt, resourceDeviation, operationAt, kindReply},
+    {&UserAdapter::callReplyUtcDeviationInfo, resourceDeviation, operationInfo, kindReply},
+    {&UserAdapter::callReplyResult, resourceResult, operationInfo, kindReply},
+    {&UserAdapter::callReplyDateTimeSettingsInfo, resourceDateTimeSettings, operationInfo,
+     kindReply},
+    {&UserAdapter::callReplyTimezoneInfo, resourceTimezone, operationInfo, kindReply},
+    {&UserAdapter::callNotifyCurrentTime, resourceCurrentTime, operationInfo, kindNotification},
+    {&UserAdapter::callNotifyDeviationChange, resourceDeviation, operationInfo, kindNotification},
+    {&UserAdapter::callNotifyTimezoneChange, resourceTimezone, operationInfo, kindNotification},
+    {&UserAdapter::callNotifyDtvTimeChange, resourceDtvTime, operationInfo, kindNotification},
+    {&UserAdapter::callNotifyDSTChange, resourceDst, operationInfo, kindNotification},
+};
+
+} // namespace
+
+UserAdapter::UserAdapter(fabric::AbstractApplication& app, fabric::AbstractComponent& comp)
+    : fabric::StatePart(app.stateHolder),
+      handlerIds(comp),
+      application(app),
+      component(comp),
+      serviceInterface(nullptr)
+{
+}
+
+UserAdapter::~UserAdapter() = default;
+
+void UserAdapter::setServiceInterface(fabric::ServiceInterface* service)
+{
+    const ltGuard guard(stateMutex());
+    if (serviceInterface) {
+        if (DebugCheck debug{debugConnectionTrouble})
+            nubDebugOutput0(debug.line(), "%s:%d:%s(): Interface pointer already setup.\n",
+                            sourceName, __LINE__, __func__);
+        return;
+    }
+    serviceInterface = service;
+}
+
+void UserAdapter::onServiceConnectionFailed(int reason)
+{
+    if (DebugCheck debug{debugConnectionTrouble})
+        nubDebugOutput0(debug.line(), "%s:%d:%s(): Called: Reason is %d.\n", sourceName, __LINE__,
+                        __func__, reason);
+}
+
+void UserAdapter::onServiceDisconnected(int reason)
+{
+    if (DebugCheck debug{debugConnectionTrouble})
+        nubDebugOutput0(debug.line(), "%s:%d:%s(): Called: Reason is %d.\n", sourceName, __LINE__,
+                        __func__, reason);
+    handlerIds.reset();
+}
+
+void UserAdapter::onServiceConnected()
+{
+    if (DebugCheck debug{debugConnection})
+        nubDebugOutput0(debug.line(), "%s:%d:%s(): Called.\n", sourceName, __LINE__, __func__);
+    // Without the interface there is no service id to register under.
+    if (!serviceInterface)
+        return;
+    for (const Registration& row : registrations) {
+        const fabric::MsgMeta key = {serviceInterface->getServiceId(), row.resource, row.operation,
+                                     row.kind};
+        const fabric::EventHandler handler(this, row.receiver);
+        handlerIds.addHandler(row.kind == kindReply ? component.addEventHandler(key, 0, handler)
+                                                    : application.addEventHandler(key, 0, handler));
+    }
+}
+
+} // namespace chronal
