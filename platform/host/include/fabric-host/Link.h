@@ -1,0 +1,54 @@
+#ifndef FABRIC_HOST_LINK_H
+#define FABRIC_HOST_LINK_H
+
+#include <cstdint>
+#include <vector>
+
+#include <fabric/Export.h>
+
+namespace fabric {
+namespace host {
+
+/// One encoded message, header included (see Frame.h).
+typedef std::vector<std::uint8_t> FrameBytes;
+
+/// What a link tells the session that uses it. The calls may come on any thread, one at a time,
+/// in order; they neither block nor call back into the link.
+class LinkListener
+{
+public:
+    virtual void linkUp() = 0;
+    /// Could not be opened: `error` is a positive error number. The link may try again on its own.
+    virtual void linkFailed(int error) = 0;
+    /// Was up and is no more; `reason` is 0 for an orderly close, else an error number.
+    virtual void linkDown(int reason) = 0;
+    /// False when the listener's queue is full: the link is to go down with ENOBUFS.
+    virtual bool frameReceived(FrameBytes frame) = 0;
+
+protected:
+    ~LinkListener() {}
+};
+
+/// The application's end of a connection to a service: carries whole frames, knows nothing of what
+/// is in them. This is the seam between the session and a transport.
+class FABRIC_API Link
+{
+public:
+    virtual ~Link();
+
+    /// Starts connecting; the outcome is reported to `listener`, which outlives the link or the
+    /// return of close().
+    virtual void open(LinkListener& listener) = 0;
+
+    /// Goes down without a report. When it has returned, the listener is not called any more.
+    virtual void close() = 0;
+
+    /// Queues a frame for the service: 0, or a negative error number (-ENOTCONN, -EAGAIN when the
+    /// queue is full). Never blocks. Any thread.
+    virtual int send(FrameBytes frame) = 0;
+};
+
+} // namespace host
+} // namespace fabric
+
+#endif

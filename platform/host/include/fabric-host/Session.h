@@ -1,0 +1,107 @@
+#ifndef FABRIC_HOST_SESSION_H
+#define FABRIC_HOST_SESSION_H
+
+#include <cstdint>
+#include <memory>
+
+#include <fabric/AbstractApplication.h>
+#include <fabric/AbstractComponent.h>
+#include <fabric/ClientInterface.h>
+#include <fabric/Export.h>
+#include <fabric/ServiceInterface.h>
+
+namespace fabric {
+namespace host {
+
+class Link;
+struct MessageCatalogue;
+
+/// How often something happened since the session was made.
+struct SessionCounters
+{
+    std::uint64_t framesSent;
+    std::uint64_t framesReceived;
+    std::uint64_t framesRefused; ///< malformed, or of an identity that the service does not have
+    std::uint64_t messagesUnhandled; ///< well-formed, but nobody had registered for them
+    std::uint64_t exceptionsCaught;  ///< out of callbacks
+};
+
+/// What a host application has in the place of the device's middleware: one application with one
+/// component, the interface of one service, and one dispatch thread, which delivers connection
+/// reports, replies and notifications in order.
+///
+/// All operations may be called from any thread, also from inside a callback, unless they say
+/// otherwise.
+///
+/// A command that could not be sent leaves {0, 0} in the caller's ids, which no reply carries.
+class FABRIC_API Session
+{
+public:
+    /// A session over `link`. `catalogue` tells the service's messages and outlives the session.
+    Session(std::unique_ptr<Link> link, const MessageCatalogue& catalogue);
+
+    /// Detaches the clients that are still attached, closes the connection and ends the dispatch
+    /// thread. Not from inside a callback.
+    ~Session();
+
+    Session(const Session&) = delete;
+    Session& operator=(const Session&) = delete;
+
+    AbstractApplication& application();
+    AbstractComponent& component();
+    ServiceInterface& service();
+
+    /// From now on reports the connection to `client`; a connection that already stands is reported
+    /// at once, on the dispatch thread. `client` stays alive until it is detached. A client that is
+    /// attached already stays attached once.
+    void attach(ClientInterface& client);
+
+    /// Ends the reports to `client`. If the connection stands, the client is told first that it is
+    /// gone, on the dispatch thread, with reason 0. When it has returned, no report is running or
+    /// will come; called inside a callback of that client, too, it returns when the client has been
+    /// told. A client that is not attached is ignored.
+    void detach(ClientInterface& client);
+
+    /// Opens the connection, also one that was lost; returns at once, the clients are told the
+    /// outcome. Nothing happens if it is open already.
+    void connect();
+
+    /// Closes the connection; the clients are told, with reason 0. What has been received by then
+    /// is still delivered first; nothing is delivered after the report.
+    void disconnect();
+
+    SessionCounters counters() const;
+
+private:
+    class Impl;
+    std::unique_ptr<Impl> impl;
+};
+
+/// Keeps a client attached for a scope. Declare it after the client, so that reports end before
+/// the client is destroyed.
+class Attachment
+{
+public:
+    Attachment(Session& hostSession, ClientInterface& attached)
+        : session(hostSession), client(attached)
+    {
+        session.attach(client);
+    }
+    ~Attachment() { session.detach(client); }
+
+    Attachment(const Attachment&) = delete;
+    Attachment& operator=(const Attachment&) = delete;
+
+private:
+    Session& session;
+    ClientInterface& client;
+};
+
+/// A session, not yet connected, with the default service, simulated inside this process. Link
+/// chronal::devkit for it. Sessions of one process share one service.
+std::unique_ptr<Session> start();
+
+} // namespace host
+} // namespace fabric
+
+#endif

@@ -1,0 +1,24 @@
+#ifndef FABRIC_HOST_LOG_H
+#define FABRIC_HOST_LOG_H
+
+#include <cstdint>
+
+namespace fabric {
+namespace host {
+
+/// Levels of the host platform's own debug lines.
+enum LogLevel : std::uint32_t
+{
+    logTrouble = 3000,
+    logInformation = 4000,
+    logEveryMessage = 5000
+};
+
+/// Writes a debug line of the host platform's category, 204, if the level is wanted. Any thread;
+/// keeps errno.
+void log(LogLevel level, const char* format, ...) noexcept __attribute__((format(printf, 2, 3)));
+
+} // namespace host
+} // namespace fabric
+
+#endif

@@ -1,0 +1,78 @@
+#ifndef FABRIC_HOST_SERVICE_SERVER_H
+#define FABRIC_HOST_SERVICE_SERVER_H
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <unordered_map>
+#include <vector>
+
+#include <fabric-host/Link.h>
+#include <fabric-host/Service.h>
+#include <fabric/Export.h>
+
+namespace fabric {
+namespace host {
+
+/// A transport's end of the connection to one client. Called on the service's thread.
+class Peer
+{
+public:
+    virtual ~Peer() {}
+
+    /// False when the client cannot take the frame; the server drops it then. Never blocks.
+    virtual bool deliver(FrameBytes frame) = 0;
+
+    /// Ends the connection; `reason` is an error number. The server has forgotten the client.
+    virtual void drop(int reason) = 0;
+};
+
+/// What every transport does for a service: gives its clients numbers, makes messages of their
+/// frames and frames of its messages. Not for use by two threads at a time.
+class FABRIC_API ServiceServer final : private ServiceOutlet
+{
+public:
+    /// `hostedService` outlives the server or its last call.
+    explicit ServiceServer(Service& hostedService);
+    ~ServiceServer();
+
+    ServiceServer(const ServiceServer&) = delete;
+    ServiceServer& operator=(const ServiceServer&) = delete;
+
+    /// Once, before all others.
+    void start();
+
+    ClientId connected(std::shared_ptr<Peer> peer);
+    /// The client is gone. Ignored for one that the server has dropped.
+    void disconnected(ClientId client);
+    /// Ignored for a client that the server has dropped.
+    void frameReceived(ClientId client, const FrameBytes& frame);
+
+    /// Does what is due; returns when to call again at the latest.
+    Service::TimePoint runDue();
+
+    /// Malformed, or no commands. Any thread.
+    std::uint64_t framesRefused() const noexcept { return refused; }
+
+private:
+    void send(ClientId client, std::unique_ptr<SerializableMessageEvent> event) override;
+
+    bool toFrame(const SerializableMessageEvent& event, FrameBytes& frame) const;
+    void receive(ClientId client, const FrameBytes& frame);
+    void refuse(ClientId client, const char* reason);
+    void drop(ClientId client, int reason);
+    template <typename Call>
+    void callService(const char* operation, Call call);
+    void tellDropped();
+
+    Service& service;
+    std::unordered_map<ClientId, std::shared_ptr<Peer>> clients;
+    std::vector<ClientId> dropped; // the service has not heard of it yet
+    ClientId lastClient = 0;
+    std::atomic<std::uint64_t> refused{0};
+};
+
+} // namespace host
+} // namespace fabric
+
+#endif
