@@ -1,0 +1,31 @@
+#ifndef CHRONAL_SIM_CLOCK_H
+#define CHRONAL_SIM_CLOCK_H
+
+#include <chrono>
+
+#include "ZoneRules.h"
+
+namespace chronal::sim {
+
+/// The simulation's idea of time. The true UTC may be set and may run at any speed; the steady
+/// time only ever goes forward and is that of whoever calls Service::runDue().
+class Clock
+{
+public:
+    typedef std::chrono::steady_clock::time_point TimePoint;
+
+    virtual ~Clock() = default;
+
+    virtual Utc utc() const = 0;
+    virtual TimePoint steady() const = 0;
+
+    /// When to look whether utc() has reached `moment`. May be too early, never much too late.
+    virtual TimePoint steadyAt(Utc moment) const = 0;
+};
+
+/// The machine's clocks.
+const Clock& systemClock();
+
+} // namespace chronal::sim
+
+#endif

@@ -1,0 +1,525 @@
+#include "TimeService.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <iterator>
+#include <stdexcept>
+#include <type_traits>
+
+#include <date/tz.h>
+
+#include "WireTime.h"
+
+namespace chronal::sim {
+
+namespace {
+
+constexpr std::size_t longestText = 255;
+
+chronalMsgReplyTime_t times(referenceTimeId_enum id, Utc utc, Span deviation)
+{
+    chronalMsgReplyTime_t record = {};
+    record.refTimeId = id;
+    record.utcTime = wireTime(utc);
+    record.utcDeviation = wireSpan(deviation);
+    record.localTime = wireTime(Local(utc.time_since_epoch() + deviation));
+    return record;
+}
+
+chronalMsgReplyTime_t noTimes(referenceTimeId_enum id, Span marker)
+{
+    chronalMsgReplyTime_t record = {};
+    record.refTimeId = id;
+    record.utcDeviation = wireSpan(marker);
+    return record;
+}
+
+Content compose(const Message<chronalMsgReplyTime_t>& message, const chronalMsgReplyTime_t& times)
+{
+    return compose(message, [&](chronalMsgReplyTime_t& record) { record = times; });
+}
+
+Content compose(const Message<chronalMsgTimezone_t>& message, const Zone& zone, Utc utc)
+{
+    return compose(message, [&](chronalMsgTimezone_t& record) {
+        fillText(record.timezone, zone.name());
+        record.time = wireTime(utc);
+    });
+}
+
+Content result(int code)
+{
+    return compose(replyResult, [&](chronalMsgReplyResult_t& record) { record.result = code; });
+}
+
+std::optional<Utc> readLocalAsUtc(const nubOsalTime_struct& time, std::optional<Span> announced,
+                                  const DeviationRule& rule)
+{
+    const std::optional<Local> local = readLocal(time);
+    if (!local)
+        return std::nullopt;
+    const std::optional<Utc> utc =
+        announced ? Utc(local->time_since_epoch() - *announced) : rule.toUtc(*local);
+    const bool inCalendar = utc >= Utc() && utc < calendarEnd;
+    return inCalendar ? utc : std::nullopt;
+}
+
+bool isServerAcceptable(const nubDeserString_t& server, bool used)
+{
+    return server.length <= longestText && (server.length > 0 || !used);
+}
+
+const Zone& checkedZone(const std::string& name)
+{
+    if (const Zone* const zone = findZone(name))
+        return *zone;
+    throw std::invalid_argument("zone: unknown time zone \"" + name + "\"");
+}
+
+Span checkedPeriod(std::chrono::milliseconds period)
+{
+    if (period <= std::chrono::milliseconds::zero() || period > std::chrono::hours(24))
+        throw std::invalid_argument("notificationPeriod: not between 1 ms and a day");
+    return period;
+}
+
+bool isBroadcast(referenceTimeId_enum id)
+{
+    return id == referenceTimeDvb || id == referenceTimeAtsc;
+}
+
+} // namespace
+
+struct TimeService::Handler
+{
+    std::uint32_t resourceId;
+    std::uint32_t operationId;
+    Content (*carryOut)(TimeService& service, ClientId client, const void* payload);
+
+    template <auto Method, class Record>
+    static constexpr Handler of(const Message<Record>& command)
+    {
+        return {command.resourceId, command.operationId, call<Method, Record>};
+    }
+
+    template <auto Method, class Record>
+    static Content call(TimeService& service, ClientId client, const void* payload)
+    {
+        const Record& record = *static_cast<const Record*>(payload);
+        if constexpr (std::is_invocable_v<decltype(Method), TimeService&, const Record&>)
+            return (service.*Method)(record);
+        else
+            return (service.*Method)(client, record);
+    }
+};
+
+const TimeService::Handler TimeService::handlers[] = {
+    Handler::of<&TimeService::refTimeSet>(cmdRefTimeSet),
+    Handler::of<&TimeService::refLocalTimeSet>(cmdRefLocalTimeSet),
+    Handler::of<&TimeService::refTimeFetch>(cmdRefTimeFetch),
+    Handler::of<&TimeService::nextTimeDeviationChangeSet>(cmdNextTimeDeviationChangeSet),
+    Handler::of<&TimeService::sendDaylightsavingInfo>(cmdSendDaylightsavingInfo),
+    Handler::of<&TimeService::nextTimeDeviationChangeFetch>(cmdNextTimeDeviationChangeFetch),
+    Handler::of<&TimeService::refTimeSubscribe>(cmdRefTimeSubscribe),
+    Handler::of<&TimeService::refTimeUnsubscribe>(cmdRefTimeUnsubscribe),
+    Handler::of<&TimeService::refTimeLock>(cmdRefTimeLock),
+    Handler::of<&TimeService::refTimeUnlock>(cmdRefTimeUnlock),
+    Handler::of<&TimeService::refTimeAt>(cmdRefTimeAt),
+    Handler::of<&TimeService::timeAt>(cmdTimeAt),
+    Handler::of<&TimeService::dateTimeSettingsSet>(cmdDateTimeSettingsSet),
+    Handler::of<&TimeService::timezoneSyncEnableSet>(cmdTimezoneSyncEnableSet),
+    Handler::of<&TimeService::dateTimeNtpSet>(cmdDateTimeNtpSet),
+    Handler::of<&TimeService::dateTimeNtpStart>(cmdDateTimeNtpStart),
+    Handler::of<&TimeService::dateTimeAutoTimeSet>(cmdDateTimeAutoTimeSet),
+    Handler::of<&TimeService::dateTimeSettingsFetch>(cmdDateTimeSettingsFetch),
+    Handler::of<&TimeService::timezoneSet>(cmdTimezoneSet),
+    Handler::of<&TimeService::timezoneFetch>(cmdTimezoneFetch),
+    Handler::of<&TimeService::timeInit>(cmdTimeInit),
+};
+
+TimeService::TimeService(const Options& options, const Clock& trueClock)
+    : clock(trueClock),
+      period(checkedPeriod(options.notificationPeriod)),
+      zone(&checkedZone(options.zone)),
+      settings(),
+      outlet(nullptr),
+      lastNotification(0)
+{
+    startSources();
+    told = sources.at(referenceTimeRtc).rule.periodAt(rtcUtc());
+}
+
+const fabric::host::MessageCatalogue& TimeService::catalogue() const
+{
+    return sim::catalogue();
+}
+
+void TimeService::start(fabric::host::ServiceOutlet& serviceOutlet)
+{
+    outlet = &serviceOutlet;
+}
+
+void TimeService::clientConnected(ClientId client)
+{
+    clients.insert(client);
+}
+
+void TimeService::clientDisconnected(ClientId client)
+{
+    clients.erase(client);
+    const auto first = subscriptions.lower_bound({client, referenceTimeInvalid});
+    const auto last = std::find_if(first, subscriptions.end(),
+                                   [&](const auto& entry) { return entry.first.first != client; });
+    subscriptions.erase(first, last);
+}
+
+void TimeService::commandReceived(ClientId client, const fabric::SerializableMessageEvent& command)
+{
+    const auto handler =
+        std::find_if(std::begin(handlers), std::end(handlers), [&](const Handler& candidate) {
+            return candidate.resourceId == command.meta.resourceId &&
+                   candidate.operationId == command.meta.operationId;
+        });
+    // Replies and notifications are in the catalogue, too, some with the ids of a command.
+    if (command.meta.kind != detail::kindCommand || handler == std::end(handlers))
+        return;
+    afterAnswer.clear();
+    send(client, handler->carryOut(*this, client, command.data->payload), command.ids);
+    for (const Content& notification : afterAnswer)
+        notifyAll(notification);
+    notifyDeviation();
+}
+
+TimeService::TimePoint TimeService::runDue()
+{
+    notifyDeviation();
+
+    const TimePoint now = clock.steady();
+    TimePoint next = told.end < calendarEnd
+                         ? clock.steadyAt(told.end - *sources.at(referenceTimeRtc).ahead)
+                         : TimePoint::max();
+    for (auto& [subscription, due] : subscriptions) {
+        const auto [client, id] = subscription;
+        if (due <= now) {
+            due += period * ((now - due) / period + 1);
+            send(client, compose(notifyCurrentTime, timesOf(id)), {0, ++lastNotification});
+        }
+        next = std::min(next, due);
+    }
+    return next;
+}
+
+Content TimeService::refTimeSet(const chronalMsgCmdRefTimeData_t& command)
+{
+    return setTime(command, false);
+}
+
+Content TimeService::refLocalTimeSet(const chronalMsgCmdRefTimeData_t& command)
+{
+    return setTime(command, true);
+}
+
+Content TimeService::refTimeFetch(const chronalMsgCmdRefTimeId_t& command)
+{
+    if (!find(command.refTimeId))
+        return result(-EINVAL);
+    return compose(replyTimeRefInfo, timesOf(command.refTimeId));
+}
+
+Content TimeService::nextTimeDeviationChangeSet(const chronalMsgCmdRefTimeData_t& command)
+{
+    Source* const source = find(command.refTimeId);
+    if (const int refusal = refusalToSet(source))
+        return result(refusal);
+    const std::optional<Utc> at = readUtc(command.time1);
+    const std::optional<Span> deviation = readDeviation(command.time2);
+    if (!at || !deviation)
+        return result(-EINVAL);
+    source->rule.announce({{*at, *deviation, std::nullopt}}, utcOf(*source));
+    return result(0);
+}
+
+Content TimeService::sendDaylightsavingInfo(const chronalMsgCmdRefTimeData_t& command)
+{
+    Source* const source = find(command.refTimeId);
+    if (const int refusal = refusalToSet(source))
+        return result(refusal);
+    const std::optional<Utc> begin = readUtc(command.time1);
+    const std::optional<Utc> end = readUtc(command.time2);
+    const std::optional<Span> standard = readDeviation(command.time3);
+    const std::optional<Span> daylightSaving = readDeviation(command.time4);
+    if (!begin || !end || !standard || !daylightSaving || *begin >= *end)
+        return result(-EINVAL);
+    source->rule.announce({{*begin, *daylightSaving, true}, {*end, *standard, false}},
+                          utcOf(*source));
+    return result(0);
+}
+
+Content TimeService::nextTimeDeviationChangeFetch(const chronalMsgCmdRefTimeId_t& command)
+{
+    const Source* const source = find(command.refTimeId);
+    if (!source)
+        return result(-EINVAL);
+    const std::optional<Utc> now = utcOf(*source);
+    if (!now)
+        return compose(replyUtcDeviationInfo, noTimes(command.refTimeId, deviationUnknown));
+    const std::optional<Period> next = source->rule.nextChange(*now);
+    return compose(replyUtcDeviationInfo,
+                   next ? times(command.refTimeId, next->begin, next->deviation)
+                        : noTimes(command.refTimeId, deviationInvalid));
+}
+
+Content TimeService::refTimeSubscribe(ClientId client, const chronalMsgCmdRefTimeId_t& command)
+{
+    if (!find(command.refTimeId))
+        return result(-EINVAL);
+    subscriptions.try_emplace({client, command.refTimeId}, clock.steady() + period);
+    return result(0);
+}
+
+Content TimeService::refTimeUnsubscribe(ClientId client, const chronalMsgCmdRefTimeId_t& command)
+{
+    if (!find(command.refTimeId))
+        return result(-EINVAL);
+    subscriptions.erase({client, command.refTimeId});
+    return result(0);
+}
+
+Content TimeService::refTimeLock(const chronalMsgCmdRefTimeId_t& command)
+{
+    return setLocked(command.refTimeId, true);
+}
+
+Content TimeService::refTimeUnlock(const chronalMsgCmdRefTimeId_t& command)
+{
+    return setLocked(command.refTimeId, false);
+}
+
+Content TimeService::refTimeAt(const chronalMsgCmdRefTimeData_t& command)
+{
+    const Source* const source = find(command.refTimeId);
+    const std::optional<Utc> utc = readUtc(command.time1);
+    if (!source || !utc)
+        return result(-EINVAL);
+    return compose(replyTimeRefAt,
+                   times(command.refTimeId, *utc, source->rule.periodAt(*utc).deviation));
+}
+
+Content TimeService::timeAt(const chronalMsgCmdTimeAtData_t& command)
+{
+    const DeviationRule rule(*zone);
+    const std::optional<Utc> utc =
+        command.isUtc ? readUtc(command.time) : readLocalAsUtc(command.time, std::nullopt, rule);
+    if (!utc)
+        return result(-EINVAL);
+    return compose(replyTimeAt, times(referenceTimeInvalid, *utc, rule.periodAt(*utc).deviation));
+}
+
+Content TimeService::dateTimeSettingsSet(const chronalMsgDateTime_t& command)
+{
+    const auto switched = [](std::int32_t flag, bool before) {
+        return flag == -1 ? before : flag != 0;
+    };
+    const bool ntpUsed = switched(command.flag2, settings.ntpUsed);
+    if (!isServerAcceptable(command.text, ntpUsed))
+        return result(-EINVAL);
+    settings.ntpServer = readText(command.text);
+    settings.ntpUsed = ntpUsed;
+    settings.times = {command.time1, command.time2, command.time3, command.time4};
+    settings.value = command.value;
+    settings.automaticTime = switched(command.flag1, settings.automaticTime);
+    return result(0);
+}
+
+Content TimeService::timezoneSyncEnableSet(const chronalMsgDateTime_t& command)
+{
+    settings.timezoneSyncEnable = command.timezoneSyncEnable;
+    return result(0);
+}
+
+Content TimeService::dateTimeNtpSet(const chronalMsgNtpData_t& command)
+{
+    const bool used = command.flag != 0;
+    if (!isServerAcceptable(command.text, used))
+        return result(-EINVAL);
+    settings.ntpServer = readText(command.text);
+    settings.ntpUsed = used;
+    return result(0);
+}
+
+Content TimeService::dateTimeNtpStart(const chronalCmdDummy_t&)
+{
+    if (!settings.ntpUsed)
+        return result(-EPERM);
+    Source& ntp = sources.at(referenceTimeNtp);
+    if (const int refusal = refusalToSet(&ntp))
+        return result(refusal);
+    setUtc(ntp, clock.utc());
+    return result(0);
+}
+
+Content TimeService::dateTimeAutoTimeSet(const chronalMsgAutoTime_t& command)
+{
+    settings.automaticTime = command.autoTime != 0;
+    return result(0);
+}
+
+Content TimeService::dateTimeSettingsFetch(const chronalMsgReplyResult_t&)
+{
+    return compose(replyDateTimeSettingsInfo, [this](chronalMsgDateTime_t& record) {
+        fillText(record.text, settings.ntpServer);
+        record.time0 = wireTime(rtcUtc());
+        record.time1 = settings.times[0];
+        record.time2 = settings.times[1];
+        record.time3 = settings.times[2];
+        record.time4 = settings.times[3];
+        record.value = settings.value;
+        record.flag1 = settings.automaticTime;
+        record.flag2 = settings.ntpUsed;
+        record.timezoneSyncEnable = settings.timezoneSyncEnable;
+    });
+}
+
+Content TimeService::timezoneSet(const chronalMsgTimezone_t& command)
+{
+    if (command.timezone.length > longestText)
+        return result(-EINVAL);
+    const Zone* const found = findZone(readText(command.timezone));
+    if (!found)
+        return result(-ENOENT);
+    if (found != zone)
+        afterAnswer.push_back(compose(notifyTimezoneChange, *found, rtcUtc()));
+    zone = found;
+    for (auto& [id, source] : sources)
+        source.rule = DeviationRule(*zone);
+    return result(0);
+}
+
+Content TimeService::timezoneFetch(const chronalMsgReplyResult_t&)
+{
+    return compose(replyTimezoneInfo, *zone, rtcUtc());
+}
+
+Content TimeService::timeInit(const chronalMsgAutoTime_t&)
+{
+    for (const auto& [id, source] : sources)
+        if (source.locked)
+            return result(-EBUSY);
+    startSources();
+    settings.automaticTime = false;
+    return result(0);
+}
+
+TimeService::Source* TimeService::find(referenceTimeId_enum id)
+{
+    const auto found = sources.find(id);
+    return found == sources.end() ? nullptr : &found->second;
+}
+
+int TimeService::refusalToSet(const Source* source)
+{
+    if (!source)
+        return -EINVAL;
+    return source->locked ? -EBUSY : 0;
+}
+
+std::optional<Utc> TimeService::utcOf(const Source& source) const
+{
+    return source.ahead ? std::optional<Utc>(clock.utc() + *source.ahead) : std::nullopt;
+}
+
+Utc TimeService::rtcUtc() const
+{
+    return *utcOf(sources.at(referenceTimeRtc)); // which always has a time
+}
+
+chronalMsgReplyTime_t TimeService::timesOf(referenceTimeId_enum id) const
+{
+    const Source& source = sources.at(id);
+    const std::optional<Utc> utc = utcOf(source);
+    chronalMsgReplyTime_t record =
+        utc ? times(id, *utc, source.rule.periodAt(*utc).deviation) : noTimes(id, deviationUnknown);
+    record.flag = utc.has_value();
+    record.value = source.value;
+    return record;
+}
+
+Content TimeService::setTime(const chronalMsgCmdRefTimeData_t& command, bool isLocal)
+{
+    Source* const source = find(command.refTimeId);
+    if (const int refusal = refusalToSet(source))
+        return result(refusal);
+    const bool announced = isAnnounced(command.time2);
+    const std::optional<Span> deviation = announced ? readDeviation(command.time2) : std::nullopt;
+    const std::optional<Utc> utc =
+        isLocal ? readLocalAsUtc(command.time1, deviation, source->rule) : readUtc(command.time1);
+    if (!utc || deviation.has_value() != announced)
+        return result(-EINVAL);
+
+    if (isBroadcast(command.refTimeId))
+        afterAnswer.push_back(compose(notifyDtvTimeChange, [&](chronalMsgDtvTime_t& record) {
+            record.dtvTime = wireTime(*utc);
+        }));
+    if (deviation)
+        source->rule.setCurrent(*deviation, *utc);
+    setUtc(*source, *utc);
+    source->value = command.value;
+    return result(0);
+}
+
+Content TimeService::setLocked(referenceTimeId_enum id, bool locked)
+{
+    Source* const source = find(id);
+    if (!source)
+        return result(-EINVAL);
+    source->locked = locked;
+    return result(0);
+}
+
+void TimeService::setUtc(Source& source, Utc utc)
+{
+    source.ahead = utc - clock.utc();
+    Source& rtc = sources.at(referenceTimeRtc);
+    if (settings.automaticTime && !rtc.locked)
+        rtc.ahead = source.ahead;
+}
+
+void TimeService::startSources()
+{
+    const Source valid = {Span::zero(), 0, false, DeviationRule(*zone)};
+    const Source timeless = {std::nullopt, 0, false, DeviationRule(*zone)};
+    sources = {{referenceTimeRtc, valid},
+               {referenceTimeNtp, valid},
+               {referenceTimeDvb, timeless},
+               {referenceTimeTeletext, timeless},
+               {referenceTimeAtsc, timeless}};
+}
+
+void TimeService::send(ClientId client, const Content& content, const fabric::MsgIds& ids)
+{
+    const fabric::EndpointId thisService = {-1, 0};
+    auto event =
+        std::make_unique<fabric::SerializableMessageEvent>(content.meta, thisService, content.data);
+    event->ids = ids;
+    outlet->send(client, std::move(event));
+}
+
+void TimeService::notifyAll(const Content& content)
+{
+    const fabric::MsgIds ids = {0, ++lastNotification};
+    for (const ClientId client : clients)
+        send(client, content, ids);
+}
+
+void TimeService::notifyDeviation()
+{
+    const Period current = sources.at(referenceTimeRtc).rule.periodAt(rtcUtc());
+    if (current.deviation != told.deviation)
+        notifyAll(compose(notifyDeviationChange, timesOf(referenceTimeRtc)));
+    if (current.daylightSaving != told.daylightSaving)
+        notifyAll(compose(notifyDSTChange,
+                          [&](chronalMsgDST_t& record) { record.dst = current.daylightSaving; }));
+    told = current;
+}
+
+} // namespace chronal::sim

@@ -1,0 +1,210 @@
+#ifndef CHRONAL_SIM_TIME_SERVICE_H
+#define CHRONAL_SIM_TIME_SERVICE_H
+
+#include <array>
+#include <chrono>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <chronal/MessageRecords.h>
+#include <fabric-host/Service.h>
+
+#include "Clock.h"
+#include "Protocol.h"
+#include "ZoneRules.h"
+
+namespace chronal::sim {
+
+struct Options
+{
+    std::string zone = "UTC";                                               ///< at the start
+    std::chrono::milliseconds notificationPeriod = std::chrono::seconds(1); ///< up to a day
+};
+
+/// A time service that behaves like a device's.
+///
+/// Five sources each keep a time that runs on. RTC and NTP start with the true time; DVB, teletext
+/// and ATSC have none until they are set. A source's deviation from UTC is the zone's until one
+/// that has been announced for the source comes into force; that one holds until the next
+/// announced change. What has been announced is dropped when the zone is set or the time is
+/// initialised.
+///
+/// Every command is answered to its sender, with the command's ids; notifications follow the
+/// answer. "Result" is replyResult with 0. A refusal is replyResult with a negative error number,
+/// and nothing has changed then. A source that does not exist is refused with -EINVAL, as are
+/// absolute times outside of the years 1970 to 9999 and deviations of more than 24 hours. Times
+/// need not be in normal form.
+///
+/// | command (cmd...)             | effect                        | answer, refusals              |
+/// |------------------------------|-------------------------------|-------------------------------|
+/// | RefTimeSet                   | the source's UTC is time1;    | Result; -EBUSY when locked    |
+/// |                              | value is kept; time2 is its   |                               |
+/// |                              | deviation, or says nothing:   |                               |
+/// |                              | zero or a marker              |                               |
+/// | RefLocalTimeSet              | the same, time1 being local:  | Result; -EBUSY when locked;   |
+/// |                              | UTC by time2, else by the     | -EINVAL for a local time that |
+/// |                              | deviation in force; of two    | a change skips                |
+/// |                              | UTC the earlier               |                               |
+/// | RefTimeFetch                 |                               | replyTimeRefInfo: the times   |
+/// |                              |                               | and value; flag 1 with a time |
+/// | NextTimeDeviationChangeSet   | announces deviation time2     | Result; -EBUSY when locked    |
+/// |                              | from UTC time1 on, in place   |                               |
+/// |                              | of what is pending            |                               |
+/// | SendDaylightsavingInfo       | announces daylight saving     | Result; -EBUSY when locked;   |
+/// |                              | from UTC time1 to time2 with  | -EINVAL unless time1 < time2  |
+/// |                              | deviation time4, and time3    |                               |
+/// |                              | afterwards, in place of what  |                               |
+/// |                              | is pending                    |                               |
+/// | NextTimeDeviationChangeFetch |                               | replyUtcDeviationInfo: UTC    |
+/// |                              |                               | and local time of the next    |
+/// |                              |                               | change, the deviation after   |
+/// |                              |                               | it; deviationInvalid for none |
+/// | RefTimeSubscribe             | notifyCurrentTime each period | Result, also when subscribed  |
+/// | RefTimeUnsubscribe           | no more of that               | Result, also when not         |
+/// |                              |                               | subscribed                    |
+/// | RefTimeLock, RefTimeUnlock   | for everybody, until undone   | Result, also when so already  |
+/// | RefTimeAt                    |                               | replyTimeRefAt: UTC time1,    |
+/// |                              |                               | and local time by the         |
+/// |                              |                               | source's deviation at that    |
+/// |                              |                               | time                          |
+/// | UTCTimeAt, LocaltimeAt       |                               | replyTimeAt: UTC and local    |
+/// |                              |                               | time by the zone, of two UTC  |
+/// |                              |                               | the earlier; -EINVAL for a    |
+/// |                              |                               | local time that a transition  |
+/// |                              |                               | skips                         |
+/// | DateTimeSettingsSet          | keeps time1 to time4, value,  | Result; -EINVAL for text over |
+/// |                              | text (the NTP server); flag1, | 255 characters, or empty with |
+/// |                              | flag2 unless -1: automatic    | NTP in use                    |
+/// |                              | time, NTP use                 |                               |
+/// | TimezoneSyncEnableSet        | keeps the word                | Result                        |
+/// | DateTimeNtpSet               | NTP server and NTP use        | Result; -EINVAL as above      |
+/// | DateTimeNtpStart             | the NTP source gets the true  | Result; -EPERM with NTP not   |
+/// |                              | time                          | in use; -EBUSY when locked    |
+/// | DateTimeAutoTimeSet          | automatic time on or off      | Result                        |
+/// | DateTimeSettingsFetch        |                               | replyDateTimeSettingsInfo:    |
+/// |                              |                               | all of these; time0: the      |
+/// |                              |                               | RTC's UTC                     |
+/// | TimezoneSet                  | sets the zone, drops what was | Result; -ENOENT for an        |
+/// |                              | announced                     | unknown zone; -EINVAL for     |
+/// |                              |                               | more than 255 characters      |
+/// | TimezoneFetch                |                               | replyTimezoneInfo: the zone,  |
+/// |                              |                               | the RTC's UTC                 |
+/// | TimeInit                     | sources as at the start,      | Result; -EBUSY when any       |
+/// |                              | automatic time off; zone,     | source is locked              |
+/// |                              | settings and subscriptions    |                               |
+/// |                              | stay                          |                               |
+///
+/// With automatic time on, a time that another source is set to becomes the RTC's as well, unless
+/// the RTC is locked. A source without a time has deviationUnknown as its deviation, also after its
+/// next change, and zero times.
+///
+/// | notification          | to                | when                                             |
+/// |-----------------------|-------------------|--------------------------------------------------|
+/// | notifyCurrentTime     | each subscriber   | each period after subscribing; periods missed    |
+/// |                       | of the source     | are skipped                                      |
+/// | notifyDtvTimeChange   | everybody         | the DVB or ATSC source has been set              |
+/// | notifyTimezoneChange  | everybody         | the zone has become another one                  |
+/// | notifyDeviationChange | everybody         | the RTC's deviation has become another one, by a |
+/// |                       |                   | command or by the passing of time                |
+/// | notifyDSTChange       | everybody         | the same with its daylight-saving state; 1 or 0  |
+///
+/// Those of one occasion come in the order of this table, with originId 0 and a running messageId.
+/// A client that disconnects loses its subscriptions; its locks stay.
+class TimeService final : public fabric::host::Service
+{
+public:
+    /// `clock` outlives the service. Throws std::invalid_argument that names the option at fault.
+    explicit TimeService(const Options& options = Options(), const Clock& clock = systemClock());
+
+    const fabric::host::MessageCatalogue& catalogue() const override;
+    void start(fabric::host::ServiceOutlet& outlet) override;
+    void clientConnected(fabric::host::ClientId client) override;
+    void clientDisconnected(fabric::host::ClientId client) override;
+    void commandReceived(fabric::host::ClientId client,
+                         const fabric::SerializableMessageEvent& command) override;
+    TimePoint runDue() override;
+
+private:
+    using ClientId = fabric::host::ClientId;
+
+    struct Source
+    {
+        std::optional<Span> ahead; ///< of the true time; nothing without a time
+        std::int32_t value;
+        bool locked;
+        DeviationRule rule;
+    };
+
+    struct Settings
+    {
+        std::array<nubOsalTime_struct, 4> times;
+        std::int32_t value;
+        std::string ntpServer;
+        bool ntpUsed;
+        bool automaticTime;
+        std::int32_t timezoneSyncEnable;
+    };
+
+    struct Handler;
+    static const Handler handlers[];
+
+    // One for each command: carries it out and gives the answer.
+    Content refTimeSet(const chronalMsgCmdRefTimeData_t& command);
+    Content refLocalTimeSet(const chronalMsgCmdRefTimeData_t& command);
+    Content refTimeFetch(const chronalMsgCmdRefTimeId_t& command);
+    Content nextTimeDeviationChangeSet(const chronalMsgCmdRefTimeData_t& command);
+    Content sendDaylightsavingInfo(const chronalMsgCmdRefTimeData_t& command);
+    Content nextTimeDeviationChangeFetch(const chronalMsgCmdRefTimeId_t& command);
+    Content refTimeSubscribe(ClientId client, const chronalMsgCmdRefTimeId_t& command);
+    Content refTimeUnsubscribe(ClientId client, const chronalMsgCmdRefTimeId_t& command);
+    Content refTimeLock(const chronalMsgCmdRefTimeId_t& command);
+    Content refTimeUnlock(const chronalMsgCmdRefTimeId_t& command);
+    Content refTimeAt(const chronalMsgCmdRefTimeData_t& command);
+    Content timeAt(const chronalMsgCmdTimeAtData_t& command);
+    Content dateTimeSettingsSet(const chronalMsgDateTime_t& command);
+    Content timezoneSyncEnableSet(const chronalMsgDateTime_t& command);
+    Content dateTimeNtpSet(const chronalMsgNtpData_t& command);
+    Content dateTimeNtpStart(const chronalCmdDummy_t& command);
+    Content dateTimeAutoTimeSet(const chronalMsgAutoTime_t& command);
+    Content dateTimeSettingsFetch(const chronalMsgReplyResult_t& command);
+    Content timezoneSet(const chronalMsgTimezone_t& command);
+    Content timezoneFetch(const chronalMsgReplyResult_t& command);
+    Content timeInit(const chronalMsgAutoTime_t& command);
+
+    Source* find(referenceTimeId_enum id);
+    static int refusalToSet(const Source* source);
+    std::optional<Utc> utcOf(const Source& source) const;
+    Utc rtcUtc() const;
+    chronalMsgReplyTime_t timesOf(referenceTimeId_enum id) const;
+
+    Content setTime(const chronalMsgCmdRefTimeData_t& command, bool isLocal);
+    Content setLocked(referenceTimeId_enum id, bool locked);
+    void setUtc(Source& source, Utc utc);
+    void startSources();
+
+    void send(ClientId client, const Content& content, const fabric::MsgIds& ids);
+    void notifyAll(const Content& content);
+    void notifyDeviation();
+
+    const Clock& clock;
+    const Span period;
+    const Zone* zone;
+    std::map<referenceTimeId_enum, Source> sources;
+    Settings settings;
+
+    fabric::host::ServiceOutlet* outlet;
+    std::uint32_t lastNotification;
+    std::set<ClientId> clients;
+    std::map<std::pair<ClientId, referenceTimeId_enum>, TimePoint> subscriptions; ///< next due
+    std::vector<Content> afterAnswer; ///< notifications that the command in progress brings about
+    Period told;                      ///< the RTC's, as far as the clients have heard
+};
+
+} // namespace chronal::sim
+
+#endif

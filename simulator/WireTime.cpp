@@ -1,0 +1,83 @@
+#include "WireTime.h"
+
+namespace chronal::sim {
+
+namespace {
+
+using std::chrono::seconds;
+
+// The bounds are part of the range.
+std::optional<Span> readWithin(const nubOsalTime_struct& time, Span lowest, Span highest)
+{
+    // More than any microseconds field amounts to, so that the sum is tested where it is exact.
+    constexpr seconds margin(2148);
+    if (time.seconds < (std::chrono::floor<seconds>(lowest) - margin).count() ||
+        time.seconds > (std::chrono::ceil<seconds>(highest) + margin).count())
+        return std::nullopt;
+    const Span value = seconds(time.seconds) + Span(time.microseconds);
+    if (value < lowest || value > highest)
+        return std::nullopt;
+    return value;
+}
+
+std::optional<Span> readSinceEpoch(const nubOsalTime_struct& time)
+{
+    return readWithin(time, Span::zero(), calendarEnd.time_since_epoch() - Span(1));
+}
+
+nubOsalTime_struct wire(seconds whole, Span fraction)
+{
+    nubOsalTime_struct time = {};
+    time.seconds = whole.count();
+    time.microseconds = static_cast<std::int32_t>(fraction.count());
+    return time;
+}
+
+nubOsalTime_struct wireSinceEpoch(Span sinceEpoch)
+{
+    const seconds whole = std::chrono::floor<seconds>(sinceEpoch);
+    return wire(whole, sinceEpoch - whole);
+}
+
+} // namespace
+
+std::optional<Utc> readUtc(const nubOsalTime_struct& time)
+{
+    const std::optional<Span> sinceEpoch = readSinceEpoch(time);
+    return sinceEpoch ? std::optional<Utc>(*sinceEpoch) : std::nullopt;
+}
+
+std::optional<Local> readLocal(const nubOsalTime_struct& time)
+{
+    const std::optional<Span> sinceEpoch = readSinceEpoch(time);
+    return sinceEpoch ? std::optional<Local>(*sinceEpoch) : std::nullopt;
+}
+
+std::optional<Span> readDeviation(const nubOsalTime_struct& span)
+{
+    return readWithin(span, -largestDeviation, largestDeviation);
+}
+
+bool isAnnounced(const nubOsalTime_struct& deviation)
+{
+    const std::optional<Span> value = readWithin(deviation, deviationUnknown, Span::zero());
+    return value != Span::zero() && value != deviationInvalid && value != deviationUnknown;
+}
+
+nubOsalTime_struct wireTime(Utc time)
+{
+    return wireSinceEpoch(time.time_since_epoch());
+}
+
+nubOsalTime_struct wireTime(Local time)
+{
+    return wireSinceEpoch(time.time_since_epoch());
+}
+
+nubOsalTime_struct wireSpan(Span span)
+{
+    const seconds whole = std::chrono::duration_cast<seconds>(span);
+    return wire(whole, span - whole);
+}
+
+} // namespace chronal::sim

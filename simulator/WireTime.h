@@ -1,0 +1,36 @@
+#ifndef CHRONAL_SIM_WIRE_TIME_H
+#define CHRONAL_SIM_WIRE_TIME_H
+
+#include <optional>
+
+#include <nub/Osal.h>
+
+#include "ZoneRules.h"
+
+/// Times as records carry them. Readers take any words and give nothing for what is out of range.
+namespace chronal::sim {
+
+/// Stand in a deviation field for one that there is none of, and for one that is not known.
+inline constexpr Span deviationInvalid = std::chrono::seconds(-360000);
+inline constexpr Span deviationUnknown = std::chrono::seconds(-360001);
+
+/// Absolute times from 1970 to calendarEnd, in normal form or not.
+std::optional<Utc> readUtc(const nubOsalTime_struct& time);
+std::optional<Local> readLocal(const nubOsalTime_struct& time);
+
+/// A span up to largestDeviation either way.
+std::optional<Span> readDeviation(const nubOsalTime_struct& span);
+
+/// Whether a deviation that accompanies a time says something: neither zero nor a marker.
+bool isAnnounced(const nubOsalTime_struct& deviation);
+
+/// In normal form: the microseconds are not negative.
+nubOsalTime_struct wireTime(Utc time);
+nubOsalTime_struct wireTime(Local time);
+
+/// In span form: seconds and microseconds have the same sign.
+nubOsalTime_struct wireSpan(Span span);
+
+} // namespace chronal::sim
+
+#endif
