@@ -23,11 +23,11 @@ public:
     /// sequence, so one EventHandlerIdSet can hold them.
     virtual int addEventHandler(const MsgMeta& key, int flags, const EventHandler& handler) = 0;
 
-    /// Sends the message and fills `ids`. Owns `event` from the call on and destroys it, whatever
-    /// the outcome. `flags` is 0. Never blocks; any thread, also from inside a handler.
-    /// Returns a negative error number on failure: -ENOTCONN without a connection, -EAGAIN when
-    /// the queue is full, -EMSGSIZE for a message over the limit, -EINVAL for one that the service
-    /// does not know or that has no payload, -ENOMEM without memory.
+    /// Sends the message and fills `ids`, with zeros if it fails. Owns `event` from the call on and
+    /// destroys it, whatever the outcome. `flags` is 0. Never blocks; any thread, also from inside
+    /// a handler. Returns 0, or a negative error number: -ENOTCONN without a connection, -EAGAIN
+    /// when the queue is full, -EMSGSIZE for a message over the limit, -EINVAL for one that the
+    /// service does not know or that has no payload and for other flags, -ENOMEM without memory.
     virtual int sendEvent(MsgIds& ids, int flags, SerializableMessageEvent* event) = 0;
 
     StateHolder& stateHolder; ///< not owned

@@ -25,7 +25,9 @@ public:
 
     /// Has `handler` called on the dispatch thread with every reply of identity `key`, converted to
     /// this host's byte order. Copies key and handler. `flags` is 0. Returns the handler's id,
-    /// unique in the application. Any thread, also from inside a handler.
+    /// unique in the application. Any thread, also from inside a handler. Throws std::bad_alloc,
+    /// std::length_error when the ids are used up and std::invalid_argument for other flags;
+    /// nothing is registered then.
     virtual int addEventHandler(const MsgMeta& key, int flags, const EventHandler& handler) = 0;
 
     /// Drops a registration of this component or of its application; an unknown id is ignored.

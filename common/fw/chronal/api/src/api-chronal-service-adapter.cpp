@@ -189,33 +189,27 @@ void UserAdapter::cmdRefTimeSet(fabric::MsgIds& ids, const nubOsalTime_struct& t
                                 const nubOsalTime_struct& time2, const ReferenceTimeId& refTimeId,
                                 int value, bool negate)
 {
-    const CallSite site;
     CommandSender::send<chronalMsgCmdRefTimeData_t>(
-        *this, ids, {resourceRefTime, operationSet},
-        [&](chronalMsgCmdRefTimeData_t& record) {
+        *this, ids, {resourceRefTime, operationSet}, [&](chronalMsgCmdRefTimeData_t& record) {
             fillRefTime(record, time1, time2, refTimeId, value, negate);
             if (DebugCheck debug{debugCommand})
                 nubDebugOutput0(debug.line(), "%s:%d:%s(): Current UTC Time is %lld.\n", sourceName,
-                                site.line, site.function, static_cast<long long>(time1.seconds));
-        },
-        site);
+                                __LINE__, "cmdRefTimeSet", static_cast<long long>(time1.seconds));
+        });
 }
 
 void UserAdapter::cmdRefLocalTimeSet(fabric::MsgIds& ids, const nubOsalTime_struct& time1,
                                      const nubOsalTime_struct& time2,
                                      const ReferenceTimeId& refTimeId, int value, bool negate)
 {
-    const CallSite site;
     CommandSender::send<chronalMsgCmdRefTimeData_t>(
-        *this, ids, {resourceRefLocalTime, operationSet},
-        [&](chronalMsgCmdRefTimeData_t& record) {
+        *this, ids, {resourceRefLocalTime, operationSet}, [&](chronalMsgCmdRefTimeData_t& record) {
             fillRefTime(record, time1, time2, refTimeId, value, negate);
             if (DebugCheck debug{debugCommand})
                 nubDebugOutput0(debug.line(), "%s:%d:%s(): Current Local Time is %lld.\n",
-                                sourceName, site.line, site.function,
+                                sourceName, __LINE__, "cmdRefLocalTimeSet",
                                 static_cast<long long>(time1.seconds));
-        },
-        site);
+        });
 }
 
 void UserAdapter::cmdRefTimeFetch(fabric::MsgIds& ids, const ReferenceTimeId& refTimeId)
@@ -328,16 +322,14 @@ void UserAdapter::cmdDateTimeSettingsSet(fabric::MsgIds& ids, const nubOsalTime_
 
 void UserAdapter::cmdTimezoneSyncEnableSet(fabric::MsgIds& ids, const int& timezoneSyncEnable)
 {
-    const CallSite site;
     CommandSender::send<chronalMsgDateTime_t>(
-        *this, ids, {resourceTimezoneSync, operationSet},
-        [&](chronalMsgDateTime_t& record) {
+        *this, ids, {resourceTimezoneSync, operationSet}, [&](chronalMsgDateTime_t& record) {
             record.timezoneSyncEnable = timezoneSyncEnable;
             if (DebugCheck debug{debugCommand})
                 nubDebugOutput0(debug.line(), "%s:%d:%s(): User set timezone sync enable = %d.\n",
-                                sourceName, site.line, site.function, timezoneSyncEnable);
-        },
-        site);
+                                sourceName, __LINE__, "cmdTimezoneSyncEnableSet",
+                                timezoneSyncEnable);
+        });
 }
 
 void UserAdapter::cmdDateTimeNtpSet(fabric::MsgIds& ids, const std::string& text, const bool& flag)
@@ -405,8 +397,9 @@ std::string decode(const nubDeserString_t& field)
 extern "C" CHRONAL_API const void* const adapterTable[] __asm__("_ZTVN7chronal11UserAdapterE");
 
 /// Whether the application has a body of its own for `callback`: whether the object's virtual table
-/// differs from the adapter's in that entry. An application built with hidden inline functions has
-/// its own copies of the defaults; there one may be taken for an override and called, in vain.
+/// differs from the adapter's in that entry. An application that has copies of the defaults of its
+/// own, built with link-time optimisation or loaded as a second binary with RTLD_LOCAL, cannot be
+/// told from one that overrides them; its empty default is then called, in vain.
 template <auto callback>
 bool isOverridden(const UserAdapter& adapter)
 {

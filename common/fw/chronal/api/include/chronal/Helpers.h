@@ -44,8 +44,8 @@ CHRONAL_API std::string getTimeSpanStr(const nubOsalTime_struct& span);
 
 /// The absolute time (since 1970-01-01 00:00:00 UTC) as UTC date and time with milliseconds, in
 /// single quotes: "'2023-11-14 22:13:20.123'". A negative one is rendered as a span. A time that
-/// the C library's calendar cannot represent gives "<out of range>". Where time_t has 32 bits, only
-/// the low 32 bits of the seconds count.
+/// the C library's calendar cannot represent, or whose year is no int, gives "<out of range>".
+/// Where time_t has 32 bits, only the low 32 bits of the seconds count.
 CHRONAL_API std::string getTimeStr(const nubOsalTime_struct& time);
 
 } // namespace Helpers

@@ -31,7 +31,7 @@ class CommandSender;
 ///
 /// Times are {seconds, microseconds}: absolute ones since 1970-01-01 00:00:00 UTC, deviations as
 /// signed spans from UTC to local time (see chronal::Helpers, also for the two markers that stand
-/// for an unknown deviation).
+/// for an invalid and for an unknown deviation).
 class CHRONAL_API UserAdapter : public fabric::StatePart, public fabric::ClientInterface
 {
 public:
@@ -63,9 +63,12 @@ protected:
     /// to be kept. Values arrive as the service sent them, unchecked. An exception passes through
     /// to the middleware.
     ///
+    /// Which message answers which command, and what a result, a flag or a value means, is the
+    /// service's matter; what is said of it here holds for the simulated one.
+    ///
     /// Their order is part of the binary interface and closed: applications append virtual
-    /// functions of their own. Each is exported by name: whether it is overridden is told by its
-    /// address, which all binaries of a process have to agree on.
+    /// functions of their own. Each is exported by name, because an override is told by its
+    /// address.
 
     /// The outcome of a command that has no other answer: 0, or the service's negative number.
     CHRONAL_API virtual void onReplyResult(const fabric::MsgIds& ids, int result);
