@@ -57,7 +57,7 @@ private:
     std::vector<Entry> entries;
     std::uint64_t lastSerial = 0;
     bool standing = false; // dispatch thread only
-    std::atomic<std::uint64_t> exceptionsCaught{0};
+    std::atomic<std::size_t> exceptionsCaught{0};
 };
 
 } // namespace host

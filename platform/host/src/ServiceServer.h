@@ -2,6 +2,7 @@
 #define FABRIC_HOST_SERVICE_SERVER_H
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <unordered_map>
@@ -69,7 +70,7 @@ private:
     std::unordered_map<ClientId, std::shared_ptr<Peer>> clients;
     std::vector<ClientId> dropped; // the service has not heard of it yet
     ClientId lastClient = 0;
-    std::atomic<std::uint64_t> refused{0};
+    std::atomic<std::size_t> refused{0};
 };
 
 } // namespace host

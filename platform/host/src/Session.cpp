@@ -104,11 +104,11 @@ private:
     const std::uint32_t originId = newOriginId();
     std::atomic<std::uint32_t> lastMessageId{0};
 
-    std::atomic<std::uint64_t> framesSent{0};
-    std::atomic<std::uint64_t> framesReceived{0};
-    std::atomic<std::uint64_t> framesRefused{0};
-    std::atomic<std::uint64_t> messagesUnhandled{0};
-    std::atomic<std::uint64_t> handlerExceptions{0};
+    std::atomic<std::size_t> framesSent{0};
+    std::atomic<std::size_t> framesReceived{0};
+    std::atomic<std::size_t> framesRefused{0};
+    std::atomic<std::size_t> messagesUnhandled{0};
+    std::atomic<std::size_t> handlerExceptions{0};
 
     StateHolder stateHolder;
     Inbox inbox;

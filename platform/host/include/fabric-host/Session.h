@@ -16,7 +16,8 @@ namespace host {
 class Link;
 struct MessageCatalogue;
 
-/// How often something happened since the session was made.
+/// How often something happened since the session was made; each count starts again from 0 where
+/// size_t ends.
 struct SessionCounters
 {
     std::uint64_t framesSent;
