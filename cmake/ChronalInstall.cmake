@@ -1,0 +1,57 @@
+# Headers, libraries, and what find_package() and pkg-config need. With another platform than ours
+# only the library's own: the platform's headers and libraries are the device's.
+
+include(CMakePackageConfigHelpers)
+
+set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/chronal-api)
+set(CHRONAL_HAS_HOST FALSE)
+set(CHRONAL_HAS_DEVKIT FALSE)
+
+# Writes NAME.pc. Paths in it are relative to its own place, so that the prefix may be moved.
+function(chronal_install_pkgconfig name description libs requires)
+  cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX
+    BASE_DIRECTORY ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig OUTPUT_VARIABLE prefix)
+  configure_file(${PROJECT_SOURCE_DIR}/cmake/package.pc.in ${name}.pc @ONLY)
+  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${name}.pc
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+endfunction()
+
+function(chronal_install_headers)
+  install(DIRECTORY ${ARGN} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN *.h)
+endfunction()
+
+install(TARGETS chronal-api EXPORT chronal-api-targets)
+chronal_install_headers(common/fw/chronal/api/include/)
+
+if(TARGET fabric-host)
+  set(CHRONAL_HAS_HOST TRUE)
+  # Side by side with the host platform, wherever the prefix is.
+  set_target_properties(chronal-api PROPERTIES INSTALL_RPATH "$ORIGIN")
+  install(TARGETS chronal-platform EXPORT chronal-api-targets)
+  install(TARGETS fabric-host EXPORT fabric-host-targets)
+  install(EXPORT fabric-host-targets NAMESPACE fabric:: DESTINATION ${package_dir})
+  chronal_install_headers(platform/include/ platform/host/include/)
+  chronal_install_pkgconfig(fabric-host
+    "Stand-in for the middleware on development hosts" "-lfabric-host -pthread" "")
+  chronal_install_pkgconfig(chronal-api "${PROJECT_DESCRIPTION}" "-lchronal-api" "fabric-host")
+else()
+  chronal_install_pkgconfig(chronal-api "${PROJECT_DESCRIPTION}" "-lchronal-api" "")
+endif()
+
+if(TARGET chronal-devkit)
+  set(CHRONAL_HAS_DEVKIT TRUE)
+  install(TARGETS chronal-devkit chronal-simulator EXPORT chronal-api-targets)
+  chronal_install_pkgconfig(chronal-devkit "Runs clients of the time service on a desk"
+    "-lchronal-devkit -lchronal-simulator -ldate-tz" "chronal-api")
+endif()
+
+install(EXPORT chronal-api-targets NAMESPACE chronal:: DESTINATION ${package_dir})
+configure_package_config_file(cmake/chronal-api-config.cmake.in chronal-api-config.cmake
+  INSTALL_DESTINATION ${package_dir})
+# Before 1.0 any minor release may change the source interface.
+write_basic_package_version_file(chronal-api-config-version.cmake
+  COMPATIBILITY SameMinorVersion)
+install(FILES
+  ${CMAKE_CURRENT_BINARY_DIR}/chronal-api-config.cmake
+  ${CMAKE_CURRENT_BINARY_DIR}/chronal-api-config-version.cmake
+  DESTINATION ${package_dir})

@@ -1,0 +1,46 @@
+include_guard(GLOBAL)
+include(CheckCXXCompilerFlag)
+
+# What every target of this project is compiled with.
+function(chronal_target target)
+  target_compile_features(${target} PRIVATE cxx_std_17)
+  set_target_properties(${target} PROPERTIES
+    CXX_EXTENSIONS OFF
+    CXX_VISIBILITY_PRESET hidden
+    VISIBILITY_INLINES_HIDDEN ON
+    POSITION_INDEPENDENT_CODE ON
+  )
+  # The same binary from every folder. The build folder comes last, because it wins there and may
+  # lie inside the source folder. Debug builds keep true paths for the debugger.
+  target_compile_options(${target} PRIVATE
+    $<$<NOT:$<CONFIG:Debug>>:-ffile-prefix-map=${PROJECT_SOURCE_DIR}=.>
+    $<$<NOT:$<CONFIG:Debug>>:-ffile-prefix-map=${PROJECT_BINARY_DIR}=.>
+  )
+  if(CHRONAL_STRICT_WARNINGS)
+    target_compile_options(${target} PRIVATE
+      -Werror -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion
+      -Wnon-virtual-dtor -Wold-style-cast -Woverloaded-virtual
+    )
+  endif()
+endfunction()
+
+# For a target whose code becomes part of a shared library: calls of its own functions are direct,
+# and calls of others take no detour.
+function(chronal_shared_code target)
+  foreach(flag IN ITEMS -fno-semantic-interposition -fno-plt -ffunction-sections -fdata-sections)
+    string(MAKE_C_IDENTIFIER "CHRONAL_HAS${flag}" supported)
+    check_cxx_compiler_flag(${flag} ${supported})
+    if(${supported})
+      target_compile_options(${target} PRIVATE ${flag})
+    endif()
+  endforeach()
+endfunction()
+
+# Nothing is linked that is not used, and nothing used is left out.
+function(chronal_shared_link target)
+  target_link_options(${target} PRIVATE LINKER:--as-needed LINKER:--gc-sections)
+  # Clang leaves a sanitizer's run-time library to the executable.
+  if(NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize")
+    target_link_options(${target} PRIVATE LINKER:--no-undefined)
+  endif()
+endfunction()

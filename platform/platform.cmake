@@ -1,0 +1,10 @@
+# The platform that the library is built against by default: the declarations of this folder and,
+# behind them, the stand-in for development hosts. A device's own file defines chronal::platform as
+# an imported target with the include directories and libraries of its middleware.
+
+add_subdirectory(${CMAKE_CURRENT_LIST_DIR}/host platform/host)
+
+add_library(chronal-platform INTERFACE)
+add_library(chronal::platform ALIAS chronal-platform)
+set_target_properties(chronal-platform PROPERTIES EXPORT_NAME platform)
+target_link_libraries(chronal-platform INTERFACE fabric::host)
