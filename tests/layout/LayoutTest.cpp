@@ -1,0 +1,214 @@
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include <chronal/MessageRecords.h>
+#include <chronal/UserAdapter.h>
+
+// What the device's middleware and its time service take for granted about the objects that they
+// share with the library. Needs nothing of a host platform: an integrator runs this program alone,
+// built against the device's own middleware.
+
+namespace {
+
+constexpr std::size_t word = sizeof(void*);
+constexpr bool deviceWidth = word == 4;
+
+#define TABLE(record) #record, &__nub_EndianTable_##record
+
+/// The entries of each table: w and W for words of 32 and 64 bits, T and S for times and strings,
+/// with the offset on the device in hexadecimal.
+const struct Row
+{
+    const char* record;
+    const nubEndianTable_t* table;
+    std::uint32_t size;
+    const char* entries;
+} rows[] = {
+    {TABLE(nubOsalTime_t), 16, "W00 w08"},
+    {TABLE(chronalCmdDummy_t), 4, "w00"},
+    {TABLE(chronalMsgDST_t), 4, "w00"},
+    {TABLE(chronalMsgDtvTime_t), 16, "T00"},
+    {TABLE(chronalMsgTimezone_t), 24, "S00 T08"},
+    {TABLE(chronalMsgAutoTime_t), 4, "w00"},
+    {TABLE(chronalMsgNtpData_t), 12, "S00 w08"},
+    {TABLE(chronalMsgDateTime_t), 104, "T00 T10 T20 T30 T40 w50 S54 w5c w60 w64"},
+    {TABLE(chronalMsgReplyResult_t), 4, "w00"},
+    {TABLE(chronalMsgReplyTime_t), 64, "w00 T08 T18 T28 w38 w3c"},
+    {TABLE(chronalMsgCmdTimeAtData_t), 24, "T00 w10"},
+    {TABLE(chronalMsgCmdRefTimeData_t), 80, "w00 T08 T20 w18 T30 T40"},
+    {TABLE(chronalMsgCmdRefTimeId_t), 4, "w00"},
+};
+
+char kindOf(const nubEndianEntry_t& entry)
+{
+    const nubEndianTable_t* const nested = entry.argument.table;
+    switch (entry.code >> 16) {
+    case 3:
+        return nested == &__nub_EndianTable_nubOsalTime_t      ? 'T'
+               : nested == &__nub_EndianTable_nubDeserString_t ? 'S'
+                                                               : '?';
+    case 4:
+        return entry.argument.word == 0 ? 'w' : '?';
+    case 8:
+        return entry.argument.word == 0 ? 'W' : '?';
+    }
+    return '?';
+}
+
+/// The entries as the rows give them, or their kinds alone; stops behind the terminator.
+std::string textOf(const nubEndianTable_t& table, bool withOffsets)
+{
+    std::string text;
+    const nubEndianEntry_t* entry = table.entries;
+    for (; entry->code != 0; ++entry) {
+        text += text.empty() ? "" : " ";
+        text += kindOf(*entry);
+        for (const std::uint32_t digit : {entry->code >> 4 & 0xfff, entry->code & 15})
+            if (withOffsets)
+                text += digit < 16 ? "0123456789abcdef"[digit] : '?';
+    }
+    EXPECT_EQ(entry->argument.word, 0xffffffffU);
+    return text;
+}
+
+TEST(EndianTables, DescribeTheRecordsOfTheDevice)
+{
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.record);
+        const std::string entries = row.entries;
+        // Where pointers are wider, a record that holds a string has a layout of its own.
+        if (deviceWidth || entries.find('S') == std::string::npos) {
+            EXPECT_EQ(row.table->size, row.size);
+            EXPECT_EQ(textOf(*row.table, true), entries);
+            continue;
+        }
+        std::string kinds;
+        for (std::size_t at = 0; at < entries.size(); at += 4)
+            kinds += (kinds.empty() ? "" : " ") + entries.substr(at, 1);
+        EXPECT_EQ(textOf(*row.table, false), kinds);
+    }
+}
+
+/// Where a member lies in an object.
+template <typename Object, typename Member>
+std::size_t offsetIn(const Object& object, const Member& member)
+{
+    return static_cast<std::size_t>(reinterpret_cast<const char*>(&member) -
+                                    reinterpret_cast<const char*>(&object));
+}
+
+TEST(Identity, LiesAsTheMiddlewareReadsIt)
+{
+    const fabric::MsgMeta meta = {};
+    EXPECT_EQ(sizeof(meta), 16U);
+    EXPECT_EQ(alignof(fabric::MsgMeta), 4U);
+    EXPECT_EQ(offsetIn(meta, meta.serviceId), 0U);
+    EXPECT_EQ(offsetIn(meta, meta.resourceId), 4U);
+    EXPECT_EQ(offsetIn(meta, meta.operationId), 8U);
+    EXPECT_EQ(offsetIn(meta, meta.kind), 12U);
+    EXPECT_EQ(sizeof(meta.kind), 1U);
+
+    const fabric::EndpointId endpoint = {};
+    EXPECT_EQ(sizeof(endpoint), 8U);
+    EXPECT_EQ(offsetIn(endpoint, endpoint.node), 0U);
+    EXPECT_EQ(offsetIn(endpoint, endpoint.componentId), 4U);
+}
+
+TEST(Envelope, HoldsItsFieldsInOrder)
+{
+    const fabric::SerializableMessageData data(nullptr, 0, &__nub_EndianTable_chronalCmdDummy_t);
+    EXPECT_EQ(sizeof(data), deviceWidth ? 16U : 32U);
+    EXPECT_EQ(offsetIn(data, data.payload), word);
+    EXPECT_EQ(offsetIn(data, data.releaseWord), 2 * word);
+    EXPECT_EQ(offsetIn(data, data.endianTable), 3 * word);
+
+    const fabric::SerializableMessageEvent event({}, {}, nullptr);
+    EXPECT_EQ(offsetIn(event, event.data), sizeof(fabric::Event));
+    EXPECT_EQ(sizeof(event.data), 2 * word);
+    EXPECT_EQ(sizeof(event), sizeof(fabric::Event) + 2 * word);
+}
+
+using Adapter = chronal::UserAdapter;
+using Handler = fabric::Arg1Method<int, const fabric::Event&>;
+using Bound = Handler::ClassSpecCaller<Adapter, const fabric::SerializableMessageEvent&>;
+
+TEST(HandlerObject, HoldsItsCallerInItsOwnStorage)
+{
+    EXPECT_EQ(sizeof(Handler), 6 * word);
+    EXPECT_EQ(sizeof(Bound), 4 * word) << "exactly fills the storage";
+    const Handler handler(static_cast<Adapter*>(nullptr), &Adapter::callReplyResult);
+    const Handler copy(handler);
+    for (const Handler* object : {&handler, &copy}) {
+        EXPECT_EQ(offsetIn(*object, object->boundCaller()), 2 * word);
+        const void* words[6];
+        std::memcpy(words, static_cast<const void*>(object), sizeof(words));
+        EXPECT_EQ(words[1], &object->boundCaller()) << "the pointer comes before the storage";
+    }
+}
+
+/// The entry of a virtual function in the table of its class. A pointer to a virtual member
+/// function starts with the offset of the entry, marked in the lowest bit on some targets.
+template <typename Method>
+std::size_t slotOf(Method method)
+{
+    std::uintptr_t offset;
+    std::memcpy(&offset, &method, sizeof(offset));
+    return (offset & ~std::uintptr_t(1)) / word;
+}
+
+template <typename... Methods>
+std::vector<std::size_t> slotsOf(Methods... methods)
+{
+    return {slotOf(methods)...};
+}
+
+/// An application that names the protected callbacks and adds a virtual function of its own.
+class Application : public Adapter
+{
+public:
+    virtual void own();
+
+    static std::vector<std::size_t> slots()
+    {
+        using A = Application;
+        return slotsOf(
+            &A::onServiceConnectionFailed, &A::onServiceDisconnected, &A::onServiceConnected,
+            &A::onReplyResult, &A::onReplyTimeRefInfo, &A::onNotifyCurrentTime,
+            &A::onNotifyDeviationChange, &A::onNotifyTimezoneChange, &A::onReplyTimeRefAt,
+            &A::onReplyTimeAt, &A::onReplyUtcDeviationInfo, &A::onReplyDateTimeSettingsInfo,
+            &A::onReplyTimezoneInfo, &A::onNotifyDtvTimeChange, &A::onNotifyDSTChange, &A::own);
+    }
+};
+
+TEST(VirtualTables, KeepTheirOrder)
+{
+    using Slots = std::vector<std::size_t>;
+    // The destructor comes first, with the two entries 0 and 1.
+    EXPECT_EQ(Application::slots(),
+              (Slots{2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17}));
+    using Caller = Handler::Caller;
+    EXPECT_EQ(
+        slotsOf(&Caller::invoke, &Caller::getClassName, &Caller::getMethodName, &Caller::getObject),
+        (Slots{2, 3, 4, 5}));
+    // This table holds the three reports alone.
+    using Client = fabric::ClientInterface;
+    EXPECT_EQ(slotsOf(&Client::onServiceConnected, &Client::onServiceConnectionFailed,
+                      &Client::onServiceDisconnected),
+              (Slots{0, 1, 2}));
+}
+
+TEST(AdapterObject, HoldsItsBasesAndThenItsFields)
+{
+    const auto roundUp = [](std::size_t size) { return (size + word - 1) / word * word; };
+    EXPECT_EQ(sizeof(Adapter), roundUp(sizeof(fabric::StatePart)) +
+                                   sizeof(fabric::ClientInterface) +
+                                   roundUp(sizeof(fabric::EventHandlerIdSet)) + 3 * word);
+    EXPECT_EQ(sizeof(fabric::ClientInterface), word);
+}
+
+} // namespace
