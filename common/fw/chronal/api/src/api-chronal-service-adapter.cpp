@@ -423,17 +423,27 @@ void callIfOverridden(UserAdapter& adapter, const fabric::MsgIds& ids,
         (adapter.*callback)(ids, arguments...);
 }
 
-/// What all receivers have in common: holds the payload, decodes the fields in the order of the
-/// callback's parameters and calls it.
-template <auto callback, typename Record, typename... Fields>
-int deliver(UserAdapter& adapter, const fabric::SerializableMessageEvent& event,
-            Fields Record::*... fields)
+template <typename Record, typename Field>
+const Field& fieldOf(const void* payload, Field Record::*field)
+{
+    return static_cast<const Record*>(payload)->*field;
+}
+
+/// Decodes the fields of a record, in the order of the callback's parameters, and calls it.
+template <auto callback, auto... fields>
+void deliver(UserAdapter& adapter, const fabric::MsgIds& ids, const void* payload)
+{
+    callIfOverridden<callback>(adapter, ids, decode(fieldOf(payload, fields))...);
+}
+
+/// What all receivers have in common: holds the payload while `deliverRecord` works on it. One body
+/// for all of them, so that it is in the binary once.
+int receive(UserAdapter& adapter, const fabric::SerializableMessageEvent& event,
+            void (*deliverRecord)(UserAdapter&, const fabric::MsgIds&, const void*))
 {
     const boost::shared_ptr<fabric::SerializableMessageData> hold = event.data;
-    if (hold && hold->payload) {
-        const Record& record = *static_cast<const Record*>(hold->payload);
-        callIfOverridden<callback>(adapter, event.ids, decode(record.*fields)...);
-    }
+    if (hold && hold->payload)
+        deliverRecord(adapter, event.ids, hold->payload);
     return 0;
 }
 
@@ -441,84 +451,93 @@ int deliver(UserAdapter& adapter, const fabric::SerializableMessageEvent& event,
 
 int UserAdapter::callReplyResult(const fabric::SerializableMessageEvent& event)
 {
-    return deliver<&UserAdapter::onReplyResult>(*this, event, &chronalMsgReplyResult_t::result);
+    return receive(*this, event,
+                   deliver<&UserAdapter::onReplyResult, &chronalMsgReplyResult_t::result>);
 }
 
 int UserAdapter::callReplyTimeRefInfo(const fabric::SerializableMessageEvent& event)
 {
-    return deliver<&UserAdapter::onReplyTimeRefInfo>(
-        *this, event, &chronalMsgReplyTime_t::utcDeviation, &chronalMsgReplyTime_t::utcTime,
-        &chronalMsgReplyTime_t::localTime, &chronalMsgReplyTime_t::refTimeId,
-        &chronalMsgReplyTime_t::flag, &chronalMsgReplyTime_t::value);
+    return receive(*this, event,
+                   deliver<&UserAdapter::onReplyTimeRefInfo, &chronalMsgReplyTime_t::utcDeviation,
+                           &chronalMsgReplyTime_t::utcTime, &chronalMsgReplyTime_t::localTime,
+                           &chronalMsgReplyTime_t::refTimeId, &chronalMsgReplyTime_t::flag,
+                           &chronalMsgReplyTime_t::value>);
 }
 
 int UserAdapter::callReplyTimeRefAt(const fabric::SerializableMessageEvent& event)
 {
-    return deliver<&UserAdapter::onReplyTimeRefAt>(*this, event, &chronalMsgReplyTime_t::utcTime,
-                                                   &chronalMsgReplyTime_t::localTime,
-                                                   &chronalMsgReplyTime_t::refTimeId);
+    return receive(*this, event,
+                   deliver<&UserAdapter::onReplyTimeRefAt, &chronalMsgReplyTime_t::utcTime,
+                           &chronalMsgReplyTime_t::localTime, &chronalMsgReplyTime_t::refTimeId>);
 }
 
 int UserAdapter::callReplyTimeAt(const fabric::SerializableMessageEvent& event)
 {
-    return deliver<&UserAdapter::onReplyTimeAt>(*this, event, &chronalMsgReplyTime_t::utcTime,
-                                                &chronalMsgReplyTime_t::localTime);
+    return receive(*this, event,
+                   deliver<&UserAdapter::onReplyTimeAt, &chronalMsgReplyTime_t::utcTime,
+                           &chronalMsgReplyTime_t::localTime>);
 }
 
 int UserAdapter::callReplyUtcDeviationInfo(const fabric::SerializableMessageEvent& event)
 {
-    return deliver<&UserAdapter::onReplyUtcDeviationInfo>(
-        *this, event, &chronalMsgReplyTime_t::utcDeviation, &chronalMsgReplyTime_t::utcTime,
-        &chronalMsgReplyTime_t::localTime, &chronalMsgReplyTime_t::refTimeId);
+    return receive(*this, event,
+                   deliver<&UserAdapter::onReplyUtcDeviationInfo,
+                           &chronalMsgReplyTime_t::utcDeviation, &chronalMsgReplyTime_t::utcTime,
+                           &chronalMsgReplyTime_t::localTime, &chronalMsgReplyTime_t::refTimeId>);
 }
 
 int UserAdapter::callReplyDateTimeSettingsInfo(const fabric::SerializableMessageEvent& event)
 {
-    return deliver<&UserAdapter::onReplyDateTimeSettingsInfo>(
-        *this, event, &chronalMsgDateTime_t::time0, &chronalMsgDateTime_t::time1,
-        &chronalMsgDateTime_t::time2, &chronalMsgDateTime_t::time3, &chronalMsgDateTime_t::time4,
-        &chronalMsgDateTime_t::value, &chronalMsgDateTime_t::text, &chronalMsgDateTime_t::flag1,
-        &chronalMsgDateTime_t::flag2, &chronalMsgDateTime_t::timezoneSyncEnable);
+    return receive(*this, event,
+                   deliver<&UserAdapter::onReplyDateTimeSettingsInfo, &chronalMsgDateTime_t::time0,
+                           &chronalMsgDateTime_t::time1, &chronalMsgDateTime_t::time2,
+                           &chronalMsgDateTime_t::time3, &chronalMsgDateTime_t::time4,
+                           &chronalMsgDateTime_t::value, &chronalMsgDateTime_t::text,
+                           &chronalMsgDateTime_t::flag1, &chronalMsgDateTime_t::flag2,
+                           &chronalMsgDateTime_t::timezoneSyncEnable>);
 }
 
 int UserAdapter::callReplyTimezoneInfo(const fabric::SerializableMessageEvent& event)
 {
-    return deliver<&UserAdapter::onReplyTimezoneInfo>(*this, event, &chronalMsgTimezone_t::timezone,
-                                                      &chronalMsgTimezone_t::time);
+    return receive(*this, event,
+                   deliver<&UserAdapter::onReplyTimezoneInfo, &chronalMsgTimezone_t::timezone,
+                           &chronalMsgTimezone_t::time>);
 }
 
 int UserAdapter::callNotifyCurrentTime(const fabric::SerializableMessageEvent& event)
 {
-    return deliver<&UserAdapter::onNotifyCurrentTime>(
-        *this, event, &chronalMsgReplyTime_t::utcDeviation, &chronalMsgReplyTime_t::utcTime,
-        &chronalMsgReplyTime_t::localTime, &chronalMsgReplyTime_t::flag,
-        &chronalMsgReplyTime_t::value);
+    return receive(*this, event,
+                   deliver<&UserAdapter::onNotifyCurrentTime, &chronalMsgReplyTime_t::utcDeviation,
+                           &chronalMsgReplyTime_t::utcTime, &chronalMsgReplyTime_t::localTime,
+                           &chronalMsgReplyTime_t::flag, &chronalMsgReplyTime_t::value>);
 }
 
 int UserAdapter::callNotifyDeviationChange(const fabric::SerializableMessageEvent& event)
 {
     tzset(); // whether or not anybody listens: the process's own idea of local time has to follow
-    return deliver<&UserAdapter::onNotifyDeviationChange>(
-        *this, event, &chronalMsgReplyTime_t::utcDeviation, &chronalMsgReplyTime_t::utcTime,
-        &chronalMsgReplyTime_t::localTime);
+    return receive(
+        *this, event,
+        deliver<&UserAdapter::onNotifyDeviationChange, &chronalMsgReplyTime_t::utcDeviation,
+                &chronalMsgReplyTime_t::utcTime, &chronalMsgReplyTime_t::localTime>);
 }
 
 int UserAdapter::callNotifyTimezoneChange(const fabric::SerializableMessageEvent& event)
 {
     tzset(); // as above
-    return deliver<&UserAdapter::onNotifyTimezoneChange>(
-        *this, event, &chronalMsgTimezone_t::timezone, &chronalMsgTimezone_t::time);
+    return receive(*this, event,
+                   deliver<&UserAdapter::onNotifyTimezoneChange, &chronalMsgTimezone_t::timezone,
+                           &chronalMsgTimezone_t::time>);
 }
 
 int UserAdapter::callNotifyDtvTimeChange(const fabric::SerializableMessageEvent& event)
 {
-    return deliver<&UserAdapter::onNotifyDtvTimeChange>(*this, event,
-                                                        &chronalMsgDtvTime_t::dtvTime);
+    return receive(*this, event,
+                   deliver<&UserAdapter::onNotifyDtvTimeChange, &chronalMsgDtvTime_t::dtvTime>);
 }
 
 int UserAdapter::callNotifyDSTChange(const fabric::SerializableMessageEvent& event)
 {
-    return deliver<&UserAdapter::onNotifyDSTChange>(*this, event, &chronalMsgDST_t::dst);
+    return receive(*this, event, deliver<&UserAdapter::onNotifyDSTChange, &chronalMsgDST_t::dst>);
 }
 
 // ----------------------------------------------------------------- the adapter and connection ---
