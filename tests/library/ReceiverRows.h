@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <ostream>
 #include <vector>
 
 #include <chronal/MessageRecords.h>
@@ -17,6 +18,11 @@ struct ReceiverRow
     const char* frame; ///< on the wire, in hexadecimal; null for a record that never travelled
     int tzsetCalls = 0;
 };
+
+inline void PrintTo(const ReceiverRow& row, std::ostream* out)
+{
+    *out << row.call;
+}
 
 /// At least one row for each of the twelve receivers.
 extern const std::vector<ReceiverRow> receiverRows;

@@ -203,7 +203,7 @@ MemoryLink::MemoryLink(std::shared_ptr<ServiceThread> service) : serviceThread(s
 
 MemoryLink::~MemoryLink()
 {
-    close();
+    MemoryLink::close();
 }
 
 void MemoryLink::open(LinkListener& listener)
