@@ -38,6 +38,8 @@ endfunction()
 
 # Nothing is linked that is not used, and nothing used is left out.
 function(chronal_shared_link target)
+  # The path of the build folder would make the binary depend on it.
+  set_target_properties(${target} PROPERTIES BUILD_RPATH_USE_ORIGIN ON)
   target_link_options(${target} PRIVATE LINKER:--as-needed LINKER:--gc-sections)
   # Clang leaves a sanitizer's run-time library to the executable.
   if(NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize")
