@@ -105,13 +105,13 @@ struct Options
 ///
 /// | notification          | to                | when                                             |
 /// |-----------------------|-------------------|--------------------------------------------------|
-/// | notifyCurrentTime     | each subscriber   | each period after subscribing; periods missed    |
-/// |                       | of the source     | are skipped                                      |
 /// | notifyDtvTimeChange   | everybody         | the DVB or ATSC source has been set              |
 /// | notifyTimezoneChange  | everybody         | the zone has become another one                  |
 /// | notifyDeviationChange | everybody         | the RTC's deviation has become another one, by a |
 /// |                       |                   | command or by the passing of time                |
 /// | notifyDSTChange       | everybody         | the same with its daylight-saving state; 1 or 0  |
+/// | notifyCurrentTime     | each subscriber   | each period after subscribing; periods missed    |
+/// |                       | of the source     | are skipped                                      |
 ///
 /// Those of one occasion come in the order of this table, with originId 0 and a running messageId.
 /// A client that disconnects loses its subscriptions; its locks stay.

@@ -1,324 +1,215 @@
 #include "MemoryLink.h"
 #include "Sample.h"
+#include "ServiceServer.h"
 
-#include <fabric-host/Service.h>
 #include <fabric/EventHandlerIdSet.h>
-
-#include <gmock/gmock.h>
 
 #include <atomic>
 #include <cerrno>
-#include <thread>
+#include <future>
 
 namespace {
 
 using namespace sample;
-using fabric::EventHandlerIdSet;
-using fabric::host::ClientId;
-using fabric::host::MemoryLink;
-using fabric::host::ServiceOutlet;
-using fabric::host::ServiceThread;
-using fabric::host::Session;
-using testing::ElementsAre;
-using testing::HasSubstr;
+using namespace fabric::host;
 
-/// Answers `ask` with its number and sends setRecord back; numbers from `special` on do more.
-class SampleService : public fabric::host::Service
+/// Notes its calls; what it does about a command is in the hands of the test.
+struct ScriptedService : Service
 {
-public:
-    enum Special : std::uint32_t
-    {
-        special = 1000000,
-        block = special,
-        fail,
-        flood,
-        tellAll,
-        answerLater
-    };
+    explicit ScriptedService(Journal& target) : journal(target) {}
 
-    /// What the test and the service share.
-    struct Shared
-    {
-        Journal journal;
-        Gate blocked, goOn;
-    };
-
-    explicit SampleService(Shared& state) : shared(state) {}
-
-    const fabric::host::MessageCatalogue& catalogue() const override { return sample::catalogue; }
-
+    const MessageCatalogue& catalogue() const override { return sample::catalogue; }
     void start(ServiceOutlet& out) override { outlet = &out; }
+    void clientConnected(ClientId) override {}
+    void clientDisconnected(ClientId id) override { journal.note("gone " + std::to_string(id)); }
 
-    void clientConnected(ClientId client) override { clients.push_back(client); }
-
-    void clientDisconnected(ClientId client) override
+    void commandReceived(ClientId client, const Message& command) override
     {
-        shared.journal.note("gone " + std::to_string(client));
-    }
-
-    void commandReceived(ClientId client, const SerializableMessageEvent& command) override
-    {
-        if (command.meta.resourceId == setRecord.resourceId) {
-            echo(client, command);
-            return;
-        }
-        const std::uint32_t value = numberOf(command);
-        if (value == block) {
-            shared.blocked.open();
-            EXPECT_TRUE(shared.goOn.pass());
-        } else if (value == fail) {
-            throw std::runtime_error("service failed");
-        } else if (value == flood) {
-            for (int i = 0; i < 2000; ++i)
-                outlet->send(client, numberEvent(change, 0));
-        } else if (value == tellAll) {
-            for (const ClientId each : clients)
-                outlet->send(each, numberEvent(change, value));
-        } else if (value == answerLater) {
-            due = TimePoint::clock::now() + std::chrono::milliseconds(5);
-            waiting = client;
-        } else {
-            outlet->send(client, numberEvent(answer, value, command.ids));
-        }
+        journal.note(std::to_string(recordOf(command).number));
+        onCommand(*outlet, client, command);
     }
 
     TimePoint runDue() override
     {
-        if (TimePoint::clock::now() < due)
-            return due;
-        due = TimePoint::max();
-        outlet->send(waiting, numberEvent(answer, answerLater));
+        if (TimePoint::clock::now() >= due)
+            journal.note("due"), due = TimePoint::max();
         return due;
     }
 
-private:
-    void echo(ClientId client, const SerializableMessageEvent& command)
+    std::function<void(ServiceOutlet&, ClientId, const Message&)> onCommand;
+    TimePoint due = TimePoint::max();
+
+    Journal& journal;
+    ServiceOutlet* outlet = nullptr;
+};
+
+/// Is connected, and notes what its client hears.
+struct Application
+{
+    explicit Application(const std::shared_ptr<ServiceThread>& service)
+        : session(std::make_unique<Session>(std::make_unique<MemoryLink>(service), catalogue))
     {
-        const auto& text = static_cast<const Record*>(command.data->payload)->text;
-        outlet->send(client, nullptr);
-        outlet->send(client, numberEvent(ask, 0));
-        outlet->send(client, recordEvent(recordReply, std::string(70000, 'x')));
-        outlet->send(client, recordEvent(recordReply, std::string(text.chars, text.length)));
+        session->attach(client);
+        session->connect();
+        journal.await(1);
     }
 
-    Shared& shared;
-    ServiceOutlet* outlet = nullptr;
-    std::vector<ClientId> clients;
-    TimePoint due = TimePoint::max();
-    ClientId waiting = 0;
+    int send(std::uint32_t number, const std::string& text = "")
+    {
+        MsgIds ids;
+        return session->application().sendEvent(ids, 0, message(ask, number, text).release());
+    }
+
+    Journal journal;
+    Client client{journal};
+    std::unique_ptr<Session> session;
 };
 
 class MemoryLinkTest : public testing::Test
 {
 protected:
-    std::unique_ptr<Session> newSession()
-    {
-        return std::make_unique<Session>(std::make_unique<MemoryLink>(service), catalogue);
-    }
-
-    static int send(Session& session, std::uint32_t value, MsgIds* ids = nullptr)
-    {
-        MsgIds unused;
-        return session.application().sendEvent(ids ? *ids : unused, 0,
-                                               numberEvent(ask, value).release());
-    }
-
-    /// Connects and waits until it stands.
-    void connect(Session& session, Client& client)
-    {
-        Gate up;
-        client.also = [&](const std::string& what) {
-            if (what == "connected")
-                up.open();
-        };
-        session.attach(client);
-        session.connect();
-        ASSERT_TRUE(up.pass());
-        Client barrier(journal);
-        session.detach(barrier);
-        client.also = nullptr;
-    }
-
+    Gate goOn;
     Journal journal;
-    SampleService::Shared shared;
+    ScriptedService* const script = new ScriptedService(journal); // the thread's
     std::shared_ptr<ServiceThread> service =
-        std::make_shared<ServiceThread>(std::make_unique<SampleService>(shared));
+        std::make_shared<ServiceThread>(std::unique_ptr<ScriptedService>(script));
 };
 
-TEST_F(MemoryLinkTest, ACommandIsAnsweredWithItsIdsAndNotificationsReachEverybody)
+TEST_F(MemoryLinkTest, MessagesArriveWholeWhereTheyAreSentToAndOnlyThoseOfTheCatalogue)
 {
     Journal answers;
-    Callback answered([&](const SerializableMessageEvent& event) {
-        answers.note(std::to_string(event.ids.messageId) + " " + std::to_string(numberOf(event)));
+    Callback answered([&](const Message& event) {
+        answers.note(std::to_string(event.ids.messageId) + recordOf(event).text.chars);
     });
-    Callback echoed([&](const SerializableMessageEvent& event) {
-        const auto& record = *static_cast<const Record*>(event.data->payload);
-        answers.note(std::string(record.text.chars, record.text.length));
-    });
-    Callback notified([&](const SerializableMessageEvent&) { journal.note("change"); });
-    Client client(journal), otherClient(journal);
-    const auto session = newSession();
-    const auto other = newSession();
-    for (Session* each : {session.get(), other.get()})
-        each->application().addEventHandler(change, 0, notified.handler());
-    session->component().addEventHandler(answer, 0, answered.handler());
-    session->component().addEventHandler(recordReply, 0, echoed.handler());
-
-    EXPECT_EQ(-ENOTCONN, send(*session, 1));
-    connect(*session, client);
-    connect(*other, otherClient);
-    MsgIds ids;
-    EXPECT_EQ(0, send(*session, 41, &ids));
-    EXPECT_THAT(answers.await(1), ElementsAre(std::to_string(ids.messageId) + " 41"));
-    EXPECT_EQ(0, session->application().sendEvent(ids, 0, recordEvent(setRecord, "t").release()));
-    EXPECT_EQ("t", answers.await(2)[1]);
-    EXPECT_EQ(0, send(*session, SampleService::tellAll));
-    EXPECT_THAT(journal.await(4), ElementsAre("connected", "connected", "change", "change"));
+    Callback told = noteNumber(answers, "told");
+    Application first(service), second(service);
+    first.session->component().addEventHandler(answer, 0, answered.handler());
+    second.session->application().addEventHandler(change, 0, told.handler());
+    script->onCommand = [](ServiceOutlet& outlet, ClientId client, const Message& command) {
+        outlet.send(client, nullptr);
+        outlet.send(client, message(ask, 0));
+        outlet.send(client, message(answer, 0, std::string(70000, 'x')));
+        outlet.send(client, message(answer, 0, recordOf(command).text.chars, command.ids));
+        for (const ClientId each : {3U, 2U}) // nobody and the other one
+            outlet.send(each, message(change, 5));
+    };
+    EXPECT_EQ(0, first.send(7, " text"));
+    EXPECT_EQ(0, first.send(7, " text"));
+    EXPECT_THAT(answers.await(4),
+                testing::UnorderedElementsAre("1 text", "told 5", "2 text", "told 5"));
+    EXPECT_EQ(0U, first.session->counters().framesRefused);
 }
 
 TEST_F(MemoryLinkTest, TheServiceIsCalledAgainWhenItAskedForIt)
 {
-    Callback answered([&](const SerializableMessageEvent& event) {
-        journal.note(std::to_string(numberOf(event)));
-    });
-    Client client(journal);
-    const auto session = newSession();
-    session->component().addEventHandler(answer, 0, answered.handler());
-    connect(*session, client);
-    send(*session, SampleService::answerLater);
-    EXPECT_THAT(journal.await(2),
-                ElementsAre("connected", std::to_string(SampleService::answerLater)));
+    Application application(service);
+    script->onCommand = [&](ServiceOutlet&, ClientId, const Message&) {
+        script->due = std::chrono::steady_clock::now() + std::chrono::milliseconds(5);
+    };
+    application.send(1);
+    EXPECT_THAT(journal.await(2), ElementsAre("1", "due"));
 }
 
 TEST_F(MemoryLinkTest, BadFramesAndAFailingServiceAreReportedAndTheConnectionLivesOn)
 {
-    struct Listener final : fabric::host::LinkListener
-    {
-        void linkUp() override { up.open(); }
-        void linkFailed(int) override {}
-        void linkDown(int) override {}
-        bool frameReceived(FrameBytes) override { return received.open(), true; }
-        Gate up, received;
-    } listener;
-    DebugLines lines("204:3000");
-    MemoryLink link(service);
-    link.open(listener);
-    ASSERT_TRUE(listener.up.pass());
-    const auto frame = [](const MsgMeta& meta, std::uint8_t value) {
-        const auto byte = [](std::uint32_t word) { return static_cast<std::uint8_t>(word); };
-        FrameBytes bytes(40);
-        bytes[3] = 40, bytes[7] = 7, bytes[11] = byte(meta.resourceId);
-        bytes[15] = byte(meta.operationId), bytes[16] = meta.kind, bytes[17] = 1;
-        bytes[37] = 0x0f, bytes[38] = 0x42, bytes[39] = value;
-        return bytes;
-    };
-    link.send({});
-    link.send(frame(answer, 0));
-    link.send(frame(ask, 0x41)); // 1000001: fail
-    link.send(frame(ask, 0x3f)); // an ordinary number
-    EXPECT_TRUE(listener.received.pass());
-    EXPECT_THAT(lines.journal.await(3),
+    ScriptedService failing(journal);
+    failing.onCommand = [](auto&&...) { throw std::runtime_error("service failed"); };
+    DebugLines lines;
+    ServiceServer server(failing);
+    server.start();
+    const ClientId client = server.connected(nullptr);
+    for (const FrameBytes& frame : {FrameBytes(), encoded(*message(answer, 0)),
+                                    encoded(*message(ask, 1)), encoded(*message(ask, 2))})
+        server.frameReceived(client, frame);
+    EXPECT_THAT(journal.await(2), ElementsAre("1", "2"));
+    EXPECT_THAT(lines.await(4),
                 ElementsAre(HasSubstr("shorter than a header"), HasSubstr("not a command"),
+                            HasSubstr("commandReceived: service failed"),
                             HasSubstr("commandReceived: service failed")));
-    EXPECT_EQ(2U, service->framesRefused());
+    EXPECT_EQ(2U, server.framesRefused());
 }
 
-TEST_F(MemoryLinkTest, AFullQueueToTheServiceRefusesTheNextCommand)
+TEST_F(MemoryLinkTest, CommandsAreQueuedUpToALimitAndReachTheServiceAlsoAfterTheEnd)
 {
-    Client client(journal);
-    const auto session = newSession();
-    connect(*session, client);
-    ASSERT_EQ(0, send(*session, SampleService::block));
-    ASSERT_TRUE(shared.blocked.pass());
+    script->onCommand = [this](auto&&...) { goOn.pass(); };
+    Application application(service);
+    ASSERT_EQ(0, application.send(1));
+    journal.await(1);
     for (int i = 0; i < 1024; ++i)
-        ASSERT_EQ(0, send(*session, 1));
-    EXPECT_EQ(-EAGAIN, send(*session, 1));
-    EXPECT_EQ(1025U, session->counters().framesSent);
-    shared.goOn.open();
+        ASSERT_EQ(0, application.send(2));
+    EXPECT_EQ(-EAGAIN, application.send(3));
+    EXPECT_EQ(1025U, application.session->counters().framesSent);
+    application.session.reset();
+    goOn.open();
+    service.reset();
+    EXPECT_EQ("gone 1", journal.await(1026).back());
 }
 
 TEST_F(MemoryLinkTest, AClientThatDoesNotKeepUpIsDisconnectedAndMayConnectAgain)
 {
-    Client client(journal);
-    Gate leave;
-    Callback slow([&](const SerializableMessageEvent&) { EXPECT_TRUE(leave.pass()); });
-    const auto session = newSession();
-    session->application().addEventHandler(change, 0, slow.handler());
-    connect(*session, client);
-    ASSERT_EQ(0, send(*session, SampleService::flood));
-    EXPECT_THAT(shared.journal.await(1), ElementsAre("gone 1"));
-    EXPECT_EQ(-ENOTCONN, send(*session, 1));
-    leave.open();
-    EXPECT_THAT(journal.await(2), ElementsAre("connected", "disconnected 105"));
-    session->connect();
-    EXPECT_EQ("connected", journal.await(3).back());
-    EXPECT_EQ(0, send(*session, 1));
-}
-
-TEST_F(MemoryLinkTest, WhatWasSentBeforeTheEndStillReachesTheService)
-{
-    Client client(journal);
-    auto session = newSession();
-    connect(*session, client);
-    send(*session, SampleService::block);
-    ASSERT_TRUE(shared.blocked.pass());
-    send(*session, SampleService::flood);
-    shared.goOn.open();
-    session.reset();
-    service.reset();
-    EXPECT_THAT(shared.journal.await(1), ElementsAre("gone 1"));
+    Gate entered;
+    Callback slow([&](const Message&) { entered.open(), goOn.pass(); });
+    Application application(service);
+    application.session->application().addEventHandler(change, 0, slow.handler());
+    script->onCommand = [](ServiceOutlet& outlet, ClientId client, const Message& command) {
+        for (std::uint32_t i = 0; i < recordOf(command).number; ++i)
+            outlet.send(client, message(change, 0));
+    };
+    EXPECT_EQ(0, application.send(1));
+    entered.pass();
+    EXPECT_EQ(0, application.send(2000));
+    EXPECT_THAT(journal.await(3), ElementsAre("1", "2000", "gone 1"));
+    EXPECT_EQ(-ENOTCONN, application.send(1));
+    goOn.open();
+    EXPECT_THAT(application.journal.await(2),
+                ElementsAre("connected", "disconnected " + std::to_string(ENOBUFS)));
+    EXPECT_EQ(1 + 1024U, application.session->counters().framesReceived);
+    application.session->connect();
+    EXPECT_EQ("connected", application.journal.await(3).back());
+    EXPECT_EQ(0, application.send(1));
 }
 
 TEST_F(MemoryLinkTest, ThreadsMaySendRegisterAttachAndReconnectAllAtOnce)
 {
-    std::atomic<unsigned> answers{0};
-    Callback counting([&](const SerializableMessageEvent&) { ++answers; });
-    Client first(journal);
-    const auto session = newSession();
-    session->component().addEventHandler(answer, 0, counting.handler());
-    connect(*session, first);
+    script->onCommand = [](ServiceOutlet& outlet, ClientId client, const Message&) {
+        outlet.send(client, message(answer, 0));
+    };
+    std::atomic<int> answers{0};
+    Application application(service);
+    Session& session = *application.session;
 
     std::atomic<bool> done{false};
-    std::vector<std::thread> threads;
     const auto repeat = [&](const std::function<void()>& action) {
-        threads.emplace_back([&done, action] {
+        return std::async(std::launch::async, [&done, action] {
             while (!done)
                 action();
         });
     };
-    repeat([&] { send(*session, 1); });
-    repeat([&] { send(*session, SampleService::tellAll); });
-    repeat([&] {
-        Callback local([&](const SerializableMessageEvent&) { send(*session, 2); });
-        EventHandlerIdSet ids(session->component());
-        ids.addHandler(session->component().addEventHandler(answer, 0, local.handler()));
-        ids.addHandler(session->application().addEventHandler(change, 0, local.handler()));
-        std::this_thread::yield();
-    });
-    repeat([&] {
-        Journal unread;
-        Client client(unread);
-        client.also = [&](const std::string& what) {
-            if (what == "connected")
-                send(*session, 3);
-        };
-        fabric::host::Attachment attachment(*session, client);
-    });
+    const std::future<void> threads[] = {
+        repeat([&] { application.send(1); }),
+        repeat([&] {
+            Callback local([&](const Message&) { ++answers, application.send(2); });
+            fabric::EventHandlerIdSet ids(session.component());
+            ids.addHandler(session.component().addEventHandler(answer, 0, local.handler()));
+            std::this_thread::yield();
+        }),
+        repeat([&] {
+            Client client(application.journal);
+            client.also = [&](const std::string&) { application.send(3); };
+            Attachment attachment(session, client);
+        }),
+    };
     for (int round = 0; round < 300; ++round) {
-        session->disconnect();
-        session->connect();
+        session.disconnect();
+        session.connect();
     }
     // Until the traffic has survived all that.
-    const auto end = std::chrono::steady_clock::now() + bound;
-    const unsigned enough = answers + 100;
-    while (answers < enough && std::chrono::steady_clock::now() < end) {
-        session->connect();
-        std::this_thread::yield();
-    }
-    EXPECT_GE(answers, enough);
+    const auto giveUp = std::chrono::steady_clock::now() + bound;
+    const int enough = answers + 100;
+    while (answers < enough && std::chrono::steady_clock::now() < giveUp)
+        session.connect();
     done = true;
-    for (std::thread& thread : threads)
-        thread.join();
+    EXPECT_GE(answers, enough);
 }
 
 } // namespace

@@ -3,32 +3,29 @@
 
 #include <chrono>
 #include <condition_variable>
-#include <cstddef>
-#include <cstdlib>
 #include <cstring>
 #include <functional>
-#include <memory>
 #include <mutex>
 #include <string>
-#include <utility>
-#include <vector>
 
 #include <fabric-host/DebugSink.h>
-#include <fabric-host/Link.h>
-#include <fabric-host/MessageCatalogue.h>
 #include <fabric-host/Session.h>
-#include <fabric/SerializableMessage.h>
+#include <gmock/gmock.h>
+
+#include "Frame.h"
 
 namespace sample {
 
-using fabric::ClientInterface;
-using fabric::Event;
-using fabric::EventHandler;
 using fabric::MsgIds;
 using fabric::MsgMeta;
 using fabric::SerializableMessageData;
-using fabric::SerializableMessageEvent;
+using Message = fabric::SerializableMessageEvent;
+using fabric::host::decodeFrame;
+using fabric::host::encodeFrame;
 using fabric::host::FrameBytes;
+using fabric::host::Session;
+using testing::ElementsAre;
+using testing::HasSubstr;
 
 /// Longer than any of this takes, on any machine.
 constexpr std::chrono::seconds bound(20);
@@ -43,29 +40,18 @@ struct Inner
 
 struct Record
 {
-    std::uint32_t first;
+    std::uint32_t number;
     Inner inner;
     nubDeserString_t text;
     std::uint32_t last;
 };
 
-struct Number
-{
-    std::uint32_t value;
-};
-
 constexpr nubEndianEntry_t end = {0, nubEndianArgument_t(std::uintptr_t{0xffffffff})};
 
-constexpr nubEndianEntry_t word32(std::size_t offset)
+constexpr nubEndianEntry_t word(nubEndianKind_enum kind, std::size_t offset)
 {
-    return {(nubEndianWord32 << 16) | static_cast<std::uint32_t>(offset),
-            nubEndianArgument_t(std::uintptr_t{0})};
-}
-
-constexpr nubEndianEntry_t word64(std::size_t offset)
-{
-    return {(nubEndianWord64 << 16) | static_cast<std::uint32_t>(offset),
-            nubEndianArgument_t(std::uintptr_t{0})};
+    const auto code = (kind << 16) | static_cast<std::uint32_t>(offset);
+    return {code, nubEndianArgument_t(std::uintptr_t{0})};
 }
 
 constexpr nubEndianEntry_t nested(std::size_t offset, const nubEndianTable_t& table)
@@ -73,91 +59,50 @@ constexpr nubEndianEntry_t nested(std::size_t offset, const nubEndianTable_t& ta
     return {(nubEndianRecord << 16) | static_cast<std::uint32_t>(offset), &table};
 }
 
-inline const nubEndianEntry_t innerEntries[] = {word64(offsetof(Inner, big)),
-                                                word32(offsetof(Inner, small)), end};
+inline const nubEndianEntry_t innerEntries[] = {word(nubEndianWord64, offsetof(Inner, big)),
+                                                word(nubEndianWord32, offsetof(Inner, small)), end};
 inline const nubEndianTable_t innerTable = {sizeof(Inner), innerEntries};
 inline const nubEndianEntry_t recordEntries[] = {
-    word32(offsetof(Record, first)), word32(offsetof(Record, last)),
+    word(nubEndianWord32, offsetof(Record, number)), word(nubEndianWord32, offsetof(Record, last)),
     nested(offsetof(Record, inner), innerTable),
     nested(offsetof(Record, text), __nub_EndianTable_nubDeserString_t), end};
 inline const nubEndianTable_t recordTable = {sizeof(Record), recordEntries};
-inline const nubEndianEntry_t numberEntries[] = {word32(0), end};
-inline const nubEndianTable_t numberTable = {sizeof(Number), numberEntries};
 
-constexpr MsgMeta setRecord = {7, 100, 1, 0};
-constexpr MsgMeta ask = {7, 101, 2, 0};
-constexpr MsgMeta answer = {7, 101, 2, 2};
-constexpr MsgMeta change = {7, 101, 3, 1};
-constexpr MsgMeta recordReply = {7, 100, 1, 2};
+constexpr MsgMeta ask = {7, 100, 1, 0};
+constexpr MsgMeta answer = {7, 100, 1, 2};
+constexpr MsgMeta change = {7, 100, 3, 1};
 
-inline const fabric::host::MessageType types[] = {{"setRecord", 100, 1, 0, &recordTable},
-                                                  {"ask", 101, 2, 0, &numberTable},
-                                                  {"answer", 101, 2, 2, &numberTable},
-                                                  {"change", 101, 3, 1, &numberTable},
-                                                  {"recordReply", 100, 1, 2, &recordTable}};
-inline const fabric::host::MessageCatalogue catalogue = {7, types, 5};
+inline const fabric::host::MessageType types[] = {{"ask", 100, 1, 0, &recordTable},
+                                                  {"answer", 100, 1, 2, &recordTable},
+                                                  {"change", 100, 3, 1, &recordTable}};
+inline const fabric::host::MessageCatalogue catalogue = {7, types, 3};
 
-inline void setText(nubDeserString_t& text, const std::string& value)
+inline std::unique_ptr<Message> message(const MsgMeta& meta, std::uint32_t number,
+                                        const std::string& text = "", const MsgIds& ids = {0, 0})
 {
-    text.length = static_cast<std::uint32_t>(value.size());
-    text.chars = static_cast<char*>(std::malloc(value.size() + 1));
-    std::memcpy(text.chars, value.c_str(), value.size() + 1);
-}
-
-inline std::unique_ptr<SerializableMessageEvent>
-numberEvent(const MsgMeta& meta, std::uint32_t value, const MsgIds& ids = {0, 0})
-{
-    const auto data = SerializableMessageData::create(sizeof(Number), numberTable);
-    static_cast<Number*>(data->payload)->value = value;
-    auto event = std::make_unique<SerializableMessageEvent>(meta, fabric::EndpointId{-1, 9}, data);
+    const auto data = SerializableMessageData::create(sizeof(Record), recordTable);
+    auto chars = static_cast<char*>(std::malloc(text.size() + 1));
+    std::memcpy(chars, text.c_str(), text.size() + 1);
+    *static_cast<Record*>(data->payload) = {number,
+                                            {0x1112131415161718, 0x21222324},
+                                            {static_cast<std::uint32_t>(text.size()), chars},
+                                            0x31323334};
+    auto event = std::make_unique<Message>(meta, fabric::EndpointId{-1, 9}, data);
     event->ids = ids;
     return event;
 }
 
-inline std::unique_ptr<SerializableMessageEvent> recordEvent(const MsgMeta& meta,
-                                                             const std::string& text)
+inline FrameBytes encoded(const Message& event)
 {
-    const auto data = SerializableMessageData::create(sizeof(Record), recordTable);
-    Record& record = *static_cast<Record*>(data->payload);
-    record.first = 0x01020304;
-    record.inner = {0x1112131415161718, 0x21222324};
-    record.last = 0x31323334;
-    setText(record.text, text);
-    auto event = std::make_unique<SerializableMessageEvent>(meta, fabric::EndpointId{-1, 9}, data);
-    event->ids = {0x41424344, 0x51525354};
-    return event;
+    FrameBytes frame;
+    EXPECT_EQ(0, encodeFrame(event, frame));
+    return frame;
 }
 
-inline std::uint32_t numberOf(const Event& event)
+inline Record& recordOf(const Message& event)
 {
-    return static_cast<const Number*>(
-               static_cast<const SerializableMessageEvent&>(event).data->payload)
-        ->value;
+    return *static_cast<Record*>(event.data->payload);
 }
-
-/// Something that happens once, to be waited for.
-class Gate
-{
-public:
-    void open()
-    {
-        const std::lock_guard<std::mutex> lock(mutex);
-        isOpen = true;
-        opened.notify_all();
-    }
-
-    /// False when it has not been opened in time.
-    bool pass()
-    {
-        std::unique_lock<std::mutex> lock(mutex);
-        return opened.wait_for(lock, bound, [this] { return isOpen; });
-    }
-
-private:
-    std::mutex mutex;
-    std::condition_variable opened;
-    bool isOpen = false;
-};
 
 /// What happened, in order, on any thread.
 class Journal
@@ -174,7 +119,7 @@ public:
     std::vector<std::string> await(std::size_t count)
     {
         std::unique_lock<std::mutex> lock(mutex);
-        noted.wait_for(lock, bound, [&] { return notes.size() >= count; });
+        EXPECT_TRUE(noted.wait_for(lock, bound, [&] { return notes.size() >= count; }));
         return notes;
     }
 
@@ -184,68 +129,58 @@ private:
     std::vector<std::string> notes;
 };
 
-/// A handler that calls a function.
-class Callback
+/// Something that happens once, to be waited for.
+struct Gate
 {
-public:
-    explicit Callback(std::function<void(const SerializableMessageEvent&)> called)
-        : function(std::move(called))
-    {
-    }
+    void open() { journal.note("open"); }
+    void pass() { journal.await(1); }
 
-    EventHandler handler() { return EventHandler(this, &Callback::call); }
-
-private:
-    int call(const SerializableMessageEvent& event)
-    {
-        function(event);
-        return 0;
-    }
-
-    std::function<void(const SerializableMessageEvent&)> function;
+    Journal journal;
 };
 
-/// A client that notes its reports, and does something more if asked to.
-class Client final : public ClientInterface
+/// A function as a handler.
+struct Callback : std::function<void(const Message&)>
 {
-public:
+    using function::function;
+
+    fabric::EventHandler handler() { return fabric::EventHandler(this, &Callback::call); }
+    int call(const Message& event) { return (*this)(event), 0; }
+};
+
+inline auto noteNumber(Journal& journal, const std::string& name)
+{
+    return [&journal, name](const Message& event) {
+        journal.note(name + " " + std::to_string(recordOf(event).number));
+    };
+}
+
+/// A client that notes its reports, and does something more if asked to.
+struct Client final : fabric::ClientInterface
+{
     explicit Client(Journal& target, std::string prefix = "") : journal(target), name(prefix) {}
 
     void onServiceConnected() override { report("connected"); }
-    void onServiceConnectionFailed(int reason) override
-    {
-        report("failed " + std::to_string(reason));
-    }
-    void onServiceDisconnected(int reason) override
-    {
-        report("disconnected " + std::to_string(reason));
-    }
+    void onServiceConnectionFailed(int why) override { report("failed " + std::to_string(why)); }
+    void onServiceDisconnected(int why) override { report("disconnected " + std::to_string(why)); }
 
-    std::function<void(const std::string&)> also;
-
-private:
     void report(const std::string& what)
     {
         journal.note(name + what);
-        if (also)
-            also(what);
+        also(what);
     }
 
     Journal& journal;
-    std::string name;
+    const std::string name;
+    std::function<void(const std::string&)> also = [](const std::string&) {};
 };
 
-/// Collects debug lines as long as it lives.
-class DebugLines
+/// The host platform's lines about trouble, as long as it lives.
+struct DebugLines : Journal
 {
-public:
-    explicit DebugLines(const std::string& switches)
+    DebugLines()
     {
-        fabric::host::setDebugSwitches(switches);
-        fabric::host::setDebugSink([this](std::uint32_t code, const std::string& line) {
-            journal.note(std::to_string(code >> 16) + ":" + std::to_string(code & 0xffff) + " " +
-                         line);
-        });
+        fabric::host::setDebugSwitches("204:3000");
+        fabric::host::setDebugSink([this](auto, const std::string& line) { note(line); });
     }
 
     ~DebugLines()
@@ -253,8 +188,6 @@ public:
         fabric::host::setDebugSink({});
         fabric::host::setDebugSwitches("");
     }
-
-    Journal journal;
 };
 
 } // namespace sample

@@ -67,7 +67,7 @@ void HandlerRegistry::remove(int id, bool onDispatchThread)
     if (found != registrations.end())
         registrations.erase(found);
     if (!onDispatchThread)
-        callEnded.wait(lock, [&] { return running != id; });
+        callEnded.wait(lock, [&] { return running == 0 || running != id; });
 }
 
 Delivery HandlerRegistry::deliver(const Event& event)
