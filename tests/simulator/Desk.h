@@ -1,7 +1,7 @@
 #ifndef CHRONAL_TESTS_SIMULATOR_DESK_H
 #define CHRONAL_TESTS_SIMULATOR_DESK_H
 
-#include <sstream>
+#include <cstdio>
 #include <type_traits>
 
 #include <gmock/gmock.h>
@@ -13,13 +13,19 @@ namespace chronal::sim {
 
 using fabric::host::ClientId;
 
-/// Reads "2026-03-29 01:00:00", with or without a fraction of a second.
+/// Reads "2026-03-29 01:00:00", with or without six digits of a fraction.
 template <class Time>
 Time parsed(const std::string& text)
 {
-    Time time = {};
-    std::istringstream(text) >> date::parse("%F %T", time);
-    return time;
+    int year = 0, hour = 0, minute = 0, second = 0, micros = 0;
+    unsigned month = 0, day = 0;
+    EXPECT_GE(std::sscanf(text.c_str(), "%d-%u-%u %d:%d:%d.%6d", &year, &month, &day, &hour,
+                          &minute, &second, &micros),
+              6)
+        << text;
+    const auto date = date::year(year) / date::month(month) / date::day(day);
+    return Time(date::local_days(date).time_since_epoch() + std::chrono::hours(hour) +
+                std::chrono::minutes(minute) + std::chrono::seconds(second) + Span(micros));
 }
 
 inline Utc utc(const std::string& text)
