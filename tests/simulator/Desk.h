@@ -196,6 +196,7 @@ public:
     std::uint32_t lastCommand = 0;
 
 private:
+    void drop(fabric::host::ClientId, int) override {}
     void send(fabric::host::ClientId client,
               std::unique_ptr<fabric::SerializableMessageEvent> event) override
     {
