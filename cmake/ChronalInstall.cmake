@@ -45,13 +45,6 @@ if(TARGET chronal-devkit)
     "-lchronal-devkit -lchronal-simulator -ldate-tz" "chronal-api")
 endif()
 
-if(TARGET chronal-simd)
-  cmake_path(RELATIVE_PATH CMAKE_INSTALL_FULL_LIBDIR
-    BASE_DIRECTORY ${CMAKE_INSTALL_FULL_BINDIR} OUTPUT_VARIABLE libraries)
-  set_target_properties(chronal-simd PROPERTIES INSTALL_RPATH "$ORIGIN/${libraries}")
-  install(TARGETS chronal-simd)
-endif()
-
 install(EXPORT chronal-api-targets NAMESPACE chronal:: DESTINATION ${package_dir})
 configure_package_config_file(cmake/chronal-api-config.cmake.in chronal-api-config.cmake
   INSTALL_DESTINATION ${package_dir})

@@ -15,6 +15,7 @@
 #include <date/date.h>
 
 #include "Clock.h"
+#include "Manual.h"
 #include "Protocol.h"
 #include "Rehearsal.h"
 #include "SocketServer.h"
@@ -58,6 +59,15 @@ std::vector<std::string> commandNames()
             names.emplace_back(catalogue().types[i].name);
     return names;
 }
+
+const chronal::tools::ManPageText manPageText = {
+    "simulated time service",
+    {{"SIGNALS", {"SIGINT and SIGTERM end it; its socket is removed."}},
+     {"EXIT STATUS", {"0: ended by a signal. 1: it could not listen or go on. 2: bad usage."}},
+     {"EXAMPLES",
+      {"  chronal-simd --socket /tmp/chronal.sock --start-time 2026-03-29T00:59:50Z\n"
+       "  chronalctl --socket /tmp/chronal.sock status"}},
+     {"SEE ALSO", {"chronalctl(1)"}}}};
 
 void describe(CLI::App& app, Settings& settings)
 {
@@ -107,6 +117,7 @@ void describe(CLI::App& app, Settings& settings)
         ->take_all()
         ->check(CLI::IsMember(commandNames()).description(""));
     app.add_flag("--verbose", settings.verbose, "Writes a line for every message");
+    chronal::tools::addManual(app, manPageText);
 }
 
 std::string defaultSocket()
