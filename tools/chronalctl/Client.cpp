@@ -113,13 +113,14 @@ void Client::onNotifyCurrentTime(const Ids&, const Stamp& deviation, const Stamp
 void Client::onNotifyDeviationChange(const Ids&, const Stamp& deviation, const Stamp& utc,
                                      const Stamp& local)
 {
-    notified(notification(
-        "deviation", {{"deviation", Span{deviation}}, {"utc", Time{utc}}, {"local", Time{local}}}));
+    notified(
+        notification("deviation-change",
+                     {{"deviation", Span{deviation}}, {"utc", Time{utc}}, {"local", Time{local}}}));
 }
 
 void Client::onNotifyTimezoneChange(const Ids&, const std::string& zone, const Stamp& time)
 {
-    notified(notification("timezone", {{"zone", zone}, {"time", Time{time}}}));
+    notified(notification("timezone-change", {{"zone", zone}, {"time", Time{time}}}));
 }
 
 void Client::onNotifyDtvTimeChange(const Ids&, const Stamp& time)

@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <cctype>
+#include <charconv>
+#include <limits>
+#include <stdexcept>
 #include <utility>
 
 #include <chronal/Helpers.h>
@@ -32,8 +35,7 @@ const tools::ManPageText& manPageText()
            "offset; "
            "or seconds since 1970-01-01 (@1774746000.5). A local time has neither Z nor an offset.",
            "A SPAN is a sign, which may be left out, and counts with units from larger to smaller "
-           "ones (+1h30m, -90s, 1d2h, 250ms; units d, h, m, s, ms, us), or an offset (+05:30).",
-           "SECONDS are a number (5, 0.5) or a span."}},
+           "ones (+1h30m, -90s, 1d2h, 250ms; units d, h, m, s, ms, us), or an offset (+05:30)."}},
          {"EXIT STATUS",
           {"0: done. 1: refused by the service; its negative error number is on standard error. "
            "2: bad usage. 3: no service, or no answer in time."}},
@@ -71,6 +73,20 @@ bool parseSwitch(const std::string& text)
     if (text == "on" || text == "off")
         return text == "on";
     throw std::invalid_argument("'" + text + "' is neither on nor off");
+}
+
+template <class Number>
+Number parseNumber(const std::string& text)
+{
+    using Limits = std::numeric_limits<Number>;
+    Number number = 0;
+    const char* const end = text.data() + text.size();
+    const auto [rest, error] = std::from_chars(text.data(), end, number);
+    if (text.empty() || rest != end || error != std::errc())
+        throw std::invalid_argument("'" + text + "' is no whole number from " +
+                                    std::to_string(Limits::min()) + " to " +
+                                    std::to_string(Limits::max()));
+    return number;
 }
 
 std::string parseNonEmpty(const std::string& text)
@@ -271,9 +287,8 @@ void CommandLine::addWatchOptions(CLI::App& command)
 {
     addParsed(command, "--for", arguments.watch.duration, parseWait, "SECONDS",
               "End after this time");
-    command.add_option("--count", arguments.watch.count, "End after so many notifications")
-        ->type_name("N")
-        ->check(CLI::PositiveNumber.description(""));
+    addParsed(command, "--count", arguments.watch.count, parseNumber<std::uint64_t>, "N",
+              "End after so many notifications");
 }
 
 void CommandLine::addRefTime()
@@ -319,7 +334,7 @@ void CommandLine::addSetTime(CLI::App& parent, const char* name, const char* des
     addSource(set);
     addArgument(set, "TIME", arguments.time, read, "The source's time from now on");
     addParsed(set, "--deviation", arguments.deviation, parseSpan, "SPAN",
-              "Local time less UTC; the zone's if not given");
+              "Local time less UTC; the zone's if not given, or 0");
     addValue(set, "A number to keep with the time; 0 if not given");
     set.add_flag("--negate", arguments.negate, "Send the time negated");
 }
@@ -422,7 +437,7 @@ void CommandLine::addTimezone()
 
 void CommandLine::addValue(CLI::App& command, const char* description)
 {
-    command.add_option("--value", arguments.value, description)->type_name("NUMBER");
+    addParsed(command, "--value", arguments.value, parseNumber<int>, "NUMBER", description);
 }
 
 std::string CommandLine::explain(const CLI::ParseError& error) const

@@ -209,15 +209,14 @@ nubOsalTime_struct parseSpan(const std::string& text)
 std::chrono::microseconds parseWait(const std::string& text)
 {
     constexpr std::int64_t longest = 366 * 86400;
-    static const std::regex plain(R"((\d{1,9})(?:\.(\d{1,6}))?)");
+    static const std::regex plain(R"((\d{1,8})(?:\.(\d{1,6}))?)");
     std::smatch match;
-    const nubOsalTime_struct span = std::regex_match(text, match, plain)
-                                        ? makeTime(std::stoi(match[1]), microseconds(match[2]))
-                                        : parseSpan(text);
-    if (span.seconds < 0 || span.seconds > longest || span.microseconds < 0 ||
-        (span.seconds == 0 && span.microseconds == 0))
-        fail(text, "is no time to wait; right would be seconds above 0, at most a year");
-    return std::chrono::seconds(span.seconds) + std::chrono::microseconds(span.microseconds);
+    nubOsalTime_struct wait = {};
+    if (std::regex_match(text, match, plain))
+        wait = makeTime(std::stoi(match[1]), microseconds(match[2]));
+    if (wait.seconds > longest || (wait.seconds == 0 && wait.microseconds == 0))
+        fail(text, "is no time to wait; right would be seconds, as 5 or 0.5, up to a year");
+    return std::chrono::seconds(wait.seconds) + std::chrono::microseconds(wait.microseconds);
 }
 
 } // namespace chronal::ctl

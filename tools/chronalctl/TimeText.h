@@ -22,7 +22,7 @@ nubOsalTime_struct parseLocal(const std::string& text);
 /// The two fields never have opposite signs.
 nubOsalTime_struct parseSpan(const std::string& text);
 
-/// A time to wait, above zero: "5" or "0.5" seconds, or a span. At most a year.
+/// A time to wait, in seconds: "5" or "0.5". Above zero, at most a year.
 std::chrono::microseconds parseWait(const std::string& text);
 
 } // namespace chronal::ctl
