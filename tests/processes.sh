@@ -12,7 +12,7 @@ clean_up()
         kill -KILL "${pids[$name]}" 2> /dev/null || true
     done
     wait
-    [[ $status -eq 0 ]] || tail -n 20 "$folder"/*.out
+    [[ $status -eq 0 ]] || tail -n 20 "$folder"/*.out || true
     rm -rf "$folder"
 }
 trap clean_up EXIT
