@@ -23,12 +23,14 @@ fail()
     exit 1
 }
 
-# launch NAME COMMAND...: its lines go to NAME.out.
+# launch NAME COMMAND...: reads NAME.in, if that is there, and writes NAME.out.
 launch()
 {
-    local name=$1
-    "${@:2}" > "$folder/$name.out" 2>&1 &
-    pids[$name]=$!
+    local output=$folder/$1.out input=$folder/$1.in
+    [[ -e $input ]] || input=/dev/null
+    : > "$output"
+    "${@:2}" < "$input" > "$output" 2>&1 &
+    pids[$1]=$!
 }
 
 # await NAME PATTERN [COUNT]: until so many lines of NAME match.
