@@ -194,7 +194,7 @@ void printPaths(const CLI::App& app)
 
 void printManPage(const CLI::App& app, const ManPageText& text)
 {
-    const std::string name = app.get_name();
+    const std::string& name = app.get_name();
     std::string title = name;
     std::transform(title.begin(), title.end(), title.begin(),
                    [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
@@ -217,7 +217,7 @@ void printManPage(const CLI::App& app, const ManPageText& text)
 
 void printCompletion(const CLI::App& app)
 {
-    const std::string name = app.get_name();
+    const std::string& name = app.get_name();
     std::string function = '_' + name;
     std::replace(function.begin(), function.end(), '-', '_');
 
