@@ -101,14 +101,17 @@ TEST_F(SessionTest, ReportsAndMessagesArriveInOrder)
     session->connect();
     wire.listener->linkUp();
     receive(answer, 2);
+    wire.listener->linkDown(ECONNRESET);
+    wire.listener->linkUp(); // on its own
+    session->connect();
     session->disconnect();
     session->disconnect();
-    EXPECT_THAT(journal.await(7),
+    EXPECT_THAT(journal.await(9),
                 ElementsAre("failed 111", "connected", "answer 1", "disconnected 32", "connected",
-                            "answer 2", "disconnected 0"));
+                            "answer 2", "disconnected 104", "connected", "disconnected 0"));
     EXPECT_EQ(2, wire.opened);
     session->detach(client);
-    EXPECT_EQ(7U, journal.await(7).size());
+    EXPECT_EQ(9U, journal.await(9).size());
 }
 
 TEST_F(SessionTest, AMessageGoesToItsHandlersInOrderOfRegistration)
