@@ -23,6 +23,24 @@ public:
     virtual TimePoint steadyAt(Utc moment) const = 0;
 };
 
+/// Starts at a time of choice and runs from then on at a multiple of the machine's speed. Stops at
+/// the end of the calendar.
+class ScaledClock final : public Clock
+{
+public:
+    /// `speed` is positive.
+    ScaledClock(Utc start, double speed);
+
+    Utc utc() const override;
+    TimePoint steady() const override;
+    TimePoint steadyAt(Utc moment) const override;
+
+private:
+    const Utc startUtc;
+    const TimePoint startSteady;
+    const double factor;
+};
+
 /// The machine's clocks.
 const Clock& systemClock();
 

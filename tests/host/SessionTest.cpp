@@ -76,12 +76,17 @@ TEST_F(SessionTest, ReportsAndMessagesArriveInOrderAndBadFramesAreRefused)
     session->connect();
     wire->listener->linkUp();
     receive(answer, 2);
+    wire->listener->linkDown(ECONNRESET);
+    wire->listener->linkUp(); // on its own
+    session->connect();
     session->disconnect();
     session->disconnect();
     session->detach(client);
-    EXPECT_THAT(journal.await(7), ElementsAre("failed " + std::to_string(ECONNREFUSED), "connected",
-                                              "answer 1", "disconnected " + std::to_string(EPIPE),
-                                              "connected", "answer 2", "disconnected 0"));
+    EXPECT_THAT(journal.await(9),
+                ElementsAre("failed " + std::to_string(ECONNREFUSED), "connected", "answer 1",
+                            "disconnected " + std::to_string(EPIPE), "connected", "answer 2",
+                            "disconnected " + std::to_string(ECONNRESET), "connected",
+                            "disconnected 0"));
     EXPECT_EQ(2, wire->opened);
     EXPECT_THAT(lines.await(3),
                 ElementsAre(HasSubstr("not connected"), HasSubstr("shorter than a header"),

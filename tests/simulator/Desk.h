@@ -188,6 +188,8 @@ struct Desk final : fabric::host::ServiceOutlet
         sent.emplace_back(client, event->ids, text(*event));
     }
 
+    void drop(ClientId, int) override {}
+
     ManualClock clock;
     TimeService service{{"Europe/Berlin"}, clock};
     std::vector<std::tuple<ClientId, fabric::MsgIds, std::string>> sent;

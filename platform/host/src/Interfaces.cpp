@@ -15,6 +15,9 @@ ServiceInterface::~ServiceInterface() = default;
 namespace host {
 
 Link::~Link() = default;
+
+void Link::frameRefused() {}
+
 Service::~Service() = default;
 
 } // namespace host

@@ -46,12 +46,15 @@ void ServiceServer::disconnected(ClientId client)
     tellDropped();
 }
 
-void ServiceServer::frameReceived(ClientId client, const FrameBytes& frame)
+bool ServiceServer::frameReceived(ClientId client, const FrameBytes& frame)
 {
     if (clients.count(client) == 0)
-        return;
-    contained([&] { receive(client, frame); }, [&](const char* reason) { refuse(client, reason); });
+        return true;
+    bool accepted = false;
+    contained([&] { accepted = receive(client, frame); },
+              [&](const char* reason) { refuse(client, reason); });
     tellDropped();
+    return accepted;
 }
 
 Service::TimePoint ServiceServer::runDue()
@@ -84,7 +87,7 @@ bool ServiceServer::toFrame(const SerializableMessageEvent& event, FrameBytes& f
     return reason.empty();
 }
 
-void ServiceServer::receive(ClientId client, const FrameBytes& frame)
+bool ServiceServer::receive(ClientId client, const FrameBytes& frame)
 {
     std::string reason;
     const std::unique_ptr<SerializableMessageEvent> command =
@@ -96,21 +99,27 @@ void ServiceServer::receive(ClientId client, const FrameBytes& frame)
     log(logEveryMessage, "fabric-host: command of client %u: resource %u, operation %u\n", client,
         command->meta.resourceId, command->meta.operationId);
     callService("commandReceived", [&] { service.commandReceived(client, *command); });
+    return true;
 }
 
-void ServiceServer::refuse(ClientId client, const char* reason)
+/// Always false.
+bool ServiceServer::refuse(ClientId client, const char* reason)
 {
     ++refused;
     log(logTrouble, "fabric-host: frame of client %u refused: %s\n", client, reason);
+    return false;
 }
 
 void ServiceServer::drop(ClientId client, int reason)
 {
     const auto found = clients.find(client);
+    if (found == clients.end())
+        return;
     const std::shared_ptr<Peer> peer = std::move(found->second);
     clients.erase(found);
     dropped.push_back(client);
-    log(logTrouble, "fabric-host: client %u dropped: %s\n", client, std::strerror(reason));
+    log(logTrouble, "fabric-host: client %u dropped: %s\n", client,
+        reason ? std::strerror(reason) : "closed");
     peer->drop(reason);
 }
 

@@ -46,8 +46,8 @@ public:
     ClientId connected(std::shared_ptr<Peer> peer);
     /// The client is gone. Ignored for one that the server has dropped.
     void disconnected(ClientId client);
-    /// Ignored for a client that the server has dropped.
-    void frameReceived(ClientId client, const FrameBytes& frame);
+    /// False for a frame that was refused. Ignored for a client that the server has dropped.
+    bool frameReceived(ClientId client, const FrameBytes& frame);
 
     /// Does what is due; returns when to call again at the latest.
     Service::TimePoint runDue();
@@ -58,10 +58,11 @@ public:
 private:
     void send(ClientId client, std::unique_ptr<SerializableMessageEvent> event) override;
 
+    void drop(ClientId client, int reason) override;
+
     bool toFrame(const SerializableMessageEvent& event, FrameBytes& frame) const;
-    void receive(ClientId client, const FrameBytes& frame);
-    void refuse(ClientId client, const char* reason);
-    void drop(ClientId client, int reason);
+    bool receive(ClientId client, const FrameBytes& frame);
+    bool refuse(ClientId client, const char* reason);
     template <typename Call>
     void callService(const char* operation, Call call);
     void tellDropped();

@@ -84,10 +84,12 @@ private:
     class Service;
 
     // Calls of the link, on its thread.
-    void linkUp() override { inbox.push(InboxItem(InboxItem::up)); }
+    void linkUp() override;
     void linkFailed(int error) override { inbox.push(InboxItem(InboxItem::failed, error)); }
     void linkDown(int reason) override;
     bool frameReceived(FrameBytes frame) override;
+
+    void closeLink();
 
     std::string commandFault(int flags, const SerializableMessageEvent* event) const;
     int encodeAndSend(MsgIds& ids, const SerializableMessageEvent& event);
@@ -122,7 +124,7 @@ private:
     std::mutex linkMutex; // one opens or closes at a time
     bool opened = false;
     bool ending = false;
-    std::atomic<bool> lost{false}; // opened, but has gone down on its own
+    std::atomic<bool> lost{false}; // opened, but down since linkDown()
     const std::unique_ptr<Link> link;
 
 public:
@@ -228,7 +230,7 @@ void Session::Impl::connect()
     if (ending || (opened && !lost))
         return;
     if (opened)
-        link->close();
+        closeLink(); // it may have come up again in this moment
     lost = false;
     link->open(*this);
     opened = true;
@@ -240,6 +242,12 @@ void Session::Impl::disconnect()
     if (!opened)
         return;
     opened = false;
+    closeLink();
+}
+
+/// With the linkMutex held.
+void Session::Impl::closeLink()
+{
     link->close();
     inbox.push(InboxItem(InboxItem::down));
 }
@@ -300,6 +308,12 @@ int Session::Impl::encodeAndSend(MsgIds& ids, const SerializableMessageEvent& ev
     log(logEveryMessage, "fabric-host: message %u sent: resource %u, operation %u\n",
         event.ids.messageId, event.meta.resourceId, event.meta.operationId);
     return 0;
+}
+
+void Session::Impl::linkUp()
+{
+    lost = false;
+    inbox.push(InboxItem(InboxItem::up));
 }
 
 void Session::Impl::linkDown(int reason)
@@ -418,6 +432,7 @@ void Session::Impl::refuseFrame(const std::string& reason)
 {
     ++framesRefused;
     log(logTrouble, "fabric-host: frame from the service refused: %s\n", reason.c_str());
+    link->frameRefused();
 }
 
 Session::Session(std::unique_ptr<Link> link, const MessageCatalogue& catalogue)

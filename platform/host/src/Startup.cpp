@@ -2,10 +2,14 @@
 #include <fabric-host/Service.h>
 #include <fabric-host/Session.h>
 
+#include <cstdlib>
 #include <memory>
 #include <mutex>
+#include <string>
+#include <utility>
 
 #include "MemoryLink.h"
+#include "SocketLink.h"
 
 namespace fabric {
 namespace host {
@@ -26,12 +30,23 @@ std::shared_ptr<ServiceThread> sharedService()
     return service;
 }
 
+std::string socketPath(const StartOptions& options)
+{
+    const char* const fromEnvironment = std::getenv("CHRONAL_SOCKET");
+    return options.socket.empty() && fromEnvironment ? fromEnvironment : options.socket;
+}
+
 } // namespace
 
-std::unique_ptr<Session> start()
+std::unique_ptr<Session> start(const StartOptions& options)
 {
-    return std::make_unique<Session>(std::make_unique<MemoryLink>(sharedService()),
-                                     serviceCatalogue());
+    const std::string path = socketPath(options);
+    std::unique_ptr<Link> link;
+    if (path.empty())
+        link = std::make_unique<MemoryLink>(sharedService());
+    else
+        link = std::make_unique<SocketLink>(path);
+    return std::make_unique<Session>(std::move(link), serviceCatalogue());
 }
 
 } // namespace host

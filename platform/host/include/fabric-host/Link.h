@@ -20,7 +20,8 @@ public:
     virtual void linkUp() = 0;
     /// Could not be opened: `error` is a positive error number. The link may try again on its own.
     virtual void linkFailed(int error) = 0;
-    /// Was up and is no more; `reason` is 0 for an orderly close, else an error number.
+    /// Was up and is no more; `reason` is 0 for an orderly close, else an error number. Nothing of
+    /// that connection comes afterwards. The link may try to come up again on its own.
     virtual void linkDown(int reason) = 0;
     /// False when the listener's queue is full: the link is to go down with ENOBUFS.
     virtual bool frameReceived(FrameBytes frame) = 0;
@@ -44,8 +45,12 @@ public:
     virtual void close() = 0;
 
     /// Queues a frame for the service: 0, or a negative error number (-ENOTCONN, -EAGAIN when the
-    /// queue is full). Never blocks. Any thread.
+    /// queue is full, or what else keeps it from going). Never blocks. Any thread.
     virtual int send(FrameBytes frame) = 0;
+
+    /// Tells the link that the listener found a frame malformed. One whose other end may be anybody
+    /// goes down with EBADMSG; it does nothing here. Any thread.
+    virtual void frameRefused();
 };
 
 } // namespace host

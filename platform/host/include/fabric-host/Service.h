@@ -25,6 +25,10 @@ public:
     /// gone, or that is not in the catalogue, goes nowhere.
     virtual void send(ClientId client, std::unique_ptr<SerializableMessageEvent> event) = 0;
 
+    /// Ends the connection to a client, which is told the error number `reason` if its transport
+    /// carries one. The service hears of it as above. Ignored for a client that is gone.
+    virtual void drop(ClientId client, int reason) = 0;
+
 protected:
     ~ServiceOutlet() {}
 };

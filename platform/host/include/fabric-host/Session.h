@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <string>
 
 #include <fabric/AbstractApplication.h>
 #include <fabric/AbstractComponent.h>
@@ -64,7 +65,7 @@ public:
     void detach(ClientInterface& client);
 
     /// Opens the connection, also one that was lost; returns at once, the clients are told the
-    /// outcome. Nothing happens if it is open already.
+    /// outcome. Nothing happens if it stands already.
     void connect();
 
     /// Closes the connection; the clients are told, with reason 0. What has been received by then
@@ -98,9 +99,21 @@ private:
     ClientInterface& client;
 };
 
-/// A session, not yet connected, with the default service, simulated inside this process. Link
-/// chronal::devkit for it. Sessions of one process share one service.
-std::unique_ptr<Session> start();
+struct StartOptions
+{
+    /// The Unix-domain socket of a service in another process. Empty: what the environment variable
+    /// CHRONAL_SOCKET says; where that is empty, too, the service is simulated inside this process.
+    std::string socket;
+};
+
+/// A session, not yet connected, with the default service. Link chronal::devkit for it. Sessions of
+/// one process that have the service inside share one.
+///
+/// Over a socket the session connects whenever the service can be reached, from connect() to
+/// disconnect(): when the service comes late, clients are told that the connection failed, and once
+/// more only if the error number changes; when it goes, they are told so, and later that it is
+/// back.
+std::unique_ptr<Session> start(const StartOptions& options = StartOptions());
 
 } // namespace host
 } // namespace fabric

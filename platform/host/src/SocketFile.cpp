@@ -1,0 +1,145 @@
+#include "SocketFile.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <stdexcept>
+
+#include <boost/asio/io_context.hpp>
+
+namespace fabric {
+namespace host {
+namespace {
+
+namespace asio = boost::asio;
+typedef asio::local::stream_protocol Protocol;
+
+constexpr std::size_t longestPath = sizeof(sockaddr_un::sun_path) - 1;
+
+/// Holds a folder against others who replace a socket in it at the same time.
+class FolderLock
+{
+public:
+    explicit FolderLock(const std::string& path)
+        : folder(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)),
+          failure(folder >= 0 && ::flock(folder, LOCK_EX) == 0 ? 0 : errno)
+    {
+    }
+    ~FolderLock()
+    {
+        if (folder >= 0)
+            ::close(folder);
+    }
+
+    FolderLock(const FolderLock&) = delete;
+    FolderLock& operator=(const FolderLock&) = delete;
+
+    /// 0 when the lock is held.
+    int error() const noexcept { return failure; }
+
+private:
+    const int folder;
+    const int failure;
+};
+
+std::string folderOf(const std::string& path)
+{
+    const std::size_t slash = path.rfind('/');
+    return slash == std::string::npos ? "." : path.substr(0, slash + 1);
+}
+
+} // namespace
+
+int connectTo(const std::string& path, Protocol::socket& socket)
+{
+    if (path.size() > longestPath)
+        return ENAMETOOLONG;
+    const Protocol::endpoint endpoint(path);
+    boost::system::error_code error;
+    socket.open(Protocol(), error);
+    if (!error)
+        socket.native_non_blocking(true, error);
+    if (error)
+        return error.value();
+    // Asio would wait for a queue that is full, and take that for a connection.
+    const int result =
+        ::connect(socket.native_handle(), endpoint.data(), static_cast<socklen_t>(endpoint.size()));
+    return result == 0 ? 0 : errno;
+}
+
+SocketFile::SocketFile(const std::string& path, Protocol::acceptor& acceptor) : name(path)
+{
+    if (name.empty())
+        fail("the path of the socket is empty");
+    if (name.size() > longestPath)
+        fail("the path of a socket has at most " + std::to_string(longestPath) + " characters");
+
+    const std::string folder = folderOf(name);
+    const FolderLock lock(folder);
+    if (lock.error() != 0)
+        fail("folder " + folder + ": " + std::strerror(lock.error()));
+    clearPlace();
+    try {
+        acceptor.open(Protocol());
+        // The file gets the mode of the socket, so nobody else can open it at any time.
+        if (::fchmod(acceptor.native_handle(), S_IRUSR | S_IWUSR) != 0)
+            fail(errno);
+        acceptor.bind(Protocol::endpoint(name));
+        struct stat made = {};
+        if (::lstat(name.c_str(), &made) != 0)
+            fail(errno);
+        device = made.st_dev;
+        inode = made.st_ino;
+        acceptor.listen();
+    } catch (const boost::system::system_error& exception) {
+        fail(exception.code().value());
+    }
+}
+
+void SocketFile::clearPlace() const
+{
+    struct stat found = {};
+    if (::lstat(name.c_str(), &found) != 0) {
+        if (errno == ENOENT)
+            return;
+        fail(errno);
+    }
+    if (!S_ISSOCK(found.st_mode))
+        fail("is there already and is no socket");
+
+    asio::io_context io;
+    Protocol::socket probe(io);
+    const int error = connectTo(name, probe);
+    if (error == 0 || error == EAGAIN)
+        fail("in use by a running service");
+    if (error != ECONNREFUSED)
+        fail(error);
+    if (::unlink(name.c_str()) != 0)
+        fail(errno);
+}
+
+void SocketFile::fail(const std::string& what) const
+{
+    throw std::runtime_error(name + ": " + what);
+}
+
+void SocketFile::fail(int error) const
+{
+    fail(std::string(std::strerror(error)));
+}
+
+SocketFile::~SocketFile()
+{
+    struct stat found = {};
+    if (::lstat(name.c_str(), &found) == 0 && found.st_dev == device && found.st_ino == inode)
+        ::unlink(name.c_str());
+}
+
+} // namespace host
+} // namespace fabric

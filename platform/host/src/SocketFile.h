@@ -1,0 +1,45 @@
+#ifndef FABRIC_HOST_SOCKET_FILE_H
+#define FABRIC_HOST_SOCKET_FILE_H
+
+#include <sys/types.h>
+
+#include <string>
+
+#include <boost/asio/local/stream_protocol.hpp>
+
+namespace fabric {
+namespace host {
+
+/// Connects, without ever waiting: a service that does not accept has failed with EAGAIN. Returns 0
+/// or a positive error number.
+int connectTo(const std::string& path, boost::asio::local::stream_protocol::socket& socket);
+
+/// The name of a listening socket in the file system, for as long as the object lives.
+class SocketFile
+{
+public:
+    /// Listens at `path`, for this user alone. The folder has to exist. A socket left behind by a
+    /// service that is gone is replaced; a socket in use, and whatever is no socket, stays. Throws
+    /// std::runtime_error that names the path and what is wrong.
+    SocketFile(const std::string& path, boost::asio::local::stream_protocol::acceptor& acceptor);
+
+    /// Removes the socket, unless another one has taken its place.
+    ~SocketFile();
+
+    SocketFile(const SocketFile&) = delete;
+    SocketFile& operator=(const SocketFile&) = delete;
+
+private:
+    void clearPlace() const;
+    [[noreturn]] void fail(const std::string& what) const;
+    [[noreturn]] void fail(int error) const;
+
+    const std::string name;
+    dev_t device = 0;
+    ino_t inode = 0;
+};
+
+} // namespace host
+} // namespace fabric
+
+#endif

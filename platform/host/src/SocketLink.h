@@ -1,0 +1,46 @@
+#ifndef FABRIC_HOST_SOCKET_LINK_H
+#define FABRIC_HOST_SOCKET_LINK_H
+
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include <fabric-host/Link.h>
+#include <fabric/Export.h>
+
+namespace fabric {
+namespace host {
+
+/// A link to a service in another process, over a Unix-domain socket.
+///
+/// Opened once, it connects whenever the service can be reached, until it is closed: after a
+/// failure, and after the end of a connection, it tries again, first after 50 ms, then after twice
+/// as long each time, up to 2 s. Of failures in a row only the first is reported, and each that has
+/// another error number.
+///
+/// Reasons of linkDown(): 0 when the service has ended in good order, ECONNRESET or EPIPE when it
+/// is gone without, EBADMSG after a malformed frame, ENOBUFS when the listener's queue was full.
+class FABRIC_API SocketLink final : public Link
+{
+public:
+    /// `path` is the socket's name in the file system.
+    explicit SocketLink(std::string path);
+    ~SocketLink() override;
+
+    void open(LinkListener& listener) override;
+    void close() override;
+    int send(FrameBytes frame) override;
+    void frameRefused() override;
+
+private:
+    class Connector;
+
+    const std::string socketPath;
+    std::mutex mutex;
+    std::unique_ptr<Connector> connector; // null when closed
+};
+
+} // namespace host
+} // namespace fabric
+
+#endif

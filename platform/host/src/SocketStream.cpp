@@ -1,0 +1,216 @@
+#include "SocketStream.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <cstring>
+#include <new>
+#include <utility>
+
+#include <boost/asio/buffer.hpp>
+#include <boost/asio/error.hpp>
+#include <boost/asio/post.hpp>
+
+#include "Frame.h"
+#include "Inbox.h"
+
+namespace fabric {
+namespace host {
+namespace {
+
+namespace asio = boost::asio;
+
+/// Room for many frames of the usual size; a longer one gets more.
+constexpr std::size_t usualInput = 4096;
+
+std::size_t lengthOfFrame(const std::uint8_t* start) noexcept
+{
+    return std::size_t{start[0]} << 24 | std::size_t{start[1]} << 16 | std::size_t{start[2]} << 8 |
+           std::size_t{start[3]};
+}
+
+} // namespace
+
+SocketStream::SocketStream(Socket connected) : socket(std::move(connected)), input(usualInput) {}
+
+void SocketStream::startReading()
+{
+    read();
+}
+
+void SocketStream::read()
+{
+    socket.async_read_some(
+        asio::buffer(&input[filled], input.size() - filled),
+        [self = shared_from_this()](const boost::system::error_code& error, std::size_t count) {
+            self->received(error, count);
+        });
+}
+
+void SocketStream::received(const boost::system::error_code& error, std::size_t count)
+{
+    if (!open)
+        return;
+    if (error)
+        return end(error == asio::error::eof ? reasonOfEnd() : error.value());
+    filled += count;
+    try {
+        takeFrames();
+    } catch (const std::bad_alloc&) {
+        end(ENOMEM);
+    }
+}
+
+void SocketStream::takeFrames()
+{
+    std::size_t wanted = sizeof(std::uint32_t); // to get on
+    std::size_t taken = 0;
+    while (filled - taken >= wanted) {
+        const std::uint8_t* const start = &input[taken];
+        const std::size_t length = lengthOfFrame(start);
+        const bool possible = length >= frameHeaderSize && length <= maxFrameSize;
+        if (possible && length > filled - taken) {
+            wanted = length;
+            break;
+        }
+        const std::uint8_t* const behind = possible ? start + length : &input[0] + filled;
+        const int error = frameReceived(FrameBytes(start, behind));
+        if (!open)
+            return;
+        if (error != 0)
+            return end(error);
+        if (!possible)
+            return;
+        taken += length;
+    }
+
+    filled -= taken;
+    std::memmove(&input[0], &input[0] + taken, filled);
+    if (input.size() < wanted)
+        input.resize(wanted);
+    read();
+}
+
+/// At the end of what the other end has sent. One that has died leaves nothing of its socket; one
+/// that only has nothing more to say still has the other direction open.
+int SocketStream::reasonOfEnd()
+{
+    const std::lock_guard<std::mutex> lock(mutex);
+    if (sendError != 0)
+        return sendError;
+    pollfd state = {socket.native_handle(), 0, 0};
+    const bool gone = ::poll(&state, 1, 0) != 0 && (state.revents & POLLHUP) != 0;
+    return gone || filled != 0 ? ECONNRESET : 0;
+}
+
+int SocketStream::send(FrameBytes frame)
+{
+    const std::lock_guard<std::mutex> lock(mutex);
+    if (!open || finishing)
+        return -ENOTCONN;
+    if (sendError != 0)
+        return -sendError;
+    if (outgoing.size() >= maxQueuedFrames)
+        return -EAGAIN;
+    outgoing.push_back(std::move(frame));
+    if (outgoing.size() > 1)
+        return 0;
+    // At once, if the socket takes it: waking the other thread up costs more than sending.
+    if (sendFirst())
+        return 0;
+    if (sendError != 0)
+        return -sendError;
+    try {
+        asio::post(socket.get_executor(), [self = shared_from_this()] {
+            const std::lock_guard<std::mutex> again(self->mutex);
+            self->awaitRoom();
+        });
+        return 0;
+    } catch (const std::bad_alloc&) {
+        abandon(ENOMEM);
+        return -ENOMEM;
+    }
+}
+
+/// Sends what the socket takes of the first frame. True when all of it has gone.
+bool SocketStream::sendFirst()
+{
+    const FrameBytes& frame = outgoing.front();
+    while (sentOfFirst < frame.size()) {
+        const ssize_t sent = ::send(socket.native_handle(), &frame[sentOfFirst],
+                                    frame.size() - sentOfFirst, MSG_DONTWAIT | MSG_NOSIGNAL);
+        if (sent < 0 && errno == EINTR)
+            continue;
+        if (sent < 0) {
+            if (errno != EAGAIN)
+                abandon(errno);
+            return false;
+        }
+        sentOfFirst += static_cast<std::size_t>(sent);
+    }
+    outgoing.pop_front();
+    sentOfFirst = 0;
+    return true;
+}
+
+/// Sends no more. Reading goes on to the end of what has already come, and that ends the
+/// connection.
+void SocketStream::abandon(int error)
+{
+    sendError = error;
+    outgoing.clear();
+    ::shutdown(socket.native_handle(), SHUT_RDWR);
+}
+
+void SocketStream::awaitRoom()
+{
+    if (!open)
+        return;
+    socket.async_wait(Socket::wait_write,
+                      [self = shared_from_this()](const boost::system::error_code& error) {
+                          const std::lock_guard<std::mutex> lock(self->mutex);
+                          if (!error && self->open)
+                              self->sendQueued();
+                      });
+}
+
+void SocketStream::sendQueued()
+{
+    while (!outgoing.empty() && sendFirst())
+        continue;
+    if (!outgoing.empty())
+        awaitRoom();
+    else if (finishing)
+        ::shutdown(socket.native_handle(), SHUT_WR);
+}
+
+void SocketStream::finish()
+{
+    const std::lock_guard<std::mutex> lock(mutex);
+    finishing = true;
+    if (open && outgoing.empty())
+        ::shutdown(socket.native_handle(), SHUT_WR);
+}
+
+void SocketStream::close()
+{
+    const std::lock_guard<std::mutex> lock(mutex);
+    if (!open)
+        return;
+    open = false;
+    outgoing.clear();
+    boost::system::error_code ignored;
+    socket.close(ignored);
+}
+
+void SocketStream::end(int reason)
+{
+    if (!open)
+        return;
+    close();
+    ended(reason);
+}
+
+} // namespace host
+} // namespace fabric

@@ -1,0 +1,98 @@
+#include "Rehearsal.h"
+
+#include <cerrno>
+#include <utility>
+
+#include "MessageText.h"
+#include "Protocol.h"
+
+namespace chronal::sim {
+
+namespace {
+
+std::string named(fabric::host::ClientId client)
+{
+    return "client " + std::to_string(client);
+}
+
+} // namespace
+
+Rehearsal::Rehearsal(fabric::host::Service& rehearsedService, const Faults& wanted, Log sink)
+    : service(rehearsedService), faults(wanted), log(std::move(sink))
+{
+}
+
+const fabric::host::MessageCatalogue& Rehearsal::catalogue() const
+{
+    return service.catalogue();
+}
+
+void Rehearsal::start(fabric::host::ServiceOutlet& serviceOutlet)
+{
+    outlet = &serviceOutlet;
+    service.start(*this);
+}
+
+void Rehearsal::clientConnected(ClientId client)
+{
+    if (log)
+        log(named(client) + " connected");
+    commands[client] = 0;
+    service.clientConnected(client);
+}
+
+void Rehearsal::clientDisconnected(ClientId client)
+{
+    if (log)
+        log(named(client) + " disconnected");
+    commands.erase(client);
+    service.clientDisconnected(client);
+}
+
+void Rehearsal::commandReceived(ClientId client, const fabric::SerializableMessageEvent& command)
+{
+    if (log)
+        log(named(client) + " -> " + messageText(command));
+    if (isRefused(command.meta))
+        refuse(client, command);
+    else
+        service.commandReceived(client, command);
+    if (++commands[client] == faults.dropAfter)
+        outlet->drop(client, ECONNRESET);
+}
+
+Rehearsal::TimePoint Rehearsal::runDue()
+{
+    return service.runDue();
+}
+
+void Rehearsal::send(ClientId client, std::unique_ptr<fabric::SerializableMessageEvent> event)
+{
+    if (log)
+        log(named(client) + " <- " + messageText(*event));
+    outlet->send(client, std::move(event));
+}
+
+void Rehearsal::drop(ClientId client, int reason)
+{
+    outlet->drop(client, reason);
+}
+
+bool Rehearsal::isRefused(const fabric::MsgMeta& command) const
+{
+    const fabric::host::MessageType* const type =
+        catalogue().find(command.resourceId, command.operationId, command.kind);
+    return type && faults.refused.count(type->name) != 0;
+}
+
+void Rehearsal::refuse(ClientId client, const fabric::SerializableMessageEvent& command)
+{
+    const Content result =
+        compose(replyResult, [](chronalMsgReplyResult_t& record) { record.result = -EACCES; });
+    auto event = std::make_unique<fabric::SerializableMessageEvent>(
+        result.meta, fabric::EndpointId{-1, 0}, result.data);
+    event->ids = command.ids;
+    send(client, std::move(event));
+}
+
+} // namespace chronal::sim

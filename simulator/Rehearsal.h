@@ -1,0 +1,57 @@
+#ifndef CHRONAL_SIM_REHEARSAL_H
+#define CHRONAL_SIM_REHEARSAL_H
+
+#include <cstddef>
+#include <functional>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+
+#include <fabric-host/Service.h>
+
+namespace chronal::sim {
+
+struct Faults
+{
+    std::size_t dropAfter = 0;     ///< commands, after which a client is disconnected; 0 for never
+    std::set<std::string> refused; ///< names of commands that are answered with -EACCES
+};
+
+/// A service with faults, to rehearse what its clients do about them, and with a line for every
+/// message.
+class Rehearsal final : public fabric::host::Service, private fabric::host::ServiceOutlet
+{
+public:
+    typedef std::function<void(const std::string& line)> Log;
+
+    /// `rehearsedService` outlives this one. An empty `log` costs nothing.
+    Rehearsal(fabric::host::Service& rehearsedService, const Faults& faults, Log log);
+
+    const fabric::host::MessageCatalogue& catalogue() const override;
+    void start(fabric::host::ServiceOutlet& outlet) override;
+    void clientConnected(fabric::host::ClientId client) override;
+    void clientDisconnected(fabric::host::ClientId client) override;
+    void commandReceived(fabric::host::ClientId client,
+                         const fabric::SerializableMessageEvent& command) override;
+    TimePoint runDue() override;
+
+private:
+    typedef fabric::host::ClientId ClientId;
+
+    void send(ClientId client, std::unique_ptr<fabric::SerializableMessageEvent> event) override;
+    void drop(ClientId client, int reason) override;
+
+    bool isRefused(const fabric::MsgMeta& command) const;
+    void refuse(ClientId client, const fabric::SerializableMessageEvent& command);
+
+    fabric::host::Service& service;
+    const Faults faults;
+    const Log log;
+    fabric::host::ServiceOutlet* outlet = nullptr;
+    std::map<ClientId, std::size_t> commands; ///< received of each client that is connected
+};
+
+} // namespace chronal::sim
+
+#endif

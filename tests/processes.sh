@@ -1,0 +1,65 @@
+# For the scripts that test processes: starts them, waits for what they say, and leaves none behind.
+# Needs $case, the name of the case that runs.
+# shellcheck shell=bash
+
+folder=$(mktemp -d)
+declare -A pids=()
+
+clean_up()
+{
+    local status=$? name
+    for name in "${!pids[@]}"; do
+        kill -KILL "${pids[$name]}" 2> /dev/null || true
+    done
+    wait
+    [[ $status -eq 0 ]] || tail -n 20 "$folder"/*.out || true
+    rm -rf "$folder"
+}
+trap clean_up EXIT
+
+fail()
+{
+    echo "${case:?}: $*" >&2
+    exit 1
+}
+
+# launch NAME COMMAND...: reads NAME.in, if that is there, and writes NAME.out.
+launch()
+{
+    local output=$folder/$1.out input=$folder/$1.in
+    [[ -e $input ]] || input=/dev/null
+    : > "$output"
+    "${@:2}" < "$input" > "$output" 2>&1 &
+    pids[$1]=$!
+}
+
+# await NAME PATTERN [COUNT]: until so many lines of NAME match.
+await()
+{
+    local deadline=$((SECONDS + 30))
+    until (($(count "$1" "$2") >= ${3-1})); do
+        ((SECONDS < deadline)) || fail "waited in vain for $1 to say '$2' ${3-1} times"
+        read -rt 0.02 <> <(:) || true
+    done
+}
+
+count()
+{
+    grep -cE "$2" "$folder/$1.out" || true
+}
+
+# finish NAME: waits for its end and gives its exit status.
+finish()
+{
+    local status=0
+    wait "${pids[$1]}" || status=$?
+    unset "pids[$1]"
+    return "$status"
+}
+
+# stop SIGNAL NAME
+stop()
+{
+    kill "-$1" "${pids[$2]}"
+    finish "$2"
+}

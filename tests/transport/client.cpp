@@ -1,0 +1,100 @@
+// An application for the tests to steer: reads what to do from standard input, a word a line, and
+// writes a line for whatever happens.
+
+#include <cstdio>
+#include <iostream>
+#include <mutex>
+#include <string>
+
+#include <chronal/Helpers.h>
+#include <chronal/UserAdapter.h>
+#include <fabric-host/Session.h>
+
+namespace {
+
+using fabric::MsgIds;
+typedef nubOsalTime_struct Time;
+
+void say(const std::string& line)
+{
+    std::puts(line.c_str());
+    std::fflush(stdout);
+}
+
+class Client : public chronal::UserAdapter
+{
+public:
+    using UserAdapter::UserAdapter;
+
+    void obey(const std::string& word)
+    {
+        const std::lock_guard<std::mutex> lock(mutex);
+        asked = {};
+        if (word == "fetch")
+            cmdRefTimeFetch(asked, chronal::referenceTimeRtc);
+        else if (word == "subscribe")
+            cmdRefTimeSubscribe(asked, chronal::referenceTimeRtc);
+        if (asked == MsgIds())
+            say("not sent");
+    }
+
+    void onServiceConnected() override
+    {
+        UserAdapter::onServiceConnected();
+        say("up");
+    }
+    void onServiceConnectionFailed(int reason) override
+    {
+        UserAdapter::onServiceConnectionFailed(reason);
+        say("failed " + std::to_string(reason));
+    }
+    void onServiceDisconnected(int reason) override
+    {
+        UserAdapter::onServiceDisconnected(reason);
+        say("down " + std::to_string(reason));
+    }
+
+protected:
+    void onReplyResult(const MsgIds& ids, int result) override
+    {
+        answer(ids, "result " + std::to_string(result));
+    }
+    void onReplyTimeRefInfo(const MsgIds& ids, const Time&, const Time&, const Time&,
+                            const chronal::ReferenceTimeId&, bool, int) override
+    {
+        answer(ids, "answer");
+    }
+    void onNotifyCurrentTime(const MsgIds&, const Time&, const Time&, const Time&, int,
+                             int) override
+    {
+        say("time");
+    }
+    void onNotifyDeviationChange(const MsgIds&, const Time& deviation, const Time&,
+                                 const Time&) override
+    {
+        say("deviation " + chronal::Helpers::getTimeSpanStr(deviation));
+    }
+
+private:
+    void answer(const MsgIds& ids, const std::string& line)
+    {
+        const std::lock_guard<std::mutex> lock(mutex);
+        say(ids == asked ? line : "stray " + line);
+    }
+
+    std::mutex mutex;
+    MsgIds asked = {};
+};
+
+} // namespace
+
+int main()
+{
+    const auto session = fabric::host::start();
+    Client client(session->application(), session->component());
+    client.setServiceInterface(&session->service());
+    const fabric::host::Attachment attachment(*session, client);
+    session->connect();
+    for (std::string word; std::getline(std::cin, word);)
+        client.obey(word);
+}

@@ -1,0 +1,193 @@
+#include "Output.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include <nlohmann/json.hpp>
+
+#include <chronal/Helpers.h>
+
+#include "Failure.h"
+
+namespace chronal::ctl {
+
+namespace {
+
+using chronal::Helpers::getTimeSpanStr;
+using chronal::Helpers::getTimeStr;
+using Json = nlohmann::ordered_json;
+
+/// One alternative of a variant for each of several lambdas.
+template <class... Functions>
+struct Overloaded : Functions...
+{
+    using Functions::operator()...;
+};
+template <class... Functions>
+Overloaded(Functions...) -> Overloaded<Functions...>;
+
+std::string printable(std::string text)
+{
+    if (text.empty())
+        return "\"\"";
+    std::replace_if(
+        text.begin(), text.end(), [](char c) { return c < ' ' || c > '~'; }, '?');
+    return text;
+}
+
+std::string textOf(const Field& field)
+{
+    return std::visit(Overloaded{[](bool value) { return std::string(value ? "yes" : "no"); },
+                                 [](std::int64_t value) { return std::to_string(value); },
+                                 [](const std::string& value) { return printable(value); },
+                                 [](const Time& time) { return getTimeStr(time.value); },
+                                 [](const Span& span) { return getTimeSpanStr(span.value); }},
+                      field.value);
+}
+
+std::string labelOf(const Field& field)
+{
+    std::string label = field.name;
+    std::replace(label.begin(), label.end(), '_', ' ');
+    return label;
+}
+
+Json jsonTime(const nubOsalTime_struct& time, const std::string& text)
+{
+    return {{"seconds", time.seconds}, {"microseconds", time.microseconds}, {"text", text}};
+}
+
+Json jsonOf(const Field& field)
+{
+    return std::visit(
+        Overloaded{[](bool value) { return Json(value); },
+                   [](std::int64_t value) { return Json(value); },
+                   [](const std::string& value) { return Json(value); },
+                   [&](const Time& time) { return jsonTime(time.value, textOf(field)); },
+                   [&](const Span& span) { return jsonTime(span.value, textOf(field)); }},
+        field.value);
+}
+
+Json jsonFields(const Report& report)
+{
+    Json object = Json::object();
+    for (const Field& field : report.fields)
+        object[field.name] = jsonOf(field);
+    if (report.result < 0)
+        object["error"] = refusal(report.result).what();
+    return object;
+}
+
+/// The service's strings may hold any bytes; JSON is UTF-8.
+std::string jsonLine(const Json& json)
+{
+    return json.dump(-1, ' ', false, Json::error_handler_t::replace) + '\n';
+}
+
+std::string padded(std::string text, std::size_t width)
+{
+    text.resize(std::max(width, text.size()) + 2, ' ');
+    return text;
+}
+
+/// Rows of cells in aligned columns.
+std::string aligned(const std::vector<std::vector<std::string>>& rows)
+{
+    std::vector<std::size_t> widths;
+    for (const auto& row : rows) {
+        widths.resize(std::max(widths.size(), row.size()));
+        for (std::size_t column = 0; column < row.size(); ++column)
+            widths[column] = std::max(widths[column], row[column].size());
+    }
+    std::string text;
+    for (const auto& row : rows) {
+        for (std::size_t column = 0; column + 1 < row.size(); ++column)
+            text += padded(row[column], widths[column]);
+        text += row.back() + '\n';
+    }
+    return text;
+}
+
+std::vector<std::string> sourceRow(const Report& source)
+{
+    const bool valid = std::get<bool>(source.field("valid").value);
+    const std::string name = textOf(source.field("source"));
+    if (!valid)
+        return {name, "has no time"};
+    return {name, textOf(source.field("utc")), textOf(source.field("local")),
+            textOf(source.field("deviation"))};
+}
+
+std::string nextChange(const Report& next)
+{
+    const auto& deviation = std::get<Span>(next.field("deviation").value).value;
+    if (nubOsalCompareTime(&deviation, &chronal::Helpers::deviationInvalid) == 0)
+        return "none";
+    return textOf(next.field("deviation")) + " from UTC " + textOf(next.field("utc")) + " on";
+}
+
+} // namespace
+
+std::string asTable(const Report& report)
+{
+    if (std::strcmp(report.name, "result") == 0 && report.result >= 0)
+        return "done\n";
+    std::vector<std::vector<std::string>> rows;
+    for (const Field& field : report.fields)
+        rows.push_back({labelOf(field), textOf(field)});
+    return aligned(rows);
+}
+
+std::string asLine(const Report& report)
+{
+    std::string line = report.name;
+    for (const Field& field : report.fields)
+        line += "  " + labelOf(field) + ' ' + textOf(field);
+    return line + '\n';
+}
+
+std::string asJson(const Report& report)
+{
+    Json object = {{report.kind, report.name}};
+    object.update(jsonFields(report));
+    return jsonLine(object);
+}
+
+std::string asTable(const Status& status)
+{
+    std::vector<std::vector<std::string>> sources = {{"source", "UTC", "local", "deviation"}};
+    std::transform(status.sources.begin(), status.sources.end(), std::back_inserter(sources),
+                   sourceRow);
+    std::vector<std::vector<std::string>> rest = {
+        {"zone", textOf(status.timezone.field("zone"))},
+        {"next change", nextChange(status.nextDeviation)}};
+    for (const char* name : {"automatic_time", "ntp_server", "ntp_used", "zone_sync"}) {
+        const Field& field = status.settings.field(name);
+        rest.push_back({labelOf(field), textOf(field)});
+    }
+    return aligned(sources) + '\n' + aligned(rest);
+}
+
+std::string asJson(const Status& status)
+{
+    Json sources = Json::array();
+    for (const Report& source : status.sources)
+        sources.push_back(jsonFields(source));
+    return jsonLine({{"answer", "status"},
+                     {"sources", sources},
+                     {"timezone", jsonFields(status.timezone)},
+                     {"next_deviation", jsonFields(status.nextDeviation)},
+                     {"settings", jsonFields(status.settings)}});
+}
+
+void print(const std::string& text)
+{
+    const bool written = std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
+    if (!written || std::fflush(stdout) != 0)
+        throw Failure(ExitStatus::noAnswer,
+                      std::string("cannot write to standard output: ") + std::strerror(errno));
+}
+
+} // namespace chronal::ctl

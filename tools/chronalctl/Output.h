@@ -1,0 +1,39 @@
+#ifndef CHRONALCTL_OUTPUT_H
+#define CHRONALCTL_OUTPUT_H
+
+#include <string>
+#include <vector>
+
+#include "Report.h"
+
+/// Reports as text, each ending with a newline. Times and spans are printed by the library's text
+/// functions; what is no printable ASCII in a string of the service is shown as "?".
+namespace chronal::ctl {
+
+/// One line per value, or "done" for a command that has no other answer.
+std::string asTable(const Report& report);
+
+/// One line.
+std::string asLine(const Report& report);
+
+/// One JSON object on one line. Times and spans are objects of seconds, microseconds and text.
+std::string asJson(const Report& report);
+
+/// Everything worth knowing about the service.
+struct Status
+{
+    std::vector<Report> sources;
+    Report timezone;
+    Report nextDeviation;
+    Report settings;
+};
+
+std::string asTable(const Status& status);
+std::string asJson(const Status& status);
+
+/// Writes to standard output at once. Throws Failure if that cannot be written.
+void print(const std::string& text);
+
+} // namespace chronal::ctl
+
+#endif

@@ -1,0 +1,30 @@
+#ifndef CHRONALCTL_TIME_TEXT_H
+#define CHRONALCTL_TIME_TEXT_H
+
+#include <chrono>
+#include <string>
+
+#include <nub/Osal.h>
+
+/// Times and spans in the forms that people write. Each function throws std::invalid_argument with
+/// a text that says what was wrong and what would be right.
+namespace chronal::ctl {
+
+/// A date with or without a time: "2026-03-29", "2026-03-29T01:00Z", "2026-03-29 01:00:00.250",
+/// "2026-03-29T03:00:00+02:00"; UTC unless it names an offset. Or seconds since 1970-01-01:
+/// "@1774746000.5".
+nubOsalTime_struct parseUtc(const std::string& text);
+
+/// The same as a local time, which has neither "Z" nor an offset.
+nubOsalTime_struct parseLocal(const std::string& text);
+
+/// "+1h30m", "-90s", "1d2h", "250ms", as the library prints ("+1d.02h") or as an offset ("+05:30").
+/// The two fields never have opposite signs.
+nubOsalTime_struct parseSpan(const std::string& text);
+
+/// A time to wait, in seconds: "5" or "0.5". Above zero, at most a year.
+std::chrono::microseconds parseWait(const std::string& text);
+
+} // namespace chronal::ctl
+
+#endif
