@@ -1,12 +1,13 @@
 // The simulated time service as a process of its own.
 
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <exception>
 #include <memory>
 #include <optional>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -40,12 +41,18 @@ struct Settings
 
 std::optional<Utc> readStartTime(const std::string& text)
 {
-    for (const char* const form : {"%FT%TZ", "%FT%T", "%FT%RZ", "%FT%R", "%F"}) {
-        Utc time;
-        std::istringstream stream(text);
-        stream >> date::parse(form, time);
-        if (stream && stream.peek() == std::istringstream::traits_type::eof() && time >= Utc() &&
-            time < calendarEnd)
+    for (const char* const form : {"%Y-%m-%dT%H:%M:%SZ", "%Y-%m-%dT%H:%M:%S", "%Y-%m-%dT%H:%MZ",
+                                   "%Y-%m-%dT%H:%M", "%Y-%m-%d"}) {
+        std::tm parts = {};
+        const char* const end = strptime(text.c_str(), form, &parts);
+        if (!end || *end != '\0')
+            continue;
+        const date::year_month_day day(date::year(parts.tm_year + 1900),
+                                       date::month(static_cast<unsigned>(parts.tm_mon + 1)),
+                                       date::day(static_cast<unsigned>(parts.tm_mday)));
+        const Utc time = date::sys_days(day) + std::chrono::hours(parts.tm_hour) +
+                         std::chrono::minutes(parts.tm_min) + std::chrono::seconds(parts.tm_sec);
+        if (day.ok() && time >= Utc() && time < calendarEnd)
             return time;
     }
     return std::nullopt;
@@ -105,7 +112,13 @@ void describe(CLI::App& app, Settings& settings)
     app.add_option("--speed", settings.speed,
                    "Lets time run N times faster, 0.001 to 1000000 (default: 1)")
         ->type_name("N")
-        ->check(CLI::Range(0.001, 1e6).description(""));
+        ->check([](const std::string& text) {
+            // Not by CLI::Range, which "nan" passes.
+            double speed = 0;
+            const bool valid =
+                CLI::detail::lexical_cast(text, speed) && speed >= 0.001 && speed <= 1e6;
+            return valid ? std::string() : "'" + text + "' is no number from 0.001 to 1000000";
+        });
     app.add_option("--drop-after", settings.faults.dropAfter,
                    "Disconnects each client after N commands")
         ->type_name("N")

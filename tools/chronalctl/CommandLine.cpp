@@ -75,17 +75,16 @@ bool parseSwitch(const std::string& text)
     throw std::invalid_argument("'" + text + "' is neither on nor off");
 }
 
-template <class Number>
+template <class Number, Number least = std::numeric_limits<Number>::min()>
 Number parseNumber(const std::string& text)
 {
-    using Limits = std::numeric_limits<Number>;
     Number number = 0;
     const char* const end = text.data() + text.size();
     const auto [rest, error] = std::from_chars(text.data(), end, number);
-    if (text.empty() || rest != end || error != std::errc())
+    if (text.empty() || rest != end || error != std::errc() || number < least)
         throw std::invalid_argument("'" + text + "' is no whole number from " +
-                                    std::to_string(Limits::min()) + " to " +
-                                    std::to_string(Limits::max()));
+                                    std::to_string(least) + " to " +
+                                    std::to_string(std::numeric_limits<Number>::max()));
     return number;
 }
 
@@ -287,7 +286,7 @@ void CommandLine::addWatchOptions(CLI::App& command)
 {
     addParsed(command, "--for", arguments.watch.duration, parseWait, "SECONDS",
               "End after this time");
-    addParsed(command, "--count", arguments.watch.count, parseNumber<std::uint64_t>, "N",
+    addParsed(command, "--count", arguments.watch.count, parseNumber<std::uint64_t, 1>, "N",
               "End after so many notifications");
 }
 
