@@ -1,0 +1,94 @@
+#include "SocketLink.h"
+#include "Sample.h"
+#include "SocketServer.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <thread>
+
+// What processes of their own test on the development host, here inside one, so that it runs on
+// every target.
+
+namespace {
+
+using namespace sample;
+using namespace fabric::host;
+
+/// Answers each command with its own number and text.
+class EchoService : public Service
+{
+public:
+    const MessageCatalogue& catalogue() const override { return sample::catalogue; }
+    void start(ServiceOutlet& out) override { outlet = &out; }
+    void clientConnected(ClientId) override {}
+    void clientDisconnected(ClientId) override {}
+    void commandReceived(ClientId client, const Message& command) override
+    {
+        auto reply = message(answer, recordOf(command).number, recordOf(command).text.chars);
+        reply->ids = command.ids;
+        outlet->send(client, std::move(reply));
+    }
+    TimePoint runDue() override { return TimePoint::max(); }
+
+private:
+    ServiceOutlet* outlet = nullptr;
+};
+
+/// Serves at a socket while it lives.
+class Served
+{
+public:
+    explicit Served(const std::string& path) : server(service, path) {}
+    ~Served()
+    {
+        server.stop();
+        thread.join();
+    }
+    Served(const Served&) = delete;
+    Served& operator=(const Served&) = delete;
+
+private:
+    EchoService service;
+    SocketServer server;
+    std::thread thread{[this] { server.run(); }};
+};
+
+TEST(SocketLinkTest, AnApplicationFindsItsServiceWheneverThatIsThere)
+{
+    char folder[] = "/tmp/chronal-socket-XXXXXX";
+    ASSERT_NE(mkdtemp(folder), nullptr);
+    const std::string path = folder + std::string("/socket");
+    Journal journal;
+    Client client(journal);
+    Callback answered([&](const Message& event) {
+        journal.note(std::to_string(recordOf(event).number) + recordOf(event).text.chars);
+    });
+    Session session(std::make_unique<SocketLink>(path), sample::catalogue);
+    session.component().addEventHandler(answer, 0, answered.handler());
+    session.attach(client);
+    session.connect();
+    const std::string failed = "failed " + std::to_string(ENOENT);
+    std::vector<std::string> expected = {failed};
+    EXPECT_EQ(journal.await(1), expected);
+
+    for (const std::uint32_t number : {1U, 0x01020304U}) {
+        {
+            const Served served(path);
+            expected.emplace_back("connected");
+            EXPECT_EQ(journal.await(expected.size()), expected);
+            MsgIds ids;
+            EXPECT_EQ(
+                0, session.application().sendEvent(ids, 0, message(ask, number, "text").release()));
+            expected.push_back(std::to_string(number) + "text");
+            EXPECT_EQ(journal.await(expected.size()), expected);
+        }
+        expected.insert(expected.end(), {"disconnected 0", failed});
+        EXPECT_EQ(journal.await(expected.size()), expected);
+    }
+    session.detach(client);
+    rmdir(folder);
+}
+
+} // namespace
