@@ -43,8 +43,8 @@ private:
     bool enabled;
 };
 
-/// The place of a command in this file, for its debug lines: where the object is made, or where a
-/// function is called that has one as its default argument.
+/// The place of a command in this file, for its debug lines: as a default argument, where the
+/// function that has it is called.
 struct CallSite
 {
     explicit CallSite(const char* caller = __builtin_FUNCTION(), int statement = __builtin_LINE())
