@@ -2,14 +2,15 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <charconv>
 #include <limits>
 #include <stdexcept>
+#include <string_view>
 #include <utility>
 
 #include <chronal/Helpers.h>
 
-#include "Failure.h"
 #include "Manual.h"
 #include "Output.h"
 #include "TimeText.h"
@@ -37,8 +38,16 @@ const tools::ManPageText& manPageText()
            "A SPAN is a sign, which may be left out, and counts with units from larger to smaller "
            "ones (+1h30m, -90s, 1d2h, 250ms; units d, h, m, s, ms, us), or an offset (+05:30)."}},
          {"EXIT STATUS",
-          {"0: done. 1: refused by the service; its negative error number is on standard error. "
-           "2: bad usage. 3: no service, or no answer in time."}},
+          {"0: done. 1: refused by the service. 2: bad usage. 3: no service, no answer in time, or "
+           "nowhere to print it. "
+           "Why is on standard error, with what is probably behind it. A refusal itself is only a "
+           "negative error number, by which a device's service may mean something else than the "
+           "simulated one.",
+           "With --json, the last line of standard output says the same, also of bad usage:",
+           "  {\"command\":\"timezone set\",\"error\":{\"status\":1,\"number\":-2,\n"
+           "   \"text\":\"the service refused ...\",\"advice\":\"Probably ...\"}}",
+           "The command is what has been understood of it; status is the exit status; number is a "
+           "negative error number, or 0 for none; advice may be empty."}},
          {"ENVIRONMENT", {"CHRONAL_SOCKET is the socket to use when --socket is not given."}},
          {"EXAMPLES",
           {"  chronalctl status\n"
@@ -126,21 +135,65 @@ void addArgument(CLI::App& app, const std::string& name, Value& value,
     addParsed(app, name, value, parse, type, description)->required();
 }
 
-void printReport(const Options& options, const Report& report)
+/// The words that a command consists of, without the program's name.
+std::string wordsOf(const CLI::App& command)
 {
-    // A refusal is for standard error, unless a program reads every answer.
-    if (options.json || report.result >= 0)
-        print(options.json ? asJson(report) : asTable(report));
-    if (report.result < 0)
-        throw refusal(report.result);
+    const CLI::App* const group = command.get_parent();
+    if (!group)
+        return "";
+    const std::string words = wordsOf(*group);
+    return words.empty() ? command.get_name() : words + ' ' + command.get_name();
 }
 
-/// An answer that cannot be gone on with when it is a refusal.
-Report askFor(Connection<Asker>& service, const Asker::Send& send)
+/// `text`, with what was given for each "{NAME}".
+std::string filled(std::string_view text, const CLI::App& command)
+{
+    std::string result;
+    for (auto slot = text.find('{'); slot != std::string_view::npos; slot = text.find('{')) {
+        const auto end = text.find('}', slot);
+        const std::string name(text.substr(slot + 1, end - slot - 1));
+        result += text.substr(0, slot);
+        result += CLI::detail::join(command.get_option(name)->results(), " ");
+        text.remove_prefix(end + 1);
+    }
+    return result.append(text);
+}
+
+// What the simulated service accepts.
+
+constexpr char sourceLocked[] =
+    "{SOURCE} is locked; to unlock it: chronalctl ref-time unlock {SOURCE}";
+constexpr char serverTooLong[] = "the server's name has more than 255 characters";
+
+constexpr std::int64_t day = 86400; // seconds
+
+/// Years 1970 to 9999, without `margin` seconds at both ends.
+bool isInCalendar(const nubOsalTime_struct& time, std::int64_t margin = 0)
+{
+    constexpr std::int64_t end = 253402300800;
+    const std::int64_t second = time.seconds - (time.microseconds < 0 ? 1 : 0);
+    return second >= margin && second < end - margin;
+}
+
+bool isOverADay(nubOsalTime_struct span)
+{
+    nubOsalTime_struct limit = {};
+    limit.seconds = day;
+    Helpers::absTimeSpan(&span);
+    return nubOsalCompareTime(&span, &limit) > 0;
+}
+
+bool isTooLong(const std::string& text)
+{
+    return text.size() > 255;
+}
+
+/// The answer to a command. Throws Failure if that is a refusal.
+Report askFor(Connection<Asker>& service, const std::string& command, const Asker::Send& send)
 {
     Report report = service->ask(send);
     if (report.result < 0)
-        throw refusal(report.result);
+        throw refusal(command, report.result);
     return report;
 }
 
@@ -149,10 +202,10 @@ Connection<Asker> connect(const Options& options)
     return Connection<Asker>(options.socket, options.timeout, options.socket);
 }
 
-void ask(const Options& options, const Asker::Send& send)
+template <class Answer>
+void printAnswer(const Options& options, const Answer& answer)
 {
-    Connection<Asker> service = connect(options);
-    printReport(options, service->ask(send));
+    print(options.json ? asJson(answer) : asTable(answer));
 }
 
 void showStatus(const Options& options)
@@ -160,35 +213,39 @@ void showStatus(const Options& options)
     Connection<Asker> service = connect(options);
     Status status;
     for (const ReferenceTimeId source : allSources)
-        status.sources.push_back(askFor(service, [&](UserAdapter& adapter, Ids& ids) {
-            adapter.cmdRefTimeFetch(ids, source);
-        }));
-    status.timezone =
-        askFor(service, [](UserAdapter& adapter, Ids& ids) { adapter.cmdTimezoneFetch(ids); });
-    status.nextDeviation = askFor(service, [](UserAdapter& adapter, Ids& ids) {
-        adapter.cmdNextTimeDeviationChangeFetch(ids, referenceTimeRtc);
+        status.sources.push_back(
+            askFor(service, "ref-time get " + Helpers::getRefTimeStr(source),
+                   [&](UserAdapter& adapter, Ids& ids) { adapter.cmdRefTimeFetch(ids, source); }));
+    status.timezone = askFor(service, "timezone get",
+                             [](UserAdapter& adapter, Ids& ids) { adapter.cmdTimezoneFetch(ids); });
+    status.nextDeviation =
+        askFor(service, "deviation next get RTC", [](UserAdapter& adapter, Ids& ids) {
+            adapter.cmdNextTimeDeviationChangeFetch(ids, referenceTimeRtc);
+        });
+    status.settings = askFor(service, "settings get", [](UserAdapter& adapter, Ids& ids) {
+        adapter.cmdDateTimeSettingsFetch(ids);
     });
-    status.settings = askFor(
-        service, [](UserAdapter& adapter, Ids& ids) { adapter.cmdDateTimeSettingsFetch(ids); });
-    print(options.json ? asJson(status) : asTable(status));
+    printAnswer(options, status);
 }
 
 /// The command replaces all settings, so what is not given is fetched first.
 void setSettings(const Options& options, const Arguments& given)
 {
     Connection<Asker> service = connect(options);
-    const Report old = askFor(
-        service, [](UserAdapter& adapter, Ids& ids) { adapter.cmdDateTimeSettingsFetch(ids); });
+    const Report old = askFor(service, "settings get", [](UserAdapter& adapter, Ids& ids) {
+        adapter.cmdDateTimeSettingsFetch(ids);
+    });
     const auto time = [&](std::size_t index, const char* name) {
         return given.times[index].value_or(std::get<Time>(old.field(name).value).value);
     };
     const auto value = static_cast<int>(std::get<std::int64_t>(old.field("value").value));
     const std::string server =
         given.server.value_or(std::get<std::string>(old.field("ntp_server").value));
-    printReport(options, service->ask([&](UserAdapter& adapter, Ids& ids) {
-        adapter.cmdDateTimeSettingsSet(ids, time(0, "time1"), time(1, "time2"), time(2, "time3"),
-                                       time(3, "time4"), given.value.value_or(value), server);
-    }));
+    printAnswer(options, askFor(service, "settings set", [&](UserAdapter& adapter, Ids& ids) {
+                    adapter.cmdDateTimeSettingsSet(ids, time(0, "time1"), time(1, "time2"),
+                                                   time(2, "time3"), time(3, "time4"),
+                                                   given.value.value_or(value), server);
+                }));
 }
 
 } // namespace
@@ -209,6 +266,9 @@ CommandLine::CommandLine()
     addTimeAt();
     addSettings();
     addTimezone();
+    // After the commands, which would take it over.
+    app.footer("Exit status: 0 done, 1 refused by the service, 2 bad usage, 3 no service or no "
+               "answer.\nchronalctl(1) tells more, also how errors look with --json.");
 }
 
 void CommandLine::addOptions()
@@ -216,7 +276,7 @@ void CommandLine::addOptions()
     addParsed(app, "--socket", options.socket, parseNonEmpty, "PATH",
               "Talk to the service at this socket, for example one of chronal-simd")
         ->envname("CHRONAL_SOCKET");
-    app.add_flag("--json", options.json, "Print one JSON object a line");
+    app.add_flag("--json", options.json, "Print one JSON object a line, for an error as well");
     addParsed(app, "--timeout", options.timeout, parseWait, "SECONDS",
               "How long to wait for the service, and for each answer; 5 if not given");
     app.set_version_flag("--version", "chronalctl " CHRONAL_VERSION, "Print the version and exit");
@@ -241,8 +301,10 @@ CLI::App& CommandLine::addCommand(CLI::App& parent, const char* name, const char
 CLI::App& CommandLine::addQuestion(CLI::App& parent, const char* name, const char* description,
                                    Asker::Send send)
 {
-    return addCommand(parent, name, description,
-                      [this, send = std::move(send)] { ask(options, send); });
+    return addCommand(parent, name, description, [this, send = std::move(send)] {
+        Connection<Asker> service = connect(options);
+        printAnswer(options, askFor(service, words(), send));
+    });
 }
 
 void CommandLine::addSourceQuestion(CLI::App& parent, const char* name, const char* description,
@@ -259,6 +321,47 @@ void CommandLine::addSource(CLI::App& command)
 {
     addArgument(command, "SOURCE", arguments.source, parseSource,
                 "RTC, NTP, DVB, TTX (teletext) or ATSC", sourceType);
+    addReason(command, EINVAL,
+              "the service has no source {SOURCE}; right would be RTC, NTP, DVB, TTX or ATSC",
+              [this] { return arguments.source == referenceTimeInvalid; });
+}
+
+void CommandLine::addUtc(CLI::App& command, const std::string& name, nubOsalTime_struct& time,
+                         const std::string& description)
+{
+    addArgument(command, name, time, parseUtc, description);
+    addReason(command, EINVAL, "'{" + name + "}' is not within the years 1970 to 9999",
+              [this, &time] { return !arguments.negate && !isInCalendar(time); });
+}
+
+void CommandLine::addLocal(CLI::App& command, const std::string& name, nubOsalTime_struct& time,
+                           const std::string& description)
+{
+    addArgument(command, name, time, parseLocal, description);
+    addReason(command, EINVAL, "'{" + name + "}' is not within the years 1970 to 9999 of UTC",
+              [this, &time] { return !arguments.negate && !isInCalendar(time, day); });
+    addReason(command, EINVAL,
+              "'{" + name +
+                  "}' does not exist: the clocks skip it, as daylight saving begins there",
+              [this] {
+                  const nubOsalTime_struct zero = {};
+                  return !arguments.negate && nubOsalCompareTime(&arguments.deviation, &zero) == 0;
+              });
+}
+
+CLI::Option* CommandLine::addSpan(CLI::App& command, const std::string& name,
+                                  nubOsalTime_struct& span, const std::string& description)
+{
+    addReason(command, EINVAL,
+              "'{" + name + "}' is too much; right would be a deviation from -24h to +24h",
+              [&span] { return isOverADay(span); });
+    return addParsed(command, name, span, parseSpan, "", description);
+}
+
+void CommandLine::addReason(const CLI::App& command, int error, const std::string& text,
+                            std::function<bool()> mayApply)
+{
+    reasons[&command].push_back({error, text, std::move(mayApply)});
 }
 
 void CommandLine::addWatching()
@@ -279,6 +382,9 @@ void CommandLine::addWatching()
         .add_option_function<std::vector<std::string>>(
             "SOURCE", readSources, "Sources whose current times are to be printed as well")
         ->type_name(sourceType);
+    addReason(
+        monitorCommand, EINVAL,
+        "the service does not have all of {SOURCE}; right would be RTC, NTP, DVB, TTX or ATSC");
     addWatchOptions(monitorCommand);
 }
 
@@ -294,8 +400,9 @@ void CommandLine::addRefTime()
 {
     CLI::App& group = addGroup(app, "ref-time", "The time of one source");
     addSourceQuestion(group, "get", "Show a source's times", &UserAdapter::cmdRefTimeFetch);
-    addSetTime(group, "set", "Set a source's UTC time", parseUtc, &UserAdapter::cmdRefTimeSet);
-    addSetTime(group, "set-local", "Set a source's local time", parseLocal,
+    addSetTime(group, "set", "Set a source's UTC time", &CommandLine::addUtc,
+               &UserAdapter::cmdRefTimeSet);
+    addSetTime(group, "set-local", "Set a source's local time", &CommandLine::addLocal,
                &UserAdapter::cmdRefLocalTimeSet);
 
     CLI::App& at = addQuestion(group, "at", "Show what a source shows at a moment",
@@ -303,7 +410,7 @@ void CommandLine::addRefTime()
                                    adapter.cmdRefTimeAt(ids, arguments.time, arguments.source);
                                });
     addSource(at);
-    addArgument(at, "TIME", arguments.time, parseUtc, "The moment, in UTC");
+    addUtc(at, "TIME", arguments.time, "The moment, in UTC");
 
     CLI::App& subscribe =
         addCommand(group, "subscribe",
@@ -323,7 +430,7 @@ void CommandLine::addRefTime()
 }
 
 void CommandLine::addSetTime(CLI::App& parent, const char* name, const char* description,
-                             nubOsalTime_struct (*read)(const std::string&), SendForTime send)
+                             AddTime addTime, SendForTime send)
 {
     CLI::App& set =
         addQuestion(parent, name, description, [this, send](UserAdapter& adapter, Ids& ids) {
@@ -331,9 +438,13 @@ void CommandLine::addSetTime(CLI::App& parent, const char* name, const char* des
                             arguments.value.value_or(0), arguments.negate);
         });
     addSource(set);
-    addArgument(set, "TIME", arguments.time, read, "The source's time from now on");
-    addParsed(set, "--deviation", arguments.deviation, parseSpan, "SPAN",
-              "Local time less UTC; the zone's if not given, or 0");
+    addReason(set, EBUSY, sourceLocked);
+    (this->*addTime)(set, "TIME", arguments.time, "The source's time from now on");
+    addSpan(set, "--deviation", arguments.deviation,
+            "Local time less UTC; the zone's if not given, or 0")
+        ->type_name("SPAN");
+    addReason(set, EINVAL, "'{TIME}', negated, is not within the years 1970 to 9999",
+              [this] { return arguments.negate; });
     addValue(set, "A number to keep with the time; 0 if not given");
     set.add_flag("--negate", arguments.negate, "Send the time negated");
 }
@@ -342,7 +453,9 @@ void CommandLine::addDeviation()
 {
     CLI::App& deviation = addGroup(app, "deviation", "The deviation of local time from UTC");
     CLI::App& next = addGroup(deviation, "next", "Its next change");
-    addSourceQuestion(next, "get", "Show when it changes next, and to what",
+    addSourceQuestion(next, "get",
+                      "Show when it changes next, and to what (DEVIATION_INVALID: no change; "
+                      "DEVIATION_UNKNOWN: the source has no time)",
                       &UserAdapter::cmdNextTimeDeviationChangeFetch);
     CLI::App& set = addQuestion(next, "set", "Announce its next change",
                                 [this](UserAdapter& adapter, Ids& ids) {
@@ -350,8 +463,9 @@ void CommandLine::addDeviation()
                                         ids, arguments.time, arguments.deviation, arguments.source);
                                 });
     addSource(set);
-    addArgument(set, "TIME", arguments.time, parseUtc, "When it changes, in UTC");
-    addArgument(set, "SPAN", arguments.deviation, parseSpan, "The deviation from then on");
+    addReason(set, EBUSY, sourceLocked);
+    addUtc(set, "TIME", arguments.time, "When it changes, in UTC");
+    addSpan(set, "SPAN", arguments.deviation, "The deviation from then on")->required();
 
     CLI::App& dst = addGroup(app, "dst", "Daylight saving");
     CLI::App& announce =
@@ -362,10 +476,13 @@ void CommandLine::addDeviation()
                                                           arguments.deviation, arguments.source);
                     });
     addSource(announce);
-    addArgument(announce, "BEGIN", arguments.time, parseUtc, "When it begins, in UTC");
-    addArgument(announce, "END", arguments.end, parseUtc, "When it ends, in UTC");
-    addArgument(announce, "DURING", arguments.deviation, parseSpan, "The deviation in between");
-    addArgument(announce, "AFTER", arguments.deviationAfter, parseSpan, "The deviation afterwards");
+    addReason(announce, EBUSY, sourceLocked);
+    addUtc(announce, "BEGIN", arguments.time, "When it begins, in UTC");
+    addUtc(announce, "END", arguments.end, "When it ends, in UTC");
+    addSpan(announce, "DURING", arguments.deviation, "The deviation in between")->required();
+    addSpan(announce, "AFTER", arguments.deviationAfter, "The deviation afterwards")->required();
+    addReason(announce, EINVAL, "'{BEGIN}' is not before '{END}'",
+              [this] { return nubOsalCompareTime(&arguments.time, &arguments.end) >= 0; });
 }
 
 void CommandLine::addTimeAt()
@@ -375,11 +492,11 @@ void CommandLine::addTimeAt()
         addQuestion(group, "utc", "Of a moment in UTC", [this](UserAdapter& adapter, Ids& ids) {
             adapter.cmdUTCTimeAt(ids, arguments.time);
         });
-    addArgument(utc, "TIME", arguments.time, parseUtc, "The moment");
+    addUtc(utc, "TIME", arguments.time, "The moment");
     CLI::App& local = addQuestion(
         group, "local", "Of a moment in local time",
         [this](UserAdapter& adapter, Ids& ids) { adapter.cmdLocaltimeAt(ids, arguments.time); });
-    addArgument(local, "TIME", arguments.time, parseLocal, "The moment");
+    addLocal(local, "TIME", arguments.time, "The moment");
 }
 
 void CommandLine::addSettings()
@@ -395,6 +512,11 @@ void CommandLine::addSettings()
                   "TIME", "Time " + std::to_string(index + 1) + " of the settings");
     addValue(set, "The settings' number");
     set.add_option("--server", arguments.server, "The NTP server")->type_name("NAME");
+    addReason(set, EINVAL,
+              "NTP is in use and needs a server; to do without one: chronalctl ntp set '' --off",
+              [this] { return arguments.server == ""; });
+    addReason(set, EINVAL, serverTooLong,
+              [this] { return isTooLong(arguments.server.value_or("")); });
 
     CLI::App& ntp = addGroup(app, "ntp", "Time from the network");
     CLI::App& ntpSet = addQuestion(ntp, "set", "Name the server, and use it",
@@ -403,8 +525,18 @@ void CommandLine::addSettings()
                                    });
     ntpSet.add_option("SERVER", arguments.text, "Its name")->required()->type_name("");
     ntpSet.add_flag("!--off", arguments.on, "Do not use it");
-    addQuestion(ntp, "start", "Get the time from the server now",
-                [](UserAdapter& adapter, Ids& ids) { adapter.cmdDateTimeNtpStart(ids); });
+    addReason(ntpSet, EINVAL, "a server that is to be used needs a name; to use none: --off",
+              [this] { return arguments.text.empty(); });
+    addReason(ntpSet, EINVAL, serverTooLong, [this] { return isTooLong(arguments.text); });
+    CLI::App& start =
+        addQuestion(ntp, "start", "Get the time from the server now",
+                    [](UserAdapter& adapter, Ids& ids) { adapter.cmdDateTimeNtpStart(ids); });
+    addReason(start, EPERM,
+              "NTP is not in use, as always at first, and the service in this process starts anew "
+              "with every run; run chronal-simd and name its socket",
+              [this] { return options.socket.empty(); });
+    addReason(start, EPERM, "NTP is not in use; to use it: chronalctl ntp set SERVER");
+    addReason(start, EBUSY, "NTP is locked; to unlock it: chronalctl ref-time unlock NTP");
 
     CLI::App& automatic =
         addQuestion(app, "auto-time", "Whether the clock follows what other sources are set to",
@@ -412,8 +544,9 @@ void CommandLine::addSettings()
                         adapter.cmdDateTimeAutoTimeSet(ids, arguments.on);
                     });
     addArgument(automatic, "STATE", arguments.on, parseSwitch, "on or off", switchType);
-    addQuestion(app, "time-init", "Set all sources back to how they started",
-                [](UserAdapter& adapter, Ids& ids) { adapter.cmdTimeInit(ids); });
+    CLI::App& init = addQuestion(app, "time-init", "Set all sources back to how they started",
+                                 [](UserAdapter& adapter, Ids& ids) { adapter.cmdTimeInit(ids); });
+    addReason(init, EBUSY, "a source is locked; to unlock it: chronalctl ref-time unlock SOURCE");
 }
 
 void CommandLine::addTimezone()
@@ -427,6 +560,11 @@ void CommandLine::addTimezone()
     set.add_option("ZONE", arguments.text, "Its name, for example Europe/Berlin")
         ->required()
         ->type_name("");
+    addReason(set, ENOENT,
+              "the service knows no time zone '{ZONE}'; right would be a name of the time-zone "
+              "database, such as Europe/Berlin");
+    addReason(set, EINVAL, "the zone's name has more than 255 characters",
+              [this] { return isTooLong(arguments.text); });
     CLI::App& sync = addQuestion(group, "sync", "Whether the zone is synchronised",
                                  [this](UserAdapter& adapter, Ids& ids) {
                                      adapter.cmdTimezoneSyncEnableSet(ids, arguments.on ? 1 : 0);
@@ -439,30 +577,69 @@ void CommandLine::addValue(CLI::App& command, const char* description)
     addParsed(command, "--value", arguments.value, parseNumber<int>, "NUMBER", description);
 }
 
-std::string CommandLine::explain(const CLI::ParseError& error) const
+void CommandLine::parse(int argc, const char* const* argv)
+{
+    // A line that cannot be read to its end is complained about in the form that it asks for.
+    options.json = std::find(argv, argv + argc, std::string_view("--json")) != argv + argc;
+    app.parse(argc, argv);
+    // In a whole line the word may turn out to be the value of another option.
+    options.json = options.json && app.get_option("--json")->count() != 0;
+}
+
+void CommandLine::run() const
+{
+    try {
+        chosen();
+    } catch (Failure& failure) {
+        if (failure.status == ExitStatus::refused)
+            failure.advice = probableReason(failure.number);
+        throw;
+    }
+}
+
+const CLI::App& CommandLine::parsed() const
 {
     const CLI::App* place = &app;
-    std::string path = app.get_name();
-    for (auto parsed = place->get_subcommands(); !parsed.empty();
-         parsed = place->get_subcommands()) {
-        place = parsed.front();
-        path += ' ' + place->get_name();
-    }
+    for (auto next = place->get_subcommands(); !next.empty(); next = place->get_subcommands())
+        place = next.front();
+    return *place;
+}
 
-    const std::string advice = "\nSee: " + path + " --help";
-    const auto commands = place->get_subcommands({});
+std::string CommandLine::words() const
+{
+    return wordsOf(parsed());
+}
+
+std::string CommandLine::probableReason(int number) const
+{
+    const CLI::App& command = parsed();
+    const auto known = reasons.find(&command);
+    if (known == reasons.end())
+        return "";
+    for (const Reason& reason : known->second)
+        if (number == -reason.error && (!reason.mayApply || reason.mayApply()))
+            return "Probably " + filled(reason.text, command);
+    return "";
+}
+
+Failure CommandLine::badUsage(const CLI::ParseError& error) const
+{
+    const std::string path = app.get_name() + (words().empty() ? "" : ' ' + words());
+    const std::string advice = "See: " + path + " --help";
+    const auto commands = parsed().get_subcommands({});
     // An option that is wrong is told as such, also where a command is missing.
     const bool wantsCommand =
         error.get_exit_code() == static_cast<int>(CLI::ExitCodes::RequiredError);
     if (commands.empty() || !wantsCommand)
-        return error.what() + advice;
+        return {ExitStatus::badUsage, 0, error.what(), advice};
     std::string names;
     for (const CLI::App* command : commands)
         names += (names.empty() ? "" : ", ") + command->get_name();
     const std::vector<std::string> unknown = app.remaining(true);
     const std::string wrong =
         unknown.empty() ? "what to do is missing" : "'" + unknown.front() + "' is no command";
-    return wrong + " after \"" + path + "\"; right would be one of: " + names + advice;
+    return {ExitStatus::badUsage, 0,
+            wrong + " after \"" + path + "\"; right would be one of: " + names, advice};
 }
 
 } // namespace chronal::ctl

@@ -3,12 +3,15 @@
 
 #include <array>
 #include <functional>
+#include <map>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 
 #include "Asker.h"
+#include "Failure.h"
 #include "Monitor.h"
 #include "Options.h"
 
@@ -32,6 +35,15 @@ struct Arguments
     Watch watch;
 };
 
+/// What a service probably means when it refuses a command with `error`. It says no more than that
+/// number; the reasons are those of the simulated one, a device's may have others.
+struct Reason
+{
+    int error;                      ///< as in <cerrno>
+    std::string text;               ///< "{TIME}" in it stands for what was given as TIME
+    std::function<bool()> mayApply; ///< by the arguments; empty where they do not matter
+};
+
 /// The command line: its definition is also the source of the manual and of the completion.
 class CommandLine
 {
@@ -39,13 +51,19 @@ public:
     CommandLine();
 
     /// Throws CLI::ParseError.
-    void parse(int argc, const char* const* argv) { app.parse(argc, argv); }
+    void parse(int argc, const char* const* argv);
 
     /// Carries out the command that has been parsed. Throws Failure.
-    void run() const { chosen(); }
+    void run() const;
+
+    /// The command's words, as far as parse() has come.
+    std::string words() const;
+
+    /// Whether JSON is wanted, also of a line that cannot be parsed.
+    bool wantsJson() const { return options.json; }
 
     /// What was wrong and what would be right, of an error that parse() has thrown.
-    std::string explain(const CLI::ParseError& error) const;
+    Failure badUsage(const CLI::ParseError& error) const;
 
     /// Prints what --help and its like ask for.
     int exit(const CLI::ParseError& error) const { return app.exit(error); }
@@ -55,6 +73,8 @@ private:
     using SendForTime = void (UserAdapter::*)(fabric::MsgIds&, const nubOsalTime_struct&,
                                               const nubOsalTime_struct&, const ReferenceTimeId&,
                                               int, bool);
+    using AddTime = void (CommandLine::*)(CLI::App&, const std::string&, nubOsalTime_struct&,
+                                          const std::string&);
 
     void addOptions();
     void addWatching();
@@ -73,16 +93,29 @@ private:
                           Asker::Send send);
     void addSourceQuestion(CLI::App& parent, const char* name, const char* description,
                            SendForSource send);
-    void addSetTime(CLI::App& parent, const char* name, const char* description,
-                    nubOsalTime_struct (*read)(const std::string&), SendForTime send);
+    void addSetTime(CLI::App& parent, const char* name, const char* description, AddTime addTime,
+                    SendForTime send);
     void addSource(CLI::App& command);
+    void addUtc(CLI::App& command, const std::string& name, nubOsalTime_struct& time,
+                const std::string& description);
+    void addLocal(CLI::App& command, const std::string& name, nubOsalTime_struct& time,
+                  const std::string& description);
+    CLI::Option* addSpan(CLI::App& command, const std::string& name, nubOsalTime_struct& span,
+                         const std::string& description);
     void addValue(CLI::App& command, const char* description);
     void addWatchOptions(CLI::App& command);
+    /// Of several reasons that may apply, the first one counts.
+    void addReason(const CLI::App& command, int error, const std::string& text,
+                   std::function<bool()> mayApply = nullptr);
+
+    const CLI::App& parsed() const;
+    std::string probableReason(int number) const;
 
     CLI::App app;
     Options options;
     Arguments arguments;
     std::function<void()> chosen;
+    std::map<const CLI::App*, std::vector<Reason>> reasons;
 };
 
 } // namespace chronal::ctl

@@ -1,5 +1,6 @@
 #include "Failure.h"
 
+#include <cerrno>
 #include <cstdint>
 #include <cstring>
 
@@ -19,6 +20,11 @@ std::string because(int reason)
     return reason == 0 ? "" : std::string(": ") + std::strerror(reason);
 }
 
+Failure noAnswerBecause(int reason, const std::string& text, const std::string& advice = "")
+{
+    return {ExitStatus::noAnswer, -reason, text + because(reason), advice};
+}
+
 std::string within(std::chrono::microseconds waited)
 {
     const auto whole = std::chrono::floor<std::chrono::seconds>(waited);
@@ -30,34 +36,41 @@ std::string within(std::chrono::microseconds waited)
 
 } // namespace
 
-Failure refusal(int result)
+Failure refusal(const std::string& command, int result)
 {
     // As an unsigned number, since the most negative one has no positive counterpart.
     const unsigned error = 0U - static_cast<unsigned>(result);
-    return {ExitStatus::refused, "refused by the service: " + std::to_string(result) + " (" +
-                                     std::strerror(static_cast<int>(error)) + ")"};
+    return {ExitStatus::refused, result,
+            "the service refused \"" + command + "\": " + std::to_string(result) + " (" +
+                std::strerror(static_cast<int>(error)) + ")"};
 }
 
 Failure noService(const std::string& socket, std::chrono::microseconds waited, int reason)
 {
-    return {ExitStatus::noAnswer, "no " + serviceOf(socket) + within(waited) + because(reason)};
+    const bool nobodyListens = reason == ENOENT || reason == ECONNREFUSED;
+    return noAnswerBecause(reason, "no " + serviceOf(socket) + within(waited),
+                           nobodyListens ? "To simulate one there: chronal-simd --socket " + socket
+                                         : "");
 }
 
 Failure noAnswer(const std::string& socket, std::chrono::microseconds waited)
 {
-    return {ExitStatus::noAnswer, "no answer from the " + serviceOf(socket) + within(waited)};
+    return noAnswerBecause(0, "no answer from the " + serviceOf(socket) + within(waited));
 }
 
 Failure notSent(const std::string& socket, int reason)
 {
-    return {ExitStatus::noAnswer,
-            "the command could not be sent to the " + serviceOf(socket) + because(reason)};
+    return noAnswerBecause(reason, "the command could not be sent to the " + serviceOf(socket));
 }
 
 Failure lostBeforeAnswer(const std::string& socket, int reason)
 {
-    return {ExitStatus::noAnswer,
-            "the " + serviceOf(socket) + " went away before it answered" + because(reason)};
+    return noAnswerBecause(reason, "the " + serviceOf(socket) + " went away before it answered");
+}
+
+Failure notPrinted(int reason)
+{
+    return noAnswerBecause(reason, "cannot write to standard output");
 }
 
 } // namespace chronal::ctl

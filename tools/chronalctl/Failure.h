@@ -15,19 +15,22 @@ enum class ExitStatus
     noAnswer = 3  ///< no service, or no answer in time
 };
 
-/// What a person is to read on standard error, and the exit status that goes with it.
+/// Why the program ends without having done what was asked for; what() is one line of text.
 struct Failure : std::runtime_error
 {
-    Failure(ExitStatus exitStatus, const std::string& text)
-        : std::runtime_error(text), status(exitStatus)
+    Failure(ExitStatus exitStatus, int errorNumber, const std::string& text,
+            const std::string& whatToDo = "")
+        : std::runtime_error(text), status(exitStatus), number(errorNumber), advice(whatToDo)
     {
     }
 
     ExitStatus status;
+    int number;         ///< negative, or 0 where there is none
+    std::string advice; ///< what is probably behind it and what would be right; may be empty
 };
 
-/// The service's refusal: its negative error number and what that means.
-Failure refusal(int result);
+/// The service's refusal of a command, with its negative error number.
+Failure refusal(const std::string& command, int result);
 
 /// `socket` is where the service was looked for, or empty for the one in this process; `reason` is
 /// the error number that kept it from being reached, or 0.
@@ -35,6 +38,9 @@ Failure noService(const std::string& socket, std::chrono::microseconds waited, i
 Failure noAnswer(const std::string& socket, std::chrono::microseconds waited);
 Failure notSent(const std::string& socket, int reason);
 Failure lostBeforeAnswer(const std::string& socket, int reason);
+
+/// `reason` is the error number of writing to standard output.
+Failure notPrinted(int reason);
 
 } // namespace chronal::ctl
 

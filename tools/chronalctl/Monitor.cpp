@@ -171,7 +171,8 @@ private:
     void answered(const fabric::MsgIds& ids, const Report& answer) override
     {
         if (ids == subscription && answer.result < 0)
-            printer.fail(std::make_exception_ptr(refusal(answer.result)));
+            printer.fail(std::make_exception_ptr(refusal(
+                "ref-time subscribe " + chronal::Helpers::getRefTimeStr(source), answer.result)));
     }
 
     void notified(const Report& notification) override

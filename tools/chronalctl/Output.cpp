@@ -9,8 +9,6 @@
 
 #include <chronal/Helpers.h>
 
-#include "Failure.h"
-
 namespace chronal::ctl {
 
 namespace {
@@ -75,8 +73,6 @@ Json jsonFields(const Report& report)
     Json object = Json::object();
     for (const Field& field : report.fields)
         object[field.name] = jsonOf(field);
-    if (report.result < 0)
-        object["error"] = refusal(report.result).what();
     return object;
 }
 
@@ -132,7 +128,7 @@ std::string nextChange(const Report& next)
 
 std::string asTable(const Report& report)
 {
-    if (std::strcmp(report.name, "result") == 0 && report.result >= 0)
+    if (std::strcmp(report.name, "result") == 0)
         return "done\n";
     std::vector<std::vector<std::string>> rows;
     for (const Field& field : report.fields)
@@ -182,12 +178,21 @@ std::string asJson(const Status& status)
                      {"settings", jsonFields(status.settings)}});
 }
 
+std::string asJson(const std::string& command, const Failure& failure)
+{
+    return jsonLine({{"command", command},
+                     {"error",
+                      {{"status", static_cast<int>(failure.status)},
+                       {"number", failure.number},
+                       {"text", failure.what()},
+                       {"advice", failure.advice}}}});
+}
+
 void print(const std::string& text)
 {
     const bool written = std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
     if (!written || std::fflush(stdout) != 0)
-        throw Failure(ExitStatus::noAnswer,
-                      std::string("cannot write to standard output: ") + std::strerror(errno));
+        throw notPrinted(errno);
 }
 
 } // namespace chronal::ctl

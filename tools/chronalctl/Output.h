@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "Failure.h"
 #include "Report.h"
 
 /// Reports as text, each ending with a newline. Times and spans are printed by the library's text
@@ -30,6 +31,9 @@ struct Status
 
 std::string asTable(const Status& status);
 std::string asJson(const Status& status);
+
+/// `command` is the command's words.
+std::string asJson(const std::string& command, const Failure& failure);
 
 /// Writes to standard output at once. Throws Failure if that cannot be written.
 void print(const std::string& text);

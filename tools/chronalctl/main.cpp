@@ -3,30 +3,43 @@
 
 #include "CommandLine.h"
 #include "Failure.h"
+#include "Output.h"
 
 namespace {
 
-using chronal::ctl::ExitStatus;
+using namespace chronal::ctl;
 
-int complain(const std::string& text, ExitStatus status)
+ExitStatus complain(const CommandLine& commandLine, const Failure& failure)
 {
-    std::fprintf(stderr, "chronalctl: %s\n", text.c_str());
-    return static_cast<int>(status);
+    std::fprintf(stderr, "chronalctl: %s\n", failure.what());
+    if (!failure.advice.empty())
+        std::fprintf(stderr, "%s\n", failure.advice.c_str());
+    try {
+        if (commandLine.wantsJson())
+            print(asJson(commandLine.words(), failure));
+    } catch (const Failure&) {
+        // It has been said on standard error.
+    }
+    return failure.status;
 }
 
-int run(int argc, char** argv)
+ExitStatus run(CommandLine& commandLine, int argc, char** argv)
 {
-    chronal::ctl::CommandLine commandLine;
     try {
         commandLine.parse(argc, argv);
+        commandLine.run();
+        return ExitStatus::done;
     } catch (const CLI::ParseError& error) {
         // --help and its like end here, too.
-        return error.get_exit_code() == 0
-                   ? commandLine.exit(error)
-                   : complain(commandLine.explain(error), ExitStatus::badUsage);
+        if (error.get_exit_code() != 0)
+            return complain(commandLine, commandLine.badUsage(error));
+        commandLine.exit(error);
+        return ExitStatus::done;
+    } catch (const Failure& failure) {
+        return complain(commandLine, failure);
+    } catch (const std::exception& error) {
+        return complain(commandLine, Failure(ExitStatus::noAnswer, 0, error.what()));
     }
-    commandLine.run();
-    return static_cast<int>(ExitStatus::done);
 }
 
 } // namespace
@@ -34,10 +47,10 @@ int run(int argc, char** argv)
 int main(int argc, char** argv)
 {
     try {
-        return run(argc, argv);
-    } catch (const chronal::ctl::Failure& failure) {
-        return complain(failure.what(), failure.status);
+        CommandLine commandLine;
+        return static_cast<int>(run(commandLine, argc, argv));
     } catch (const std::exception& error) {
-        return complain(error.what(), ExitStatus::noAnswer);
+        std::fprintf(stderr, "chronalctl: %s\n", error.what());
+        return static_cast<int>(ExitStatus::noAnswer);
     }
 }
