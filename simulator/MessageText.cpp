@@ -151,8 +151,8 @@ std::string messageText(const fabric::SerializableMessageEvent& message)
         catalogue().find(meta.resourceId, meta.operationId, meta.kind);
     if (!type)
         return "unknown message";
-    std::string line = std::string(type->name) + " #" + std::to_string(message.ids.originId) + ":" +
-                       std::to_string(message.ids.messageId);
+    std::string line = std::string(nameOf(message)) + " #" + std::to_string(message.ids.originId) +
+                       ":" + std::to_string(message.ids.messageId);
     payloads[type - catalogue().types](line, message.data->payload);
     return line;
 }

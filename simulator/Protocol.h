@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include <boost/shared_ptr.hpp>
 
@@ -81,6 +82,13 @@ CHRONAL_SIM_MESSAGES(CHRONAL_SIM_DECLARE)
 
 /// All of them, and the service's id.
 const fabric::host::MessageCatalogue& catalogue();
+
+/// The name of a message of the catalogue; of a command, the one of the operation that sends it,
+/// so cmdTimeAt is one of two. Null for any other message.
+const char* nameOf(const fabric::SerializableMessageEvent& message);
+
+/// Those of the commands, all that nameOf() can give.
+std::vector<std::string> commandNames();
 
 /// A filled message that can be sent any number of times.
 struct Content

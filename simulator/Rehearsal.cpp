@@ -53,7 +53,7 @@ void Rehearsal::commandReceived(ClientId client, const fabric::SerializableMessa
 {
     if (log)
         log(named(client) + " -> " + messageText(command));
-    if (isRefused(command.meta))
+    if (isRefused(command))
         refuse(client, command);
     else
         service.commandReceived(client, command);
@@ -78,11 +78,10 @@ void Rehearsal::drop(ClientId client, int reason)
     outlet->drop(client, reason);
 }
 
-bool Rehearsal::isRefused(const fabric::MsgMeta& command) const
+bool Rehearsal::isRefused(const fabric::SerializableMessageEvent& command) const
 {
-    const fabric::host::MessageType* const type =
-        catalogue().find(command.resourceId, command.operationId, command.kind);
-    return type && faults.refused.count(type->name) != 0;
+    const char* const name = nameOf(command);
+    return name && faults.refused.count(name) != 0;
 }
 
 void Rehearsal::refuse(ClientId client, const fabric::SerializableMessageEvent& command)

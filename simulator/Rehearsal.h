@@ -42,7 +42,7 @@ private:
     void send(ClientId client, std::unique_ptr<fabric::SerializableMessageEvent> event) override;
     void drop(ClientId client, int reason) override;
 
-    bool isRefused(const fabric::MsgMeta& command) const;
+    bool isRefused(const fabric::SerializableMessageEvent& command) const;
     void refuse(ClientId client, const fabric::SerializableMessageEvent& command);
 
     fabric::host::Service& service;

@@ -41,10 +41,12 @@ void DeviationRule::setCurrent(Span deviation, Utc now)
 void DeviationRule::announce(const std::vector<Change>& next, std::optional<Utc> now)
 {
     std::vector<Change> updated;
+    std::optional<bool> daylightSaving; // that a change before the last one has left in force
     for (const Change& change : changes) {
-        const bool inForce = now && change.at <= *now;
-        if (inForce && change.at < next.front().at)
-            updated.assign(1, change);
+        if (!now || change.at > *now || change.at >= next.front().at)
+            break;
+        daylightSaving = change.daylightSaving ? change.daylightSaving : daylightSaving;
+        updated = {{change.at, change.deviation, daylightSaving}};
     }
     updated.insert(updated.end(), next.begin(), next.end());
     changes = std::move(updated);

@@ -59,8 +59,9 @@ public:
     /// The deviation is this one, also at earlier times, until the first change after `now`.
     void setCurrent(Span deviation, Utc now);
 
-    /// Replaces the pending changes by `next`, in order of time. What is in force at `now` stays;
-    /// without `now` nothing is in force.
+    /// Replaces the pending changes by `next`, in order of time. What is in force at `now` stays,
+    /// since the last change until then; the changes before that one are forgotten, and times
+    /// before it have the zone's deviation again. Without `now` nothing is in force.
     void announce(const std::vector<Change>& next, std::optional<Utc> now);
 
     Period periodAt(Utc moment) const;

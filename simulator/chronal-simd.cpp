@@ -1,15 +1,19 @@
 // The simulated time service as a process of its own.
 
+#include <algorithm>
+#include <charconv>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <exception>
+#include <filesystem>
 #include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <CLI/CLI.hpp>
@@ -29,6 +33,8 @@ using namespace chronal::sim;
 constexpr int exitFailure = 1;
 constexpr int exitUsage = 2;
 
+constexpr char socketName[] = "chronal.sock";
+
 struct Settings
 {
     std::string socket;
@@ -39,7 +45,45 @@ struct Settings
     bool verbose = false;
 };
 
-std::optional<Utc> readStartTime(const std::string& text)
+// What an option says. These throw std::invalid_argument that tells what would be right.
+
+[[noreturn]] void refuse(const std::string& text, const std::string& expected)
+{
+    throw std::invalid_argument("'" + text + "' is no " + expected);
+}
+
+std::string parseSocket(const std::string& text)
+{
+    if (text.empty())
+        refuse(text, "path; right would be one such as /tmp/chronal.sock, or an existing folder");
+    const std::filesystem::path path = text;
+    std::error_code ignored;
+    return std::filesystem::is_directory(path, ignored) ? path / socketName : path;
+}
+
+std::string parseZone(const std::string& text)
+{
+    if (!findZone(text))
+        refuse(text, "time zone of this system; right would be one such as Europe/Berlin");
+    return text;
+}
+
+std::chrono::milliseconds parsePeriod(const std::string& text)
+{
+    constexpr std::int64_t longest = std::chrono::milliseconds(std::chrono::hours(24)).count();
+    std::int64_t count = 0;
+    const char* const end = text.data() + text.size();
+    const auto [rest, error] = std::from_chars(text.data(), end, count);
+    const std::string_view unit(rest, static_cast<std::size_t>(end - rest));
+    const std::int64_t factor = unit == "ms" ? 1 : unit == "s" ? 1000 : unit == "min" ? 60000 : 0;
+    const bool valid =
+        error == std::errc() && factor != 0 && count > 0 && count <= longest / factor;
+    if (!valid)
+        refuse(text, "whole number of ms, s or min from 1ms to a day; right would be 250ms or 2s");
+    return std::chrono::milliseconds(count * factor);
+}
+
+Utc parseStartTime(const std::string& text)
 {
     for (const char* const form : {"%Y-%m-%dT%H:%M:%SZ", "%Y-%m-%dT%H:%M:%S", "%Y-%m-%dT%H:%MZ",
                                    "%Y-%m-%dT%H:%M", "%Y-%m-%d"}) {
@@ -55,81 +99,104 @@ std::optional<Utc> readStartTime(const std::string& text)
         if (day.ok() && time >= Utc() && time < calendarEnd)
             return time;
     }
-    return std::nullopt;
+    refuse(text, "UTC from 1970 to 9999; right would be one such as 2026-03-29T00:59:50Z");
 }
 
-std::vector<std::string> commandNames()
+template <class Number>
+Number parseNumber(const std::string& text, Number least, Number most, const char* expected)
 {
-    std::vector<std::string> names;
-    for (std::size_t i = 0; i < catalogue().count; ++i)
-        if (catalogue().types[i].kind == chronal::detail::kindCommand)
-            names.emplace_back(catalogue().types[i].name);
-    return names;
+    Number number = 0;
+    const char* const end = text.data() + text.size();
+    const auto [rest, error] = std::from_chars(text.data(), end, number);
+    const bool valid = error == std::errc() && rest == end && number >= least && number <= most;
+    if (!valid)
+        refuse(text, expected);
+    return number;
+}
+
+double parseSpeed(const std::string& text)
+{
+    return parseNumber(text, 0.001, 1e6, "number from 0.001 to 1000000");
+}
+
+std::size_t parseCount(const std::string& text)
+{
+    return parseNumber<std::size_t>(text, 1, 1000000000, "whole number from 1 to 1000000000");
+}
+
+std::string commandList(const char* separator)
+{
+    std::string list;
+    for (const std::string& name : commandNames())
+        list += (list.empty() ? "" : separator) + name;
+    return list;
+}
+
+/// Empty for a command, as CLI11 wants it.
+std::string faultOfCommand(const std::string& text)
+{
+    const std::vector<std::string> names = commandNames();
+    return std::find(names.begin(), names.end(), text) != names.end()
+               ? ""
+               : "'" + text + "' is no command; right would be one of: " + commandList(", ");
 }
 
 const chronal::tools::ManPageText manPageText = {
     "simulated time service",
     {{"SIGNALS", {"SIGINT and SIGTERM end it; its socket is removed."}},
      {"EXIT STATUS", {"0: ended by a signal. 1: it could not listen or go on. 2: bad usage."}},
+     {"ENVIRONMENT",
+      {"XDG_RUNTIME_DIR is the folder of the socket when --socket is not given.",
+       "NUB_DEBUG switches debug lines on, as in every application. Those about trouble with a "
+       "client, such as one that is disconnected for what it has sent, are on in any case. All "
+       "debug lines go to standard error."}},
      {"EXAMPLES",
       {"  chronal-simd --socket /tmp/chronal.sock --start-time 2026-03-29T00:59:50Z\n"
        "  chronalctl --socket /tmp/chronal.sock status"}},
      {"SEE ALSO", {"chronalctl(1)"}}}};
 
+template <class Result, class Value>
+void addParsed(CLI::App& app, const std::string& name, const char* type, Value& value,
+               Result (*parse)(const std::string&), const char* description)
+{
+    const auto read = [&value, parse, name](const std::string& text) {
+        try {
+            value = parse(text);
+        } catch (const std::invalid_argument& error) {
+            throw CLI::ValidationError(name, error.what());
+        }
+    };
+    app.add_option_function<std::string>(name, read, description)->type_name(type);
+}
+
 void describe(CLI::App& app, Settings& settings)
 {
     app.description("Simulated time service: serves the clients that connect to its socket.");
     app.set_version_flag("--version", "chronal-simd " CHRONAL_VERSION);
-    app.add_option("--socket", settings.socket,
-                   "Socket to listen at (default: chronal.sock in $XDG_RUNTIME_DIR)")
-        ->type_name("PATH");
-    app.add_option("--zone", settings.service.zone, "Time zone at the start (default: UTC)")
-        ->type_name("NAME");
-    app.add_option_function<std::int64_t>(
-           "--period",
-           [&](std::int64_t count) {
-               settings.service.notificationPeriod = std::chrono::milliseconds(count);
-           },
-           "Time between two notifications of the current time, such as 250ms or 2s; "
-           "not accelerated (default: 1s)")
-        ->transform(CLI::AsNumberWithUnit(
-                        std::map<std::string, std::int64_t>{{"ms", 1}, {"s", 1000}, {"min", 60000}},
-                        CLI::AsNumberWithUnit::UNIT_REQUIRED)
-                        .description(""))
-        ->type_name("SPAN");
-    app.add_option_function<std::string>(
-           "--start-time",
-           [&](const std::string& text) {
-               settings.startTime = readStartTime(text);
-               if (!settings.startTime)
-                   throw CLI::ValidationError("--start-time",
-                                              "'" + text +
-                                                  "' is no UTC from 1970 to 9999 in the form "
-                                                  "2026-03-29T00:59:50Z");
-           },
-           "UTC at the start, such as 2026-03-29T00:59:50Z (default: the machine's)")
-        ->type_name("TIME");
-    app.add_option("--speed", settings.speed,
-                   "Lets time run N times faster, 0.001 to 1000000 (default: 1)")
-        ->type_name("N")
-        ->check([](const std::string& text) {
-            // Not by CLI::Range, which "nan" passes.
-            double speed = 0;
-            const bool valid =
-                CLI::detail::lexical_cast(text, speed) && speed >= 0.001 && speed <= 1e6;
-            return valid ? std::string() : "'" + text + "' is no number from 0.001 to 1000000";
-        });
-    app.add_option("--drop-after", settings.faults.dropAfter,
-                   "Disconnects each client after N commands")
-        ->type_name("N")
-        ->check(CLI::Range(1, 1000000000).description(""));
+    addParsed(app, "--socket", "PATH", settings.socket, parseSocket,
+              "Socket to listen at, or the folder for one named chronal.sock "
+              "(default: $XDG_RUNTIME_DIR)");
+    addParsed(app, "--zone", "NAME", settings.service.zone, parseZone,
+              "Time zone at the start (default: UTC)");
+    addParsed(app, "--period", "SPAN", settings.service.notificationPeriod, parsePeriod,
+              "Time between two notifications of the current time, such as 250ms, 2s or 1min; "
+              "not accelerated (default: 1s)");
+    addParsed(app, "--start-time", "TIME", settings.startTime, parseStartTime,
+              "UTC at the start, such as 2026-03-29T00:59:50Z (default: the machine's)");
+    addParsed(app, "--speed", "N", settings.speed, parseSpeed,
+              "Lets time run N times faster, 0.001 to 1000000 (default: 1)");
+    addParsed(app, "--drop-after", "N", settings.faults.dropAfter, parseCount,
+              "Disconnects each client after N commands");
     app.add_option("--refuse", settings.faults.refused,
-                   "Refuses a command, such as cmdTimezoneSet, with -13; may be repeated")
+                   "Refuses a command with -13; may be repeated. The commands are:\n" +
+                       commandList(",\n"))
         ->type_name("COMMAND")
         ->expected(1)
         ->take_all()
-        ->check(CLI::IsMember(commandNames()).description(""));
-    app.add_flag("--verbose", settings.verbose, "Writes a line for every message");
+        ->check(faultOfCommand);
+    app.add_flag("--verbose", settings.verbose,
+                 "Writes a line for every message, and at the end how many frames were refused "
+                 "and clients dropped");
     chronal::tools::addManual(app, manPageText);
 }
 
@@ -138,7 +205,7 @@ std::string defaultSocket()
     const char* const folder = std::getenv("XDG_RUNTIME_DIR");
     if (!folder || !*folder)
         throw std::runtime_error("XDG_RUNTIME_DIR is not set; name a socket with --socket");
-    return std::string(folder) + "/chronal.sock";
+    return std::filesystem::path(folder) / socketName;
 }
 
 std::unique_ptr<Clock> ownClock(const Settings& settings)
@@ -155,6 +222,13 @@ void writeLine(const std::string& line)
     std::fflush(stdout);
 }
 
+/// Only what stands in NUB_DEBUG as well can switch it off again.
+void showTrouble()
+{
+    const char* const others = std::getenv("NUB_DEBUG");
+    setenv("NUB_DEBUG", (std::string("*:3000,") + (others ? others : "")).c_str(), 1);
+}
+
 void serve(const Settings& settings)
 {
     const std::string socket = settings.socket.empty() ? defaultSocket() : settings.socket;
@@ -164,11 +238,15 @@ void serve(const Settings& settings)
     fabric::host::SocketServer server(rehearsal, socket, {SIGINT, SIGTERM});
     writeLine("listening on " + socket);
     server.run();
+    const fabric::host::ServerCounters counters = server.counters();
+    if (settings.verbose)
+        writeLine("ended; frames refused: " + std::to_string(counters.framesRefused) +
+                  ", clients dropped: " + std::to_string(counters.clientsDropped));
 }
 
-int fail(const char* what, int status)
+int fail(const std::string& what, int status)
 {
-    std::fprintf(stderr, "chronal-simd: %s\n", what);
+    std::fprintf(stderr, "chronal-simd: %s\n", what.c_str());
     return status;
 }
 
@@ -186,12 +264,11 @@ int main(int argc, char** argv)
         } catch (const CLI::Success& request) { // --help, --version
             return app.exit(request);
         } catch (const CLI::ParseError& error) {
-            return fail(error.what(), exitUsage);
+            return fail(std::string(error.what()) + "\nSee: chronal-simd --help", exitUsage);
         }
+        showTrouble();
         serve(settings);
         return 0;
-    } catch (const std::invalid_argument& error) {
-        return fail(error.what(), exitUsage);
     } catch (const std::exception& error) {
         return fail(error.what(), exitFailure);
     }

@@ -126,7 +126,7 @@ TEST_F(MemoryLinkTest, BadFramesAndAFailingServiceAreReportedAndTheConnectionLiv
                 ElementsAre(HasSubstr("shorter than a header"), HasSubstr("not a command"),
                             HasSubstr("commandReceived: service failed"),
                             HasSubstr("commandReceived: service failed")));
-    EXPECT_EQ(2U, server.framesRefused());
+    EXPECT_EQ(2U, server.counters().framesRefused);
 }
 
 TEST_F(MemoryLinkTest, CommandsAreQueuedUpToALimitAndReachTheServiceAlsoAfterTheEnd)

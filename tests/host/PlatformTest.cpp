@@ -3,10 +3,12 @@
 #include <nub/Debug.h>
 #include <nub/Osal.h>
 
+#include <pthread.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <limits>
+#include <thread>
 
 namespace {
 
@@ -133,6 +135,21 @@ TEST(Debug, ALineGoesToTheSinkOrIsOneWriteWhateverItsLengthAndKeepsErrno)
         EXPECT_EQ(line, standardErrorOf(write)) << "a sink that throws";
         fabric::host::setDebugSink({});
     }
+}
+
+TEST(Debug, ALineIsWrittenInFullByAThreadThatIsBeingCancelled)
+{
+    const nubDebugChunk_t chunk = {5 << 16 | 3000, 0, 0};
+    bool written = false;
+    fabric::host::setDebugSink([](auto&&...) { pthread_testcancel(); });
+    std::thread([&] {
+        pthread_cancel(pthread_self());
+        nubDebugOutput0(&chunk, "line\n");
+        pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+        written = true;
+    }).join();
+    fabric::host::setDebugSink({});
+    EXPECT_TRUE(written);
 }
 
 TEST(Twine, ReleasingFreesStringsAtAnyDepthOnceAndAcceptsNull)

@@ -16,12 +16,18 @@ using testing::AllOf;
 /// A session's link, in the hands of the test.
 struct WireLink : fabric::host::Link
 {
-    void open(fabric::host::LinkListener& opener) override { listener = &opener, ++opened; }
+    void open(fabric::host::LinkListener& opener) override
+    {
+        if (failing)
+            throw std::runtime_error("no thread");
+        listener = &opener, ++opened;
+    }
     void close() override {}
     int send(FrameBytes frame) override { return onSend ? onSend(frame) : 0; }
 
     fabric::host::LinkListener* listener = nullptr;
     int opened = 0;
+    bool failing = false;
     std::function<int(const FrameBytes&)> onSend;
 };
 
@@ -92,6 +98,16 @@ TEST_F(SessionTest, ReportsAndMessagesArriveInOrderAndBadFramesAreRefused)
                 ElementsAre(HasSubstr("not connected"), HasSubstr("shorter than a header"),
                             HasSubstr("refused: a command")));
     EXPECT_EQ(2U, session->counters().framesRefused);
+}
+
+TEST_F(SessionTest, AConnectionThatCouldNotBeOpenedCanBeOpenedLater)
+{
+    wire->listener->linkDown(EPIPE);
+    wire->failing = true;
+    EXPECT_THROW(session->connect(), std::runtime_error);
+    wire->failing = false;
+    session->connect();
+    EXPECT_EQ(2, wire->opened);
 }
 
 TEST_F(SessionTest, AMessageGoesToItsHandlersInOrderOfRegistration)

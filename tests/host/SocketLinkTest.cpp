@@ -2,11 +2,16 @@
 #include "Sample.h"
 #include "SocketServer.h"
 
+#include <sys/socket.h>
 #include <unistd.h>
+
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/local/stream_protocol.hpp>
 
 #include <cerrno>
 #include <cstdlib>
 #include <thread>
+#include <vector>
 
 // What processes of their own test on the development host, here inside one, so that it runs on
 // every target.
@@ -55,11 +60,18 @@ private:
     std::thread thread{[this] { server.run(); }};
 };
 
+struct Folder
+{
+    Folder() { EXPECT_NE(mkdtemp(name), nullptr); }
+    ~Folder() { rmdir(name); }
+
+    char name[27] = "/tmp/chronal-socket-XXXXXX";
+};
+
 TEST(SocketLinkTest, AnApplicationFindsItsServiceWheneverThatIsThere)
 {
-    char folder[] = "/tmp/chronal-socket-XXXXXX";
-    ASSERT_NE(mkdtemp(folder), nullptr);
-    const std::string path = folder + std::string("/socket");
+    const Folder folder;
+    const std::string path = folder.name + std::string("/socket");
     Journal journal;
     Client client(journal);
     Callback answered([&](const Message& event) {
@@ -88,7 +100,21 @@ TEST(SocketLinkTest, AnApplicationFindsItsServiceWheneverThatIsThere)
         EXPECT_EQ(journal.await(expected.size()), expected);
     }
     session.detach(client);
-    rmdir(folder);
+}
+
+TEST(SocketLinkTest, OfTooManyClientsTheLastOnesAreDisconnected)
+{
+    const Folder folder;
+    const std::string path = folder.name + std::string("/socket");
+    const Served served(path);
+    boost::asio::io_context io;
+    std::vector<boost::asio::local::stream_protocol::socket> sockets;
+    for (int i = 0; i < 257; ++i)
+        sockets.emplace_back(io).connect(path);
+    char byte = 0;
+    EXPECT_EQ(0, recv(sockets.back().native_handle(), &byte, 1, 0));
+    for (auto each = sockets.begin(); each + 1 != sockets.end(); ++each)
+        EXPECT_EQ(-1, recv(each->native_handle(), &byte, 1, MSG_DONTWAIT));
 }
 
 } // namespace

@@ -71,6 +71,11 @@ TEST(ZoneRules, AnnouncedChangesTakeOverFromTheZoneAndFromThoseBefore)
     rule.announce({{now + hours(9), hours(9), {}}}, now + hours(4));
     EXPECT_EQ(after(5), "+14400") << "what is in force stays";
     EXPECT_EQ(rule.nextChange(now + hours(9)), std::nullopt) << "announced changes hold";
+
+    rule.announce({{now + hours(10), hours(1), true}}, now + hours(9));
+    rule.announce({{now + hours(11), hours(2), {}}}, now + hours(10));
+    rule.announce({{now + hours(20), hours(3), {}}}, now + hours(12));
+    EXPECT_EQ(after(12), "+7200 DST") << "what an earlier change has left in force stays as well";
 }
 
 TEST(WireTime, TakesTimesOfTheCalendarInAnyFormAndNoOthers)

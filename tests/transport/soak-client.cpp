@@ -55,8 +55,9 @@ public:
         awaitService();
     }
 
-    void print() const
+    void print()
     {
+        const std::lock_guard<std::mutex> lock(mutex); // answers may still come
         std::printf("#%u: %zu sent, %zu answered, %zu not sent, %zu connections\n", origin, sent,
                     answers, notSent, connections);
     }

@@ -200,6 +200,7 @@ void printManPage(const CLI::App& app, const ManPageText& text)
                    [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
     // Without a date: the same sources make the same page.
     std::cout << ".TH " << roff(title) << " 1 \"\" \"" << roff(app.version()) << "\"\n"
+              << ".nh\n" // names are to be copied
               << ".SH NAME\n"
               << roff(name) << " \\- " << roff(text.purpose) << '\n'
               << ".SH SYNOPSIS\n"

@@ -3,6 +3,7 @@
 #include <fabric-host/DebugSink.h>
 #include <nub/Debug.h>
 
+#include <pthread.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -106,10 +107,25 @@ void apply(const std::vector<Switch>& switches) noexcept
             limits[each.category].store(each.limit, std::memory_order_relaxed);
 }
 
+/// Keeps a thread that is being cancelled from being so inside: who writes a line may be noexcept.
+class Uncancelled
+{
+public:
+    Uncancelled() noexcept { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before); }
+    ~Uncancelled() { pthread_setcancelstate(before, nullptr); }
+
+    Uncancelled(const Uncancelled&) = delete;
+    Uncancelled& operator=(const Uncancelled&) = delete;
+
+private:
+    int before = PTHREAD_CANCEL_ENABLE;
+};
+
 /// Reads NUB_DEBUG, once.
 void readEnvironment() noexcept
 {
     static const bool done = [] {
+        const Uncancelled complaining;
         const char* const text = std::getenv("NUB_DEBUG");
         if (text && *text)
             apply(readSwitches(text, [](const std::string& part) {
@@ -155,6 +171,7 @@ void writeLine(std::uint32_t code, const char* line, std::size_t length)
 /// second list of the same arguments, for a line that turns out to be long.
 void format(std::uint32_t code, const char* form, std::va_list arguments, std::va_list again)
 {
+    const Uncancelled writing;
     std::array<char, 512> shortLine;
     const int needed = std::vsnprintf(shortLine.data(), shortLine.size(), form, arguments);
     if (needed <= 0)

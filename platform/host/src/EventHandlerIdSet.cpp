@@ -22,11 +22,9 @@ void EventHandlerIdSet::addHandler(int handlerId)
 
 void EventHandlerIdSet::reset()
 {
-    // Emptied first: a handler that runs meanwhile may come back here.
-    std::vector<int> dropped;
-    dropped.swap(handlerIds);
-    for (const int handlerId : dropped)
+    for (const int handlerId : handlerIds)
         component.removeEventHandler(handlerId);
+    handlerIds.clear();
 }
 
 } // namespace fabric

@@ -99,7 +99,7 @@ public:
         return 0;
     }
 
-    std::uint64_t framesRefused() const noexcept { return server.framesRefused(); }
+    std::uint64_t framesRefused() const noexcept { return server.counters().framesRefused; }
 
 private:
     struct Item

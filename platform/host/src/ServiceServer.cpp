@@ -41,8 +41,10 @@ ClientId ServiceServer::connected(std::shared_ptr<Peer> peer)
 
 void ServiceServer::disconnected(ClientId client)
 {
-    if (clients.erase(client) != 0)
-        dropped.push_back(client);
+    if (clients.count(client) != 0) {
+        dropped.push_back(client); // first, since it may throw
+        clients.erase(client);
+    }
     tellDropped();
 }
 
@@ -72,7 +74,7 @@ void ServiceServer::send(ClientId client, std::unique_ptr<SerializableMessageEve
     if (found == clients.end() || !event || !toFrame(*event, frame))
         return;
     if (!found->second->deliver(std::move(frame)))
-        drop(client, ENOBUFS);
+        drop(client, ENOBUFS, "it does not read");
 }
 
 bool ServiceServer::toFrame(const SerializableMessageEvent& event, FrameBytes& frame) const
@@ -105,21 +107,26 @@ bool ServiceServer::receive(ClientId client, const FrameBytes& frame)
 /// Always false.
 bool ServiceServer::refuse(ClientId client, const char* reason)
 {
-    ++refused;
+    ++framesRefused;
     log(logTrouble, "fabric-host: frame of client %u refused: %s\n", client, reason);
     return false;
 }
 
 void ServiceServer::drop(ClientId client, int reason)
 {
+    drop(client, reason, reason ? std::strerror(reason) : "closed");
+}
+
+void ServiceServer::drop(ClientId client, int reason, const char* why)
+{
     const auto found = clients.find(client);
     if (found == clients.end())
         return;
+    dropped.push_back(client);
     const std::shared_ptr<Peer> peer = std::move(found->second);
     clients.erase(found);
-    dropped.push_back(client);
-    log(logTrouble, "fabric-host: client %u dropped: %s\n", client,
-        reason ? std::strerror(reason) : "closed");
+    ++clientsDropped;
+    log(logTrouble, "fabric-host: client %u dropped: %s\n", client, why);
     peer->drop(reason);
 }
 

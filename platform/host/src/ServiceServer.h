@@ -28,6 +28,13 @@ public:
     virtual void drop(int reason) = 0;
 };
 
+/// How often something happened since the server was made.
+struct ServerCounters
+{
+    std::uint64_t framesRefused;  ///< malformed, or no commands
+    std::uint64_t clientsDropped; ///< for not reading or for a refused frame, or by the service
+};
+
 /// What every transport does for a service: gives its clients numbers, makes messages of their
 /// frames and frames of its messages. Not for use by two threads at a time.
 class FABRIC_API ServiceServer final : private ServiceOutlet
@@ -49,16 +56,18 @@ public:
     /// False for a frame that was refused. Ignored for a client that the server has dropped.
     bool frameReceived(ClientId client, const FrameBytes& frame);
 
+    /// The service hears of it by the end of the next runDue(), if not before.
+    void drop(ClientId client, int reason) override;
+
     /// Does what is due; returns when to call again at the latest.
     Service::TimePoint runDue();
 
-    /// Malformed, or no commands. Any thread.
-    std::uint64_t framesRefused() const noexcept { return refused; }
+    /// Any thread.
+    ServerCounters counters() const noexcept { return {framesRefused, clientsDropped}; }
 
 private:
     void send(ClientId client, std::unique_ptr<SerializableMessageEvent> event) override;
-
-    void drop(ClientId client, int reason) override;
+    void drop(ClientId client, int reason, const char* why);
 
     bool toFrame(const SerializableMessageEvent& event, FrameBytes& frame) const;
     bool receive(ClientId client, const FrameBytes& frame);
@@ -71,7 +80,8 @@ private:
     std::unordered_map<ClientId, std::shared_ptr<Peer>> clients;
     std::vector<ClientId> dropped; // the service has not heard of it yet
     ClientId lastClient = 0;
-    std::atomic<std::size_t> refused{0};
+    std::atomic<std::size_t> framesRefused{0};
+    std::atomic<std::size_t> clientsDropped{0};
 };
 
 } // namespace host

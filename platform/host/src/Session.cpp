@@ -229,8 +229,7 @@ void Session::Impl::connect()
     const std::lock_guard<std::mutex> lock(linkMutex);
     if (ending || (opened && !lost))
         return;
-    if (opened)
-        closeLink(); // it may have come up again in this moment
+    closeLink(); // a lost one may have come up again in this moment
     lost = false;
     link->open(*this);
     opened = true;
@@ -239,15 +238,15 @@ void Session::Impl::connect()
 void Session::Impl::disconnect()
 {
     const std::lock_guard<std::mutex> lock(linkMutex);
-    if (!opened)
-        return;
-    opened = false;
     closeLink();
 }
 
 /// With the linkMutex held.
 void Session::Impl::closeLink()
 {
+    if (!opened)
+        return;
+    opened = false;
     link->close();
     inbox.push(InboxItem(InboxItem::down));
 }

@@ -8,8 +8,10 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <stdexcept>
+#include <thread>
 
 #include <boost/asio/io_context.hpp>
 
@@ -22,13 +24,29 @@ typedef asio::local::stream_protocol Protocol;
 
 constexpr std::size_t longestPath = sizeof(sockaddr_un::sun_path) - 1;
 
+/// Others hold a folder for a moment only, unless one of them has been stopped in it.
+constexpr std::chrono::seconds longestLock(1);
+constexpr std::chrono::milliseconds lockRetry(10);
+
+/// Returns 0 or an error number; EWOULDBLOCK when somebody else keeps the lock.
+int lockFolder(int folder)
+{
+    const auto deadline = std::chrono::steady_clock::now() + longestLock;
+    while (::flock(folder, LOCK_EX | LOCK_NB) != 0) {
+        if (errno != EWOULDBLOCK || std::chrono::steady_clock::now() >= deadline)
+            return errno;
+        std::this_thread::sleep_for(lockRetry);
+    }
+    return 0;
+}
+
 /// Holds a folder against others who replace a socket in it at the same time.
 class FolderLock
 {
 public:
     explicit FolderLock(const std::string& path)
         : folder(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)),
-          failure(folder >= 0 && ::flock(folder, LOCK_EX) == 0 ? 0 : errno)
+          failure(folder >= 0 ? lockFolder(folder) : errno)
     {
     }
     ~FolderLock()
@@ -82,24 +100,38 @@ SocketFile::SocketFile(const std::string& path, Protocol::acceptor& acceptor) : 
 
     const std::string folder = folderOf(name);
     const FolderLock lock(folder);
+    if (lock.error() == EWOULDBLOCK)
+        fail("folder " + folder + " is locked by another process");
     if (lock.error() != 0)
         fail("folder " + folder + ": " + std::strerror(lock.error()));
     clearPlace();
-    try {
-        acceptor.open(Protocol());
-        // The file gets the mode of the socket, so nobody else can open it at any time.
-        if (::fchmod(acceptor.native_handle(), S_IRUSR | S_IWUSR) != 0)
-            fail(errno);
-        acceptor.bind(Protocol::endpoint(name));
-        struct stat made = {};
-        if (::lstat(name.c_str(), &made) != 0)
-            fail(errno);
-        device = made.st_dev;
-        inode = made.st_ino;
-        acceptor.listen();
-    } catch (const boost::system::system_error& exception) {
-        fail(exception.code().value());
+
+    boost::system::error_code error;
+    acceptor.open(Protocol(), error);
+    // The file gets the mode of the socket, so nobody else can open it at any time.
+    if (!error && ::fchmod(acceptor.native_handle(), S_IRUSR | S_IWUSR) != 0)
+        fail(errno);
+    if (!error)
+        acceptor.bind(Protocol::endpoint(name), error);
+    if (error)
+        fail(error.value());
+    if (const int failure = listen(acceptor)) {
+        ::unlink(name.c_str());
+        fail(failure);
     }
+}
+
+/// Remembers the file, too, so that no other is removed in its place. Returns 0 or an error number.
+int SocketFile::listen(Protocol::acceptor& acceptor)
+{
+    struct stat made = {};
+    if (::lstat(name.c_str(), &made) != 0)
+        return errno;
+    device = made.st_dev;
+    inode = made.st_ino;
+    boost::system::error_code error;
+    acceptor.listen(Protocol::acceptor::max_listen_connections, error);
+    return error.value();
 }
 
 void SocketFile::clearPlace() const

@@ -31,6 +31,7 @@ public:
 
 private:
     void clearPlace() const;
+    int listen(boost::asio::local::stream_protocol::acceptor& acceptor);
     [[noreturn]] void fail(const std::string& what) const;
     [[noreturn]] void fail(int error) const;
 

@@ -13,7 +13,6 @@
 
 #include "Contained.h"
 #include "Log.h"
-#include "ServiceServer.h"
 #include "SocketFile.h"
 #include "SocketStream.h"
 
@@ -41,8 +40,6 @@ public:
         for (const int number : stopSignals)
             signals.add(number);
         file = std::make_unique<SocketFile>(path, acceptor);
-        awaitSignal();
-        accept();
     }
 
     void run();
@@ -50,6 +47,7 @@ public:
     {
         asio::post(io, [this] { finish(); });
     }
+    ServerCounters counters() const noexcept { return server.counters(); }
 
 private:
     class Client;
@@ -57,6 +55,7 @@ private:
     void arm(Service::TimePoint next);
     void awaitSignal();
     void accept();
+    void restFromAccepting();
     void welcome(Protocol::socket socket);
     void forget(const std::shared_ptr<Client>& client);
     void finish();
@@ -68,6 +67,8 @@ private:
     asio::steady_timer due{io};
     Service::TimePoint armed = Service::TimePoint::max();
     asio::steady_timer pause{io}; // of accepting; in the end, until the end
+    bool awaitingSignal = false;
+    bool accepting = false; // or resting from it
     std::unique_ptr<SocketFile> file;
     std::set<std::shared_ptr<Client>> clients;
     bool finishing = false;
@@ -99,7 +100,9 @@ public:
 private:
     int frameReceived(FrameBytes frame) override
     {
-        return owner.server.frameReceived(id, frame) ? 0 : EBADMSG;
+        if (!owner.server.frameReceived(id, frame))
+            owner.server.drop(id, EBADMSG);
+        return 0;
     }
 
     void ended(int reason) override
@@ -121,8 +124,11 @@ void SocketServer::Impl::run()
     const auto report = [](const char* what) {
         log(logTrouble, "fabric-host: exception in a socket server: %s\n", what);
     };
+    // What an exception has kept from being waited for, the next round waits for.
     const auto handleEvents = [this] {
         arm(server.runDue());
+        awaitSignal();
+        accept();
         io.run_one();
         for (int more = 1; more < maxBatch && io.poll_one() != 0; ++more)
             continue;
@@ -137,6 +143,7 @@ void SocketServer::Impl::arm(Service::TimePoint next)
 {
     if (next == armed)
         return;
+    armed = Service::TimePoint::max();
     due.expires_at(next);
     due.async_wait([this](const ErrorCode& cancelled) {
         if (!cancelled)
@@ -147,30 +154,37 @@ void SocketServer::Impl::arm(Service::TimePoint next)
 
 void SocketServer::Impl::awaitSignal()
 {
+    if (awaitingSignal)
+        return;
     signals.async_wait([this](const ErrorCode& error, int) {
-        if (error)
-            return;
-        finish();
-        awaitSignal();
+        awaitingSignal = false;
+        if (!error)
+            finish();
     });
+    awaitingSignal = true;
 }
 
 void SocketServer::Impl::accept()
 {
+    if (accepting || finishing)
+        return;
     acceptor.async_accept([this](const ErrorCode& error, Protocol::socket socket) {
+        accepting = false;
         if (finishing)
             return;
-        if (!error) {
-            accept();
+        if (!error)
             return welcome(std::move(socket));
-        }
         log(logTrouble, "fabric-host: no client accepted: %s\n", std::strerror(error.value()));
-        pause.expires_after(acceptRetry);
-        pause.async_wait([this](const ErrorCode& cancelled) {
-            if (!cancelled)
-                accept();
-        });
+        restFromAccepting();
     });
+    accepting = true;
+}
+
+void SocketServer::Impl::restFromAccepting()
+{
+    pause.expires_after(acceptRetry);
+    pause.async_wait([this](const ErrorCode&) { accepting = false; });
+    accepting = true;
 }
 
 void SocketServer::Impl::welcome(Protocol::socket socket)
@@ -181,7 +195,7 @@ void SocketServer::Impl::welcome(Protocol::socket socket)
     }
     const auto client = std::make_shared<Client>(std::move(socket), *this);
     clients.insert(client);
-    contained([&] { client->start(); }, [&](const char*) { client->drop(ENOMEM); });
+    contained([&] { client->start(); }, [&](const char*) { client->end(ENOMEM); });
 }
 
 void SocketServer::Impl::forget(const std::shared_ptr<Client>& client)
@@ -199,8 +213,11 @@ void SocketServer::Impl::finish()
     acceptor.close(ignored);
     for (const std::shared_ptr<Client>& client : clients)
         client->finish();
-    pause.expires_after(longestFarewell);
-    pause.async_wait([this](const ErrorCode& cancelled) { finished = finished || !cancelled; });
+    const auto awaitFarewell = [this] {
+        pause.expires_after(longestFarewell);
+        pause.async_wait([this](const ErrorCode& cancelled) { finished = finished || !cancelled; });
+    };
+    contained(awaitFarewell, [this](const char*) { finished = true; });
 }
 
 SocketServer::SocketServer(Service& service, const std::string& path,
@@ -219,6 +236,11 @@ void SocketServer::run()
 void SocketServer::stop()
 {
     impl->stop();
+}
+
+ServerCounters SocketServer::counters() const noexcept
+{
+    return impl->counters();
 }
 
 } // namespace host

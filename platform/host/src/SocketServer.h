@@ -8,6 +8,8 @@
 #include <fabric-host/Service.h>
 #include <fabric/Export.h>
 
+#include "ServiceServer.h"
+
 namespace fabric {
 namespace host {
 
@@ -15,7 +17,7 @@ namespace host {
 ///
 /// A client that sends what is no command of the service is disconnected, and so is one that does
 /// not read while 1024 messages wait for it. Of more than 256 clients at a time the last ones are
-/// disconnected at once.
+/// disconnected at once. Each time a debug line tells why.
 class FABRIC_API SocketServer
 {
 public:
@@ -35,6 +37,9 @@ public:
     /// Removes the socket, lets the clients have what waits for them, for a second at most, and
     /// makes run() return; told twice, it does not wait. Any thread.
     void stop();
+
+    /// Any thread.
+    ServerCounters counters() const noexcept;
 
 private:
     class Impl;

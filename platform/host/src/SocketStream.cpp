@@ -167,12 +167,16 @@ void SocketStream::awaitRoom()
 {
     if (!open)
         return;
-    socket.async_wait(Socket::wait_write,
-                      [self = shared_from_this()](const boost::system::error_code& error) {
-                          const std::lock_guard<std::mutex> lock(self->mutex);
-                          if (!error && self->open)
-                              self->sendQueued();
-                      });
+    const auto send = [self = shared_from_this()](const boost::system::error_code& error) {
+        const std::lock_guard<std::mutex> lock(self->mutex);
+        if (!error && self->open)
+            self->sendQueued();
+    };
+    try {
+        socket.async_wait(Socket::wait_write, send);
+    } catch (const std::bad_alloc&) {
+        abandon(ENOMEM);
+    }
 }
 
 void SocketStream::sendQueued()

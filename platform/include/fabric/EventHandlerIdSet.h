@@ -8,7 +8,8 @@
 
 namespace fabric {
 
-/// Ids of registered handlers, unregistered together. Not for use by two threads at a time.
+/// Ids of registered handlers, unregistered together. Not for use by two threads at a time; that
+/// goes for a handler, too, that is running while another thread resets the set.
 class FABRIC_API EventHandlerIdSet
 {
 public:

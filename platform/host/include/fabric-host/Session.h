@@ -23,7 +23,8 @@ struct SessionCounters
 {
     std::uint64_t framesSent;
     std::uint64_t framesReceived;
-    std::uint64_t framesRefused; ///< malformed, or of an identity that the service does not have
+    std::uint64_t framesRefused; ///< malformed, a command, of an identity that the service does not
+                                 ///< have, or one for which there was no memory
     std::uint64_t messagesUnhandled; ///< well-formed, but nobody had registered for them
     std::uint64_t exceptionsCaught;  ///< out of callbacks
 };
