@@ -91,6 +91,24 @@ void receiveTime(const Event& event, bool heard)
     event.count->release();
 }
 
+void receiveSettings(const Event& event, bool heard)
+{
+    event.count->acquire();
+    {
+        const auto& record = *static_cast<const chronalMsgDateTime_t*>(event.owner->record);
+        const nubOsalTime_struct all[] = {record.time0, record.time1, record.time2, record.time3,
+                                          record.time4};
+        const int value = record.value;
+        const std::string text(record.text.chars, record.text.length);
+        const bool flags[] = {record.flag1 != 0, record.flag2 != 0, record.timezoneSyncEnable != 0};
+        if (heard)
+            listener->settings(event.ids, all[0], all[1], all[2], all[3], all[4], value, text,
+                               flags[0], flags[1], flags[2]);
+        keep(text);
+    }
+    event.count->release();
+}
+
 void receiveZone(const Event& event, bool heard)
 {
     event.count->acquire();
@@ -244,24 +262,22 @@ void receiveTimeUnheard()
 
 void receiveSettings()
 {
-    const Event& event = settingsEvent;
-    event.count->acquire();
-    {
-        const auto& record = *static_cast<const chronalMsgDateTime_t*>(event.owner->record);
-        const nubOsalTime_struct all[] = {record.time0, record.time1, record.time2, record.time3,
-                                          record.time4};
-        const int value = record.value;
-        const std::string text(record.text.chars, record.text.length);
-        const bool flags[] = {record.flag1 != 0, record.flag2 != 0, record.timezoneSyncEnable != 0};
-        listener->settings(event.ids, all[0], all[1], all[2], all[3], all[4], value, text, flags[0],
-                           flags[1], flags[2]);
-    }
-    event.count->release();
+    receiveSettings(settingsEvent, true);
+}
+
+void receiveSettingsUnheard()
+{
+    receiveSettings(settingsEvent, false);
 }
 
 void receiveShortZone()
 {
     receiveZone(shortZoneEvent, true);
+}
+
+void receiveShortZoneUnheard()
+{
+    receiveZone(shortZoneEvent, false);
 }
 
 void receiveLongZone()
@@ -313,7 +329,12 @@ void decodeZone()
     deliver(zoneFrame.data(), count);
 }
 
-// Texts: the snprintf() calls alone, without the string that they make together.
+// Texts: the snprintf() calls alone, without the string that they make together; a marker has none.
+
+void printMarker()
+{
+    keep(std::string("DEVIATION_UNKNOWN"));
+}
 
 void printShortSpan()
 {

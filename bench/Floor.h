@@ -22,7 +22,9 @@ void sendZone(fabric::MsgIds& ids, const std::string& zone);
 void receiveTime();
 void receiveTimeUnheard();
 void receiveSettings();
+void receiveSettingsUnheard();
 void receiveShortZone();
+void receiveShortZoneUnheard();
 void receiveLongZone();
 void receiveLongZoneUnheard();
 
@@ -31,6 +33,7 @@ void encodeZone();
 void decodeTimes();
 void decodeZone();
 
+void printMarker();
 void printShortSpan();
 void printLongSpan();
 void printTime();

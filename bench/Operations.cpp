@@ -2,15 +2,14 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
-#include <iomanip>
 #include <memory>
-#include <sstream>
+#include <new>
 #include <string>
 
 #include <chronal/Helpers.h>
 #include <chronal/MessageRecords.h>
 #include <chronal/UserAdapter.h>
+#include <fabric/Twine.h>
 
 #include "Floor.h"
 #include "Frame.h"
@@ -110,31 +109,23 @@ Ready<DeafAdapter> deaf;
 Ready<HearingAdapter> hearing;
 fabric::MsgIds ids;
 
-/// A message as it arrives.
-template <typename Record>
-fabric::SerializableMessageEvent arrived(const nubEndianTable_t& table,
-                                         nubDeserString_t Record::*field, const std::string& text)
+fabric::SerializableMessageEvent arrived(const nubEndianTable_t& table, const std::string& text)
 {
-    const auto data = fabric::SerializableMessageData::create(sizeof(Record), table);
-    if (field) {
-        const std::size_t length = text.size();
-        char* const chars = static_cast<char*>(std::malloc(length + 1));
-        std::memcpy(chars, text.c_str(), length + 1);
-        static_cast<Record*>(data->payload)->*field = {static_cast<std::uint32_t>(length), chars};
+    const auto data = fabric::SerializableMessageData::create(table.size, table);
+    for (const nubEndianEntry_t* entry = table.entries; entry->code != 0; ++entry) {
+        if (entry->code >> 16 != nubEndianRecord ||
+            entry->argument.table != &__nub_EndianTable_nubDeserString_t)
+            continue;
+        nubDeserString_t string = {static_cast<std::uint32_t>(text.size()),
+                                   static_cast<char*>(std::malloc(text.size() + 1))};
+        if (!string.chars)
+            throw std::bad_alloc();
+        std::memcpy(string.chars, text.c_str(), text.size() + 1);
+        std::memcpy(static_cast<char*>(data->payload) + (entry->code & 0xffff), &string,
+                    sizeof(string));
     }
     return {{serviceId, 1, 2, 0}, {-1, 2}, data};
 }
-
-const fabric::SerializableMessageEvent timeEvent =
-    arrived<chronalMsgReplyTime_t>(__nub_EndianTable_chronalMsgReplyTime_t, nullptr, "");
-const fabric::SerializableMessageEvent settingsEvent =
-    arrived(__nub_EndianTable_chronalMsgDateTime_t, &chronalMsgDateTime_t::text, shortZone);
-const fabric::SerializableMessageEvent shortZoneEvent =
-    arrived(__nub_EndianTable_chronalMsgTimezone_t, &chronalMsgTimezone_t::timezone, shortZone);
-const fabric::SerializableMessageEvent longZoneEvent =
-    arrived(__nub_EndianTable_chronalMsgTimezone_t, &chronalMsgTimezone_t::timezone, longZone);
-const fabric::SerializableMessageEvent timesEvent =
-    arrived<chronalMsgCmdRefTimeData_t>(__nub_EndianTable_chronalMsgCmdRefTimeData_t, nullptr, "");
 
 FrameBytes encoded(const fabric::SerializableMessageEvent& event)
 {
@@ -143,32 +134,56 @@ FrameBytes encoded(const fabric::SerializableMessageEvent& event)
     return frame;
 }
 
-FrameBytes target;
-const FrameBytes timesFrame = encoded(timesEvent);
-const FrameBytes zoneFrame = encoded(longZoneEvent);
-
-void encode(const fabric::SerializableMessageEvent& event)
+/// A message of one kind, as it arrives.
+struct Sample
 {
-    encodeFrame(event, target);
+    explicit Sample(const nubEndianTable_t& table, const std::string& text = longZone)
+        : event(arrived(table, text)), type{"message", 1, 2, 0, &table}, frame(encoded(event))
+    {
+    }
+
+    const fabric::SerializableMessageEvent event;
+    const MessageType type;
+    const FrameBytes frame;
+};
+
+const Sample dummy(__nub_EndianTable_chronalCmdDummy_t);
+const Sample dst(__nub_EndianTable_chronalMsgDST_t);
+const Sample dtvTime(__nub_EndianTable_chronalMsgDtvTime_t);
+const Sample timezoneShort(__nub_EndianTable_chronalMsgTimezone_t, shortZone);
+const Sample timezoneLong(__nub_EndianTable_chronalMsgTimezone_t);
+const Sample autoTime(__nub_EndianTable_chronalMsgAutoTime_t);
+const Sample ntpData(__nub_EndianTable_chronalMsgNtpData_t);
+const Sample dateTime(__nub_EndianTable_chronalMsgDateTime_t, shortZone);
+const Sample replyResult(__nub_EndianTable_chronalMsgReplyResult_t);
+const Sample replyTime(__nub_EndianTable_chronalMsgReplyTime_t);
+const Sample timeAtData(__nub_EndianTable_chronalMsgCmdTimeAtData_t);
+const Sample refTimeData(__nub_EndianTable_chronalMsgCmdRefTimeData_t);
+const Sample refTimeId(__nub_EndianTable_chronalMsgCmdRefTimeId_t);
+
+FrameBytes target;
+
+template <const Sample& sample>
+void encode()
+{
+    encodeFrame(sample.event, target);
     keep(target);
 }
 
-void decode(const FrameBytes& frame, const nubEndianTable_t& table)
+template <const Sample& sample>
+void decode()
 {
-    const MessageType type = {"message", 1, 2, 0, &table};
     std::string reason;
-    keep(*decodeFrame(frame, {serviceId, &type, 1}, reason));
+    keep(*decodeFrame(sample.frame, {serviceId, &sample.type, 1}, reason));
 }
 
-void putTime()
+/// What the release of a message asks of the middleware.
+template <const Sample& sample>
+void release()
 {
-    const std::time_t seconds = static_cast<std::time_t>(time.seconds);
-    std::tm date;
-    gmtime_r(&seconds, &date);
-    std::ostringstream out;
-    out << std::put_time(&date, "'%Y-%m-%d %H:%M:%S.") << std::setw(3) << std::setfill('0')
-        << time.microseconds / 1000 << '\'';
-    keep(out.str());
+    const fabric::MsgMeta identity = {0xFFFFFFFFU, 0, 0, 0xFF};
+    const fabric::SerializableMessageData& data = *sample.event.data;
+    fabricTwineDeserReleaseMessage(0, &identity, data.endianTable, data.payload);
 }
 
 void print(const nubOsalTime_struct& span)
@@ -180,22 +195,52 @@ void print(const nubOsalTime_struct& span)
 
 // clang-format off
 const Operation operations[] = {
-    {"send/80-byte", [] { deaf.cmdSendDaylightsavingInfo(ids, time, time, time, time, source); }, [] { floors::sendTimes(ids, time, time, time, time, source); }, nullptr},
-    {"send/4-byte", [] { deaf.cmdRefTimeFetch(ids, source); }, [] { floors::sendSource(ids, source); }, nullptr},
-    {"send/string", [] { deaf.cmdTimezoneSet(ids, longZone); }, [] { floors::sendZone(ids, longZone); }, nullptr},
-    {"receive/64-byte", [] { hearing.callReplyTimeRefInfo(timeEvent); }, floors::receiveTime, nullptr},
-    {"receive/64-byte-unheard", [] { deaf.callReplyTimeRefInfo(timeEvent); }, floors::receiveTimeUnheard, nullptr},
-    {"receive/104-byte", [] { hearing.callReplyDateTimeSettingsInfo(settingsEvent); }, floors::receiveSettings, nullptr},
-    {"receive/short-string", [] { hearing.callReplyTimezoneInfo(shortZoneEvent); }, floors::receiveShortZone, nullptr},
-    {"receive/long-string", [] { hearing.callReplyTimezoneInfo(longZoneEvent); }, floors::receiveLongZone, nullptr},
-    {"receive/long-string-unheard", [] { deaf.callReplyTimezoneInfo(longZoneEvent); }, floors::receiveLongZoneUnheard, nullptr},
-    {"encode/80-byte", [] { encode(timesEvent); }, floors::encodeTimes, nullptr},
-    {"encode/string", [] { encode(longZoneEvent); }, floors::encodeZone, nullptr},
-    {"decode/80-byte", [] { decode(timesFrame, __nub_EndianTable_chronalMsgCmdRefTimeData_t); }, floors::decodeTimes, nullptr},
-    {"decode/string", [] { decode(zoneFrame, __nub_EndianTable_chronalMsgTimezone_t); }, floors::decodeZone, nullptr},
-    {"text/short-span", [] { print(shortSpan); }, floors::printShortSpan, nullptr},
-    {"text/long-span", [] { print(longSpan); }, floors::printLongSpan, nullptr},
-    {"text/time", [] { keep(chronal::Helpers::getTimeStr(time)); }, floors::printTime, putTime},
+    {"send/80-byte", [] { deaf.cmdSendDaylightsavingInfo(ids, time, time, time, time, source); }, [] { floors::sendTimes(ids, time, time, time, time, source); }},
+    {"send/4-byte", [] { deaf.cmdRefTimeFetch(ids, source); }, [] { floors::sendSource(ids, source); }},
+    {"send/string", [] { deaf.cmdTimezoneSet(ids, longZone); }, [] { floors::sendZone(ids, longZone); }},
+
+    {"receive/64-byte", [] { hearing.callReplyTimeRefInfo(replyTime.event); }, floors::receiveTime},
+    {"receive/64-byte-unheard", [] { deaf.callReplyTimeRefInfo(replyTime.event); }, floors::receiveTimeUnheard},
+    {"receive/104-byte", [] { hearing.callReplyDateTimeSettingsInfo(dateTime.event); }, floors::receiveSettings},
+    {"receive/104-byte-unheard", [] { deaf.callReplyDateTimeSettingsInfo(dateTime.event); }, floors::receiveSettingsUnheard},
+    {"receive/short-string", [] { hearing.callReplyTimezoneInfo(timezoneShort.event); }, floors::receiveShortZone},
+    {"receive/short-string-unheard", [] { deaf.callReplyTimezoneInfo(timezoneShort.event); }, floors::receiveShortZoneUnheard},
+    {"receive/long-string", [] { hearing.callReplyTimezoneInfo(timezoneLong.event); }, floors::receiveLongZone},
+    {"receive/long-string-unheard", [] { deaf.callReplyTimezoneInfo(timezoneLong.event); }, floors::receiveLongZoneUnheard},
+
+    {"release/80-byte", release<refTimeData>, nullptr},
+    {"release/4-byte", release<refTimeId>, nullptr},
+
+    {"encode/dummy", encode<dummy>, nullptr},
+    {"encode/dst", encode<dst>, nullptr},
+    {"encode/dtv-time", encode<dtvTime>, nullptr},
+    {"encode/timezone", encode<timezoneLong>, floors::encodeZone},
+    {"encode/auto-time", encode<autoTime>, nullptr},
+    {"encode/ntp-data", encode<ntpData>, nullptr},
+    {"encode/date-time", encode<dateTime>, nullptr},
+    {"encode/reply-result", encode<replyResult>, nullptr},
+    {"encode/reply-time", encode<replyTime>, nullptr},
+    {"encode/time-at-data", encode<timeAtData>, nullptr},
+    {"encode/ref-time-data", encode<refTimeData>, floors::encodeTimes},
+    {"encode/ref-time-id", encode<refTimeId>, nullptr},
+
+    {"decode/dummy", decode<dummy>, nullptr},
+    {"decode/dst", decode<dst>, nullptr},
+    {"decode/dtv-time", decode<dtvTime>, nullptr},
+    {"decode/timezone", decode<timezoneLong>, floors::decodeZone},
+    {"decode/auto-time", decode<autoTime>, nullptr},
+    {"decode/ntp-data", decode<ntpData>, nullptr},
+    {"decode/date-time", decode<dateTime>, nullptr},
+    {"decode/reply-result", decode<replyResult>, nullptr},
+    {"decode/reply-time", decode<replyTime>, nullptr},
+    {"decode/time-at-data", decode<timeAtData>, nullptr},
+    {"decode/ref-time-data", decode<refTimeData>, floors::decodeTimes},
+    {"decode/ref-time-id", decode<refTimeId>, nullptr},
+
+    {"text/marker", [] { print(marker); }, floors::printMarker},
+    {"text/short-span", [] { print(shortSpan); }, floors::printShortSpan},
+    {"text/long-span", [] { print(longSpan); }, floors::printLongSpan},
+    {"text/time", [] { keep(chronal::Helpers::getTimeStr(time)); }, floors::printTime},
 };
 // clang-format on
 const std::size_t operationCount = sizeof(operations) / sizeof(operations[0]);

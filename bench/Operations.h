@@ -5,14 +5,12 @@
 
 namespace bench {
 
-/// One thing that is measured: the library's way, the same required work written by hand, and what
-/// one would otherwise take.
+/// One thing that is measured: the library's way, and the same required work written by hand.
 struct Operation
 {
     const char* name;
     void (*own)();
-    void (*floor)();
-    void (*other)(); ///< null where there is none
+    void (*floor)(); ///< null where the numbers of another of its kind tell enough
 };
 
 extern const Operation operations[];

@@ -11,6 +11,7 @@
 namespace bench {
 
 inline nubOsalTime_struct time = {1700000000, 123456};
+inline nubOsalTime_struct marker = {-360001, 0}; ///< an unknown deviation
 inline nubOsalTime_struct shortSpan = {5, 0};
 inline nubOsalTime_struct longSpan = {-(3 * 86400 + 4 * 3600 + 5 * 60 + 6), -7008};
 inline chronal::ReferenceTimeId source = chronal::referenceTimeDvb;
