@@ -44,18 +44,21 @@ private:
 };
 
 /// What is known of a command beforehand: its part of the identity, and its place in this file for
-/// its debug lines. A constant, so that a command passes nothing but its address.
+/// its debug lines. A constant, so that a command passes nothing but its address, and one without
+/// pointers, so that nothing is left to be done when the library is loaded.
 struct Command
 {
     constexpr Command(ResourceId what, OperationId done, const char* caller = __builtin_FUNCTION(),
                       int statement = __builtin_LINE())
-        : identity{0, what, done, kindCommand}, function(caller), line(statement)
+        : identity{0, what, done, kindCommand}, line(statement), function{}
     {
+        for (std::size_t i = 0; caller[i] != '\0'; ++i)
+            function[i] = caller[i]; // no constant if the name does not fit
     }
 
     fabric::MsgMeta identity; ///< but for the service id, which is asked for each time
-    const char* function;
     int line;
+    char function[32];
 };
 
 /// Fills a payload record from the arguments of a command; may throw.
