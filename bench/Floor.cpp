@@ -38,7 +38,8 @@ void handOver(fabric::MsgIds& ids, Count* count)
     count->acquire();
     Event* const event =
         new Event{nullptr, {service->serviceId(), 1, 2, 0}, {-1, 2}, {}, count->owner, count};
-    application->sendEvent(ids, 0, event);
+    if (application->sendEvent(ids, 0, event) < 0)
+        std::abort();
     count->release();
 }
 
@@ -78,49 +79,60 @@ Event settingsEvent = arrived(&shortZone, &chronalMsgDateTime_t::text);
 Event shortZoneEvent = arrived(&shortZone, &chronalMsgTimezone_t::timezone);
 Event longZoneEvent = arrived(&longZone, &chronalMsgTimezone_t::timezone);
 
-void receiveTime(const Event& event, bool heard)
+/// Holds the payload of an event while `body` reads its record. An event may come without either.
+template <typename Record, typename Body>
+inline int held(const Event& event, const Body& body)
 {
-    event.count->acquire();
-    const auto& record = *static_cast<const chronalMsgReplyTime_t*>(event.owner->record);
-    const nubOsalTime_struct deviation = record.utcDeviation;
-    const nubOsalTime_struct utc = record.utcTime;
-    const nubOsalTime_struct local = record.localTime;
-    const chronal::ReferenceTimeId id = record.refTimeId;
-    if (heard)
-        listener->time(event.ids, deviation, utc, local, id, record.flag != 0, record.value);
-    event.count->release();
+    Count* const count = event.count;
+    if (!count)
+        return 0;
+    count->acquire();
+    if (event.owner->record)
+        body(*static_cast<const Record*>(event.owner->record));
+    count->release();
+    return 0;
 }
 
-void receiveSettings(const Event& event, bool heard)
+/// Whether the listener has a function of its own in the place of one that does nothing.
+inline bool heard(const Listener& listener, std::size_t entry)
 {
-    event.count->acquire();
-    {
-        const auto& record = *static_cast<const chronalMsgDateTime_t*>(event.owner->record);
+    return tableOf(listener)[entry] != tableOf(*deaf)[entry];
+}
+
+int receiveTime(Listener& listener, const Event& event)
+{
+    return held<chronalMsgReplyTime_t>(event, [&](const chronalMsgReplyTime_t& record) {
+        const nubOsalTime_struct deviation = record.utcDeviation;
+        const nubOsalTime_struct utc = record.utcTime;
+        const nubOsalTime_struct local = record.localTime;
+        const chronal::ReferenceTimeId id = record.refTimeId;
+        if (heard(listener, Listener::timeEntry))
+            listener.time(event.ids, deviation, utc, local, id, record.flag != 0, record.value);
+    });
+}
+
+int receiveSettings(Listener& listener, const Event& event)
+{
+    return held<chronalMsgDateTime_t>(event, [&](const chronalMsgDateTime_t& record) {
         const nubOsalTime_struct all[] = {record.time0, record.time1, record.time2, record.time3,
                                           record.time4};
         const int value = record.value;
         const std::string text(record.text.chars, record.text.length);
         const bool flags[] = {record.flag1 != 0, record.flag2 != 0, record.timezoneSyncEnable != 0};
-        if (heard)
-            listener->settings(event.ids, all[0], all[1], all[2], all[3], all[4], value, text,
-                               flags[0], flags[1], flags[2]);
-        keep(text);
-    }
-    event.count->release();
+        if (heard(listener, Listener::settingsEntry))
+            listener.settings(event.ids, all[0], all[1], all[2], all[3], all[4], value, text,
+                              flags[0], flags[1], flags[2]);
+    });
 }
 
-void receiveZone(const Event& event, bool heard)
+int receiveZone(Listener& listener, const Event& event)
 {
-    event.count->acquire();
-    {
-        const auto& record = *static_cast<const chronalMsgTimezone_t*>(event.owner->record);
+    return held<chronalMsgTimezone_t>(event, [&](const chronalMsgTimezone_t& record) {
         const std::string name(record.timezone.chars, record.timezone.length);
         const nubOsalTime_struct when = record.time;
-        if (heard)
-            listener->zone(event.ids, name, when);
-        keep(name);
-    }
-    event.count->release();
+        if (heard(listener, Listener::zoneEntry))
+            listener.zone(event.ids, name, when);
+    });
 }
 
 // Frames: the header's words and the record's, each swapped in its place.
@@ -252,42 +264,42 @@ void sendZone(fabric::MsgIds& ids, const std::string& zone)
 
 void receiveTime()
 {
-    receiveTime(timeEvent, true);
+    receiveTime(*hearing, timeEvent);
 }
 
 void receiveTimeUnheard()
 {
-    receiveTime(timeEvent, false);
+    receiveTime(*deaf, timeEvent);
 }
 
 void receiveSettings()
 {
-    receiveSettings(settingsEvent, true);
+    receiveSettings(*hearing, settingsEvent);
 }
 
 void receiveSettingsUnheard()
 {
-    receiveSettings(settingsEvent, false);
+    receiveSettings(*deaf, settingsEvent);
 }
 
 void receiveShortZone()
 {
-    receiveZone(shortZoneEvent, true);
+    receiveZone(*hearing, shortZoneEvent);
 }
 
 void receiveShortZoneUnheard()
 {
-    receiveZone(shortZoneEvent, false);
+    receiveZone(*deaf, shortZoneEvent);
 }
 
 void receiveLongZone()
 {
-    receiveZone(longZoneEvent, true);
+    receiveZone(*hearing, longZoneEvent);
 }
 
 void receiveLongZoneUnheard()
 {
-    receiveZone(longZoneEvent, false);
+    receiveZone(*deaf, longZoneEvent);
 }
 
 void encodeTimes()

@@ -21,37 +21,53 @@ int Application::sendEvent(fabric::MsgIds&, int, Event* event)
     return 0;
 }
 
-void Listener::time(const fabric::MsgIds&, const nubOsalTime_struct& deviation,
-                    const nubOsalTime_struct&, const nubOsalTime_struct&,
-                    const chronal::ReferenceTimeId&, bool, int)
+void Listener::time(const fabric::MsgIds&, const nubOsalTime_struct&, const nubOsalTime_struct&,
+                    const nubOsalTime_struct&, const chronal::ReferenceTimeId&, bool, int)
 {
-    keep(deviation);
 }
 
-void Listener::settings(const fabric::MsgIds&, const nubOsalTime_struct& time0,
+void Listener::settings(const fabric::MsgIds&, const nubOsalTime_struct&, const nubOsalTime_struct&,
                         const nubOsalTime_struct&, const nubOsalTime_struct&,
-                        const nubOsalTime_struct&, const nubOsalTime_struct&, const int&,
-                        const std::string&, const bool&, const bool&, const bool&)
+                        const nubOsalTime_struct&, const int&, const std::string&, const bool&,
+                        const bool&, const bool&)
 {
-    keep(time0);
 }
 
-void Listener::zone(const fabric::MsgIds&, const std::string& name, const nubOsalTime_struct&)
-{
-    keep(name);
-}
+void Listener::zone(const fabric::MsgIds&, const std::string&, const nubOsalTime_struct&) {}
 
 namespace {
 
+class Hearing : public Listener
+{
+public:
+    void time(const fabric::MsgIds&, const nubOsalTime_struct& deviation, const nubOsalTime_struct&,
+              const nubOsalTime_struct&, const chronal::ReferenceTimeId&, bool, int) override
+    {
+        keep(deviation);
+    }
+    void settings(const fabric::MsgIds&, const nubOsalTime_struct& time0, const nubOsalTime_struct&,
+                  const nubOsalTime_struct&, const nubOsalTime_struct&, const nubOsalTime_struct&,
+                  const int&, const std::string&, const bool&, const bool&, const bool&) override
+    {
+        keep(time0);
+    }
+    void zone(const fabric::MsgIds&, const std::string& name, const nubOsalTime_struct&) override
+    {
+        keep(name);
+    }
+};
+
 Service theService;
 Application theApplication;
-Listener theListener;
+Listener theDeaf;
+Hearing theHearing;
 
 } // namespace
 
 Service* service = &theService;
 Application* application = &theApplication;
-Listener* listener = &theListener;
+Listener* deaf = &theDeaf;
+Listener* hearing = &theHearing;
 
 } // namespace floors
 } // namespace bench

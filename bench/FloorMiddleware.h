@@ -2,8 +2,10 @@
 #define BENCH_FLOOR_MIDDLEWARE_H
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 
 #include <chronal/ReferenceTimeId.h>
@@ -74,10 +76,10 @@ public:
     virtual int sendEvent(fabric::MsgIds& ids, int flags, Event* event);
 };
 
+/// Does nothing with what it is told.
 class Listener
 {
 public:
-    virtual ~Listener();
     virtual void time(const fabric::MsgIds& ids, const nubOsalTime_struct& deviation,
                       const nubOsalTime_struct& utc, const nubOsalTime_struct& local,
                       const chronal::ReferenceTimeId& id, bool flag, int value);
@@ -88,11 +90,28 @@ public:
                           const bool& flag2, const bool& timezoneSyncEnable);
     virtual void zone(const fabric::MsgIds& ids, const std::string& name,
                       const nubOsalTime_struct& when);
+    virtual ~Listener();
+
+    /// The places of the functions in the virtual table.
+    enum Entry : std::size_t
+    {
+        timeEntry,
+        settingsEntry,
+        zoneEntry
+    };
 };
+
+inline const void* const* tableOf(const Listener& listener)
+{
+    const void* const* table;
+    std::memcpy(&table, static_cast<const void*>(&listener), sizeof(table));
+    return table;
+}
 
 extern Service* service;
 extern Application* application;
-extern Listener* listener;
+extern Listener* deaf;
+extern Listener* hearing; ///< one with functions of its own
 
 } // namespace floors
 } // namespace bench
