@@ -16,10 +16,11 @@ END {
             floor = total["floor", name]
             ratio = sprintf("%.2f", own / floor)
         }
-        over = !(name in limit) || own > limit[name]
+        most = name in limit ? limit[name] : "-"
+        over = most == "-" || own > most + 0
         worst = worst || over
-        printf "%-28s %s %6d %6s %6s %6d%s\n", name, parts[name], own, floor, ratio,
-            limit[name], over ? "  above the budget" : ""
+        printf "%-28s %s %6d %6s %6s %6s%s\n", name, parts[name], own, floor, ratio, most,
+            over ? "  above the budget" : ""
     }
     exit worst
 }

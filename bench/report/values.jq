@@ -15,6 +15,7 @@ def times: [.benchmarks[] | select(.run_type == "iteration")] | group_by(.family
 
 def round_trip($who): "min/round-trip/\($who) \(.best_median_ns)",
   "median/round-trip/\($who) \(.median_ns)", "p99/round-trip/\($who) \(.p99_ns)",
+  "of-floor/round-trip/\($who) \(.of_floor)",
   "per-second/round-trip/\($who) \(.best_per_second)";
 
 (.times | times),
