@@ -1,6 +1,7 @@
-# Reads the values; writes a line for each operation that has a floor, and whose callback is heard:
-# row, operation, then the minima of own, sd-bus, sd-bus over a daemon, protobuf and std::put_time
-# as multiples of the floor's, "?" where there is none.
+# Reads the values; writes a line for each operation to be drawn, which are those with a floor, but
+# neither callbacks that are not overridden nor several threads: row, operation, then the minima of
+# own, sd-bus, sd-bus over a daemon, protobuf and std::put_time as multiples of the floor's, "?"
+# where there is none.
 
 $1 ~ /^min\// { time[substr($1, 5)] = $2 }
 $1 ~ /^min\/.*\/floor$/ && $1 !~ /-unheard\/|-by-/ {
