@@ -1,6 +1,9 @@
-// How long one command and its reply take: in memory, over the socket to a service in another
-// process, and, as the floor of that, bare bytes of the same number over such a socket.
+// How long one command and its reply take, and how many of them a second has room for: in memory,
+// and over the socket to a service in another process. Beside each, as its floor, the same with
+// nothing of ours: two threads that hand each other events, two processes that send each other
+// bytes.
 
+#include <sched.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -14,11 +17,16 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <deque>
 #include <functional>
+#include <future>
 #include <memory>
 #include <mutex>
+#include <queue>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -34,8 +42,75 @@ namespace {
 
 using chronal::sim::Content;
 using fabric::MsgIds;
+typedef fabric::SerializableMessageEvent Event;
 typedef std::chrono::steady_clock Stopwatch;
-typedef std::function<void()> RoundTrip;
+typedef std::chrono::duration<double, std::nano> Nanoseconds;
+
+constexpr std::size_t tripsPerTurn = 1000;
+constexpr std::size_t unmeasured = 50; // at the start of each turn
+constexpr std::size_t manyUnderWay = 64;
+
+double quantile(std::vector<double> values, double part)
+{
+    std::sort(values.begin(), values.end());
+    return values[static_cast<std::size_t>(part * static_cast<double>(values.size() - 1))];
+}
+
+double median(const std::vector<double>& values)
+{
+    return quantile(values, 0.5);
+}
+
+void await(std::promise<void>& event, const char* missing)
+{
+    if (event.get_future().wait_for(std::chrono::seconds(60)) != std::future_status::ready)
+        throw std::runtime_error(missing);
+}
+
+/// A row of round trips, of which several may be under way at a time: who makes them sends so many,
+/// and another for each that has returned, as long as more are wanted.
+class Turn
+{
+public:
+    explicit Turn(std::size_t atATime) : underWay(atATime) { stamps.reserve(wanted); }
+
+    /// One has returned: whether another is to be sent. On one thread at a time.
+    bool returned()
+    {
+        stamps.push_back(Stopwatch::now());
+        const bool another = stamps.size() + underWay <= wanted;
+        if (over())
+            last.set_value();
+        return another;
+    }
+
+    bool over() const { return stamps.size() == wanted; }
+
+    void awaitLast() { await(last, "a reply is missing"); }
+
+    /// Between one return and the next.
+    std::vector<double> nanoseconds() const
+    {
+        std::vector<double> result;
+        for (std::size_t i = unmeasured; i < wanted; ++i)
+            result.push_back(Nanoseconds(stamps[i] - stamps[i - 1]).count());
+        return result;
+    }
+
+    double perSecond() const
+    {
+        const std::chrono::duration<double> whole = stamps.back() - stamps[unmeasured - 1];
+        return static_cast<double>(tripsPerTurn) / whole.count();
+    }
+
+    const std::size_t underWay;
+
+private:
+    static constexpr std::size_t wanted = unmeasured + tripsPerTurn;
+
+    std::vector<Stopwatch::time_point> stamps;
+    std::promise<void> last;
+};
 
 /// The other end of something, in a process of its own.
 class Child
@@ -64,91 +139,175 @@ private:
 };
 
 template <class Record>
-std::size_t frameSize(const chronal::sim::Message<Record>& message)
+std::unique_ptr<Event> newEvent(const chronal::sim::Message<Record>& message)
 {
     const Content content = chronal::sim::compose(message, [](Record&) {});
+    return std::make_unique<Event>(content.meta, fabric::EndpointId{-1, 0}, content.data);
+}
+
+template <class Record>
+std::size_t frameSize(const chronal::sim::Message<Record>& message)
+{
     fabric::host::FrameBytes frame;
-    fabric::host::encodeFrame({content.meta, {-1, 0}, content.data}, frame);
+    fabric::host::encodeFrame(*newEvent(message), frame);
     return frame.size();
 }
 
 const std::size_t commandSize = frameSize(chronal::sim::cmdRefTimeFetch);
 const std::size_t replySize = frameSize(chronal::sim::replyTimeRefInfo);
 
-bool receive(int socket, std::size_t size)
+/// Two threads that hand each other events as they are.
+class BareThreads
+{
+public:
+    BareThreads()
+        : service([this] {
+              while (commands.take())
+                  replies.put(newEvent(chronal::sim::replyTimeRefInfo));
+              replies.put(nullptr);
+          }),
+          dispatcher([this] {
+              while (replies.take())
+                  if (turn->returned())
+                      send();
+          })
+    {
+    }
+
+    ~BareThreads()
+    {
+        commands.put(nullptr);
+        service.join();
+        dispatcher.join();
+    }
+
+    BareThreads(const BareThreads&) = delete;
+    BareThreads& operator=(const BareThreads&) = delete;
+
+    void make(Turn& newTurn)
+    {
+        turn = &newTurn;
+        for (std::size_t i = 0; i < turn->underWay; ++i)
+            send();
+        newTurn.awaitLast();
+    }
+
+private:
+    class Queue
+    {
+    public:
+        void put(std::unique_ptr<Event> event)
+        {
+            {
+                const std::lock_guard<std::mutex> lock(mutex);
+                events.push(std::move(event));
+            }
+            filled.notify_one();
+        }
+
+        std::unique_ptr<Event> take()
+        {
+            std::unique_lock<std::mutex> lock(mutex);
+            filled.wait(lock, [this] { return !events.empty(); });
+            std::unique_ptr<Event> event = std::move(events.front());
+            events.pop();
+            return event;
+        }
+
+    private:
+        std::mutex mutex;
+        std::condition_variable filled;
+        std::queue<std::unique_ptr<Event>> events;
+    };
+
+    void send() { commands.put(newEvent(chronal::sim::cmdRefTimeFetch)); }
+
+    Queue commands;
+    Queue replies;
+    Turn* turn = nullptr;
+    std::thread service;
+    std::thread dispatcher;
+};
+
+bool receiveBytes(int socket, std::size_t size)
 {
     std::array<char, 256> bytes;
     return ::recv(socket, bytes.data(), size, MSG_WAITALL) == static_cast<ssize_t>(size);
 }
 
-bool send(int socket, std::size_t size)
+bool sendBytes(int socket, std::size_t size)
 {
     const std::array<char, 256> bytes = {};
     return ::send(socket, bytes.data(), size, MSG_NOSIGNAL) == static_cast<ssize_t>(size);
 }
 
-/// Bare bytes.
-class PingPong
+/// Two processes that send each other bytes, as many as there are in frames.
+class BareBytes
 {
 public:
-    PingPong()
+    BareBytes()
     {
         if (::socketpair(AF_UNIX, SOCK_STREAM, 0, sockets.data()) != 0)
             throw std::runtime_error("no socket");
         child = std::make_unique<Child>([this] {
-            while (receive(sockets[1], commandSize) && send(sockets[1], replySize))
+            while (receiveBytes(sockets[1], commandSize) && sendBytes(sockets[1], replySize))
                 continue;
         });
     }
-    ~PingPong()
+
+    ~BareBytes()
     {
         child.reset();
         ::close(sockets[0]);
         ::close(sockets[1]);
     }
 
-    PingPong(const PingPong&) = delete;
-    PingPong& operator=(const PingPong&) = delete;
+    BareBytes(const BareBytes&) = delete;
+    BareBytes& operator=(const BareBytes&) = delete;
 
-    void roundTrip() const
+    void make(Turn& turn) const
     {
-        if (!send(sockets[0], commandSize) || !receive(sockets[0], replySize))
-            throw std::runtime_error("the other end is gone");
+        for (std::size_t i = 0; i < turn.underWay; ++i)
+            sendCommand();
+        while (!turn.over()) {
+            if (!receiveBytes(sockets[0], replySize))
+                throw std::runtime_error("the other end is gone");
+            if (turn.returned())
+                sendCommand();
+        }
     }
 
 private:
+    void sendCommand() const
+    {
+        if (!sendBytes(sockets[0], commandSize))
+            throw std::runtime_error("the other end is gone");
+    }
+
     std::array<int, 2> sockets;
     std::unique_ptr<Child> child;
 };
 
-/// The library over either transport.
+/// The library: the next command is sent from within the callback of a reply.
 class Asker : public chronal::UserAdapter
 {
 public:
     using UserAdapter::UserAdapter;
 
-    void awaitConnection()
-    {
-        std::unique_lock<std::mutex> lock(mutex);
-        changed.wait(lock, [this] { return connected; });
-    }
+    void awaitConnection() { await(connected, "no connection"); }
 
-    void roundTrip()
+    void make(Turn& newTurn)
     {
-        MsgIds ids;
-        {
-            const std::lock_guard<std::mutex> lock(mutex);
-            answered = false;
-        }
-        cmdRefTimeFetch(ids, chronal::referenceTimeRtc);
-        std::unique_lock<std::mutex> lock(mutex);
-        changed.wait(lock, [this] { return answered; });
+        turn = &newTurn;
+        for (std::size_t i = 0; i < newTurn.underWay; ++i)
+            send();
+        newTurn.awaitLast();
     }
 
     void onServiceConnected() override
     {
         UserAdapter::onServiceConnected();
-        note(connected);
+        connected.set_value();
     }
 
 protected:
@@ -156,21 +315,19 @@ protected:
                             const nubOsalTime_struct&, const chronal::ReferenceTimeId&, bool,
                             int) override
     {
-        note(answered);
+        if (turn->returned())
+            send();
     }
 
 private:
-    void note(bool& what)
+    void send()
     {
-        const std::lock_guard<std::mutex> lock(mutex);
-        what = true;
-        changed.notify_one();
+        MsgIds ids;
+        cmdRefTimeFetch(ids, chronal::referenceTimeRtc);
     }
 
-    std::mutex mutex;
-    std::condition_variable changed;
-    bool connected = false;
-    bool answered = false;
+    std::promise<void> connected;
+    Turn* turn = nullptr;
 };
 
 class Application
@@ -185,7 +342,7 @@ public:
         asker.awaitConnection();
     }
 
-    void roundTrip() { asker.roundTrip(); }
+    void make(Turn& turn) { asker.make(turn); }
 
 private:
     const std::unique_ptr<fabric::host::Session> session;
@@ -199,76 +356,124 @@ void serve(const std::string& socket)
     fabric::host::SocketServer(service, socket, {SIGTERM}).run();
 }
 
-struct Candidate
+/// The turns of one of the kinds.
+struct Series
 {
+    const char* key;
     const char* name;
-    RoundTrip roundTrip;
-    std::vector<double> microseconds;
+    std::size_t floor; ///< which of the series is the floor of this one; its own for a floor
+    std::deque<Turn> single;
+    std::deque<Turn> many;
 };
 
-/// In turns, so that whatever else the machine does hits all alike.
-void measure(std::vector<Candidate>& candidates, int rounds)
+struct Figures
 {
-    constexpr int tripsPerTurn = 1000;
-    constexpr int unmeasured = 50; // at the start of each turn
-    for (int round = 0; round < rounds; ++round)
-        for (Candidate& candidate : candidates)
-            for (int trip = -unmeasured; trip < tripsPerTurn; ++trip) {
-                const Stopwatch::time_point start = Stopwatch::now();
-                candidate.roundTrip();
-                const std::chrono::duration<double, std::micro> taken = Stopwatch::now() - start;
-                if (trip >= 0)
-                    candidate.microseconds.push_back(taken.count());
-            }
+    double median;     ///< nanoseconds, of all
+    double bestMedian; ///< of a turn
+    double p99;        ///< of all
+    double ofFloor;    ///< median of a turn, by that of the floor's in the same round
+    double perSecond;  ///< median of the turns
+    double bestPerSecond;
+};
+
+Figures figuresOf(const Series& series, const Series& floor)
+{
+    std::vector<double> all;
+    std::vector<double> medians;
+    std::vector<double> ratios;
+    std::vector<double> rates;
+    for (std::size_t round = 0; round < series.single.size(); ++round) {
+        const std::vector<double> each = series.single[round].nanoseconds();
+        all.insert(all.end(), each.begin(), each.end());
+        medians.push_back(median(each));
+        ratios.push_back(medians.back() / median(floor.single[round].nanoseconds()));
+        rates.push_back(series.many[round].perSecond());
+    }
+    return {median(all),    quantile(medians, 0), quantile(all, 0.99),
+            median(ratios), median(rates),        quantile(rates, 1)};
 }
 
-double quantile(const std::vector<double>& sorted, double part)
+int cpuCount()
 {
-    return sorted[static_cast<std::size_t>(part * static_cast<double>(sorted.size() - 1))];
+    cpu_set_t cpus;
+    return sched_getaffinity(0, sizeof(cpus), &cpus) == 0 ? CPU_COUNT(&cpus) : 0;
 }
 
-void print(std::vector<Candidate>& candidates)
+void printJson(const std::deque<Series>& all)
 {
-    std::printf("One command of %zu bytes and its reply of %zu bytes, %zu times:\n", commandSize,
-                replySize, candidates.front().microseconds.size());
-    std::printf("%-28s %12s %12s\n", "", "median", "99 %");
-    for (Candidate& candidate : candidates) {
-        std::sort(candidate.microseconds.begin(), candidate.microseconds.end());
-        std::printf("%-28s %9.1f us %9.1f us\n", candidate.name,
-                    quantile(candidate.microseconds, 0.5), quantile(candidate.microseconds, 0.99));
+    std::printf("{\"cpus\": %d, \"command_bytes\": %zu, \"reply_bytes\": %zu, \"under_way\": %zu",
+                cpuCount(), commandSize, replySize, manyUnderWay);
+    for (const Series& series : all) {
+        const Figures figures = figuresOf(series, all[series.floor]);
+        std::printf(",\n \"%s\": {\"median_ns\": %.0f, \"best_median_ns\": %.0f, \"p99_ns\": %.0f, "
+                    "\"of_floor\": %.3f, \"per_second\": %.0f, \"best_per_second\": %.0f}",
+                    series.key, figures.median, figures.bestMedian, figures.p99, figures.ofFloor,
+                    figures.perSecond, figures.bestPerSecond);
+    }
+    std::puts("}");
+}
+
+void printTable(const std::deque<Series>& all)
+{
+    std::printf("One command of %zu bytes and its reply of %zu bytes, on %d CPUs; the last two "
+                "columns with %zu under way:\n",
+                commandSize, replySize, cpuCount(), manyUnderWay);
+    std::printf("%-24s %10s %10s %10s %8s %12s %12s\n", "", "median", "best turn", "99 %",
+                "of floor", "a second", "best turn");
+    for (const Series& series : all) {
+        const Figures figures = figuresOf(series, all[series.floor]);
+        std::printf("%-24s %7.2f us %7.2f us %7.2f us %8.2f %12.0f %12.0f\n", series.name,
+                    figures.median / 1000, figures.bestMedian / 1000, figures.p99 / 1000,
+                    figures.ofFloor, figures.perSecond, figures.bestPerSecond);
     }
 }
 
-void run(const std::string& folder, int rounds)
+/// In turns, so that whatever else the machine does hits all alike. The series outlive those who
+/// make them, since what comes too late must not come to a turn that is gone.
+void measure(const std::string& folder, int rounds, std::deque<Series>& all)
 {
     const std::string socket = folder + "/socket";
     // Both before there is a second thread in this process.
-    PingPong bare;
+    BareBytes bytes;
     const Child service([&] { serve(socket); });
+    BareThreads threads;
     Application near("");
     Application far(socket);
 
-    std::vector<Candidate> candidates = {
-        {"bare bytes over a socket", [&] { bare.roundTrip(); }, {}},
-        {"library, in memory", [&] { near.roundTrip(); }, {}},
-        {"library, over a socket", [&] { far.roundTrip(); }, {}},
+    const std::function<void(Turn&)> makers[] = {
+        [&](Turn& turn) { threads.make(turn); },
+        [&](Turn& turn) { near.make(turn); },
+        [&](Turn& turn) { bytes.make(turn); },
+        [&](Turn& turn) { far.make(turn); },
     };
-    measure(candidates, rounds);
-    print(candidates);
+    for (int round = 0; round < rounds; ++round)
+        for (std::size_t i = 0; i < all.size(); ++i) {
+            makers[i](all[i].single.emplace_back(1));
+            makers[i](all[i].many.emplace_back(manyUnderWay));
+        }
 }
 
 } // namespace
 
 int main(int argc, char** argv)
 {
-    const int rounds = argc == 3 ? std::atoi(argv[2]) : 0;
+    const bool json = argc == 4 && std::strcmp(argv[1], "--json") == 0;
+    const int rounds = argc == 3 || json ? std::atoi(argv[argc - 1]) : 0;
     if (rounds <= 0) {
-        std::fputs("usage: round-trip FOLDER ROUNDS   (1000 round trips each, of every kind)\n",
-                   stderr);
+        std::fprintf(stderr,
+                     "usage: round-trip [--json] FOLDER ROUNDS   (%zu round trips each, of every "
+                     "kind)\n",
+                     tripsPerTurn);
         return 2;
     }
     try {
-        run(argv[1], rounds);
+        std::deque<Series> all;
+        all.push_back({"threads", "two threads, in memory", 0, {}, {}});
+        all.push_back({"memory", "library, in memory", 0, {}, {}});
+        all.push_back({"bytes", "bytes, over a socket", 2, {}, {}});
+        all.push_back({"socket", "library, over a socket", 2, {}, {}});
+        measure(argv[argc - 2], rounds, all);
+        (json ? printJson : printTable)(all);
         return 0;
     } catch (const std::exception& error) {
         std::fprintf(stderr, "round-trip: %s\n", error.what());

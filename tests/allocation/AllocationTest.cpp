@@ -159,6 +159,7 @@ TEST_F(Allocation, ThatFailsLosesNothingInAnyCommand)
         // Record, owner, reference count and event; the characters of a string.
         const bool holdsString = std::string(row.values).find(':') != std::string::npos;
         const int allocations = holdsString ? 5 : 4;
+        row.send(adapter, ids); // from here on the platform knows where the record's strings are
         for (int failing = 0; failing < allocations; ++failing) {
             application.sent = 0;
             bool threw = false;
@@ -181,6 +182,22 @@ TEST_F(Allocation, ThatFailsLosesNothingInAnyCommand)
         EXPECT_EQ(application.sent, 1) << "needs no further allocation";
         EXPECT_EQ(outstanding.size(), 0U);
     }
+}
+
+TEST(Release, FreesStringsAlsoWhenItCannotAllocate)
+{
+    static const nubEndianEntry_t inner[] = {
+        {nubEndianRecord << 16, &__nub_EndianTable_nubDeserString_t},
+        {0, nubEndianArgument_t(0xffffffff)}};
+    static const nubEndianTable_t innerTable = {sizeof(nubDeserString_t), inner};
+    static const nubEndianEntry_t outer[] = {{nubEndianRecord << 16, &innerTable},
+                                             {0, nubEndianArgument_t(0xffffffff)}};
+    static const nubEndianTable_t table = {sizeof(nubDeserString_t), outer};
+    const Watch watch(0);
+    nubDeserString_t text = {0, static_cast<char*>(noted(__real_malloc(1)))};
+    fabricTwineDeserReleaseMessage(0, nullptr, &table, &text);
+    EXPECT_EQ(allocationsUntilFailure, -1) << "the allocation that fails was not reached";
+    EXPECT_EQ(outstanding.size(), 0U);
 }
 
 TEST_F(Allocation, IsNoneWithoutAServiceInterface)

@@ -5,6 +5,8 @@
 #include <cstring>
 #include <new>
 
+#include "RecordShape.h"
+
 namespace fabric {
 namespace host {
 namespace {
@@ -45,161 +47,56 @@ inline std::uint32_t get(const std::uint8_t* in) noexcept
     return word;
 }
 
-inline bool isString(const nubEndianTable_t* table) noexcept
+/// A string without characters travels as an empty one, whatever its length says.
+inline nubDeserString_t stringAt(const std::uint8_t* item) noexcept
 {
-    return table == &__nub_EndianTable_nubDeserString_t;
+    nubDeserString_t text;
+    std::memcpy(&text, item, sizeof(text));
+    if (!text.chars)
+        text.length = 0;
+    return text;
 }
 
-/// Writes one record behind the header. Scalars need no check: each is named once, so together they
-/// fit into the record's size, which the frame has been given. Strings make the frame grow.
-class Encoder
+/// Reads the record of that shape out of the body of a frame, up to `end`. Null, or what is wrong.
+const char* decodeBody(const RecordShape& shape, std::uint8_t* record, const std::uint8_t* in,
+                       const std::uint8_t* end)
 {
-public:
-    explicit Encoder(FrameBytes& target) noexcept : frame(target) {}
+    const std::size_t size = static_cast<std::size_t>(end - in);
+    if (size < shape.frameSize)
+        return "body too short for its record";
+    // What is left for the characters of its strings; all else is in the frame from here on.
+    std::size_t characters = size - shape.frameSize;
 
-    /// Where the next byte goes; null when the frame would be too long.
-    std::uint8_t* record(const nubEndianTable_t& table, const std::uint8_t* from, std::uint8_t* out)
-    {
-        // A call for each record would cost more than its scalars, so the first level of nesting
-        // has none. It is the only one of most records.
-        return entries(table, from, out, [this](auto& inner, auto* item, auto* at) {
-            return entries(inner, item, at, [this](auto& deeper, auto* innermost, auto* behind) {
-                return record(deeper, innermost, behind);
-            });
-        });
-    }
+    for (const RecordMember& member : shape.members) {
+        std::uint8_t* const item = record + member.offset;
+        switch (member.kind) {
+        case RecordMember::word32:
+            transfer<std::uint32_t>(item, in);
+            in += sizeof(std::uint32_t);
+            break;
+        case RecordMember::word64:
+            transfer<std::uint64_t>(item, in);
+            in += sizeof(std::uint64_t);
+            break;
+        case RecordMember::string:
+            nubDeserString_t text = {get(in), nullptr};
+            in += sizeof(text.length);
+            if (text.length > characters)
+                return "string length past the end of the frame";
+            characters -= text.length;
 
-private:
-    template <typename Nested>
-    std::uint8_t* entries(const nubEndianTable_t& table, const std::uint8_t* from,
-                          std::uint8_t* out, Nested nested)
-    {
-        for (const nubEndianEntry_t* entry = table.entries; entry->code != 0; ++entry) {
-            const std::uint8_t* const item = from + (entry->code & 0xffff);
-            switch (entry->code >> 16) {
-            case nubEndianWord32:
-                transfer<std::uint32_t>(out, item);
-                out += sizeof(std::uint32_t);
-                break;
-            case nubEndianWord64:
-                transfer<std::uint64_t>(out, item);
-                out += sizeof(std::uint64_t);
-                break;
-            case nubEndianRecord:
-                out = isString(entry->argument.table) ? string(item, out)
-                                                      : nested(*entry->argument.table, item, out);
-                if (!out)
-                    return nullptr;
-                break;
-            }
+            text.chars = static_cast<char*>(std::malloc(std::size_t{text.length} + 1));
+            if (!text.chars)
+                throw std::bad_alloc();
+            std::memcpy(text.chars, in, text.length);
+            text.chars[text.length] = '\0';
+            std::memcpy(item, &text, sizeof(text));
+            in += text.length;
+            break;
         }
-        return out;
     }
-
-    std::uint8_t* string(const std::uint8_t* item, std::uint8_t* out)
-    {
-        nubDeserString_t text;
-        std::memcpy(&text, item, sizeof(text));
-        const std::uint32_t length = text.chars ? text.length : 0;
-
-        const std::size_t used = static_cast<std::size_t>(out - frame.data()) + sizeof(length);
-        if (length > maxFrameSize || used + length > maxFrameSize)
-            return nullptr;
-        if (length == 0)
-            return put(out, length);
-
-        frame.resize(frame.size() + length);
-        out = put(frame.data() + used - sizeof(length), length);
-        std::memcpy(out, text.chars, length);
-        return out + length;
-    }
-
-    FrameBytes& frame;
-};
-
-/// Reads one record out of the body of a frame.
-class Decoder
-{
-public:
-    explicit Decoder(const std::uint8_t* frameEnd) noexcept : end(frameEnd) {}
-
-    /// What follows the record in the frame; null when the frame is not valid.
-    const std::uint8_t* record(const nubEndianTable_t& table, std::uint8_t* to,
-                               const std::uint8_t* in)
-    {
-        // As in the encoder.
-        return entries(table, to, in, [this](auto& inner, auto* item, auto* at) {
-            return entries(inner, item, at, [this](auto& deeper, auto* innermost, auto* behind) {
-                return record(deeper, innermost, behind);
-            });
-        });
-    }
-
-    const char* reason() const noexcept { return why; }
-
-private:
-    template <typename Nested>
-    const std::uint8_t* entries(const nubEndianTable_t& table, std::uint8_t* to,
-                                const std::uint8_t* in, Nested nested)
-    {
-        for (const nubEndianEntry_t* entry = table.entries; entry->code != 0; ++entry) {
-            std::uint8_t* const item = to + (entry->code & 0xffff);
-            switch (entry->code >> 16) {
-            case nubEndianWord32:
-                if (left(in) < sizeof(std::uint32_t))
-                    return refuse("body too short for its record");
-                transfer<std::uint32_t>(item, in);
-                in += sizeof(std::uint32_t);
-                break;
-            case nubEndianWord64:
-                if (left(in) < sizeof(std::uint64_t))
-                    return refuse("body too short for its record");
-                transfer<std::uint64_t>(item, in);
-                in += sizeof(std::uint64_t);
-                break;
-            case nubEndianRecord:
-                in = isString(entry->argument.table) ? string(item, in)
-                                                     : nested(*entry->argument.table, item, in);
-                if (!in)
-                    return nullptr;
-                break;
-            }
-        }
-        return in;
-    }
-
-    std::size_t left(const std::uint8_t* in) const noexcept
-    {
-        return static_cast<std::size_t>(end - in);
-    }
-
-    const std::uint8_t* string(std::uint8_t* item, const std::uint8_t* in)
-    {
-        if (left(in) < sizeof(std::uint32_t))
-            return refuse("body too short for its record");
-        nubDeserString_t text = {get(in), nullptr};
-        in += sizeof(text.length);
-        if (text.length > left(in))
-            return refuse("string length past the end of the frame");
-
-        text.chars = static_cast<char*>(std::malloc(std::size_t{text.length} + 1));
-        if (!text.chars)
-            throw std::bad_alloc();
-        std::memcpy(text.chars, in, text.length);
-        text.chars[text.length] = '\0';
-        std::memcpy(item, &text, sizeof(text));
-        return in + text.length;
-    }
-
-    const std::uint8_t* refuse(const char* text) noexcept
-    {
-        why = text;
-        return nullptr;
-    }
-
-    const std::uint8_t* const end;
-    const char* why = nullptr;
-};
+    return characters == 0 ? nullptr : "bytes behind the record";
+}
 
 std::string describe(const MsgMeta& meta)
 {
@@ -222,21 +119,31 @@ const MessageType* typeOf(const MsgMeta& meta, const MessageCatalogue& catalogue
     return type;
 }
 
-/// Empty for a header that holds together.
+/// Kind, version and two bytes of zero share a word of the header.
+inline std::uint32_t kindAndVersion(std::uint8_t kind) noexcept
+{
+    return std::uint32_t{kind} << 24 | std::uint32_t{frameVersion} << 16;
+}
+
+bool headerHolds(const FrameBytes& frame) noexcept
+{
+    return frame.size() >= frameHeaderSize && frame.size() <= maxFrameSize &&
+           get(frame.data()) == frame.size() && get(frame.data() + 16) == kindAndVersion(frame[16]);
+}
+
+/// Why it does not.
 std::string headerFault(const FrameBytes& frame)
 {
+    const std::string start = "frame of " + std::to_string(frame.size()) + " bytes ";
     if (frame.size() < frameHeaderSize)
-        return "frame of " + std::to_string(frame.size()) + " bytes is shorter than a header";
+        return start + "is shorter than a header";
     if (frame.size() > maxFrameSize)
-        return "frame of " + std::to_string(frame.size()) + " bytes is too long";
+        return start + "is too long";
     if (get(frame.data()) != frame.size())
-        return "frame of " + std::to_string(frame.size()) + " bytes gives its length as " +
-               std::to_string(get(frame.data()));
+        return start + "gives its length as " + std::to_string(get(frame.data()));
     if (frame[17] != frameVersion)
         return "unknown version " + std::to_string(frame[17]);
-    if (frame[18] != 0 || frame[19] != 0)
-        return "reserved bytes are not zero";
-    return std::string();
+    return "reserved bytes are not zero";
 }
 
 } // namespace
@@ -261,37 +168,59 @@ bool belongsTo(const MessageCatalogue& catalogue, const SerializableMessageEvent
 
 int encodeFrame(const SerializableMessageEvent& event, FrameBytes& frame)
 {
-    const nubEndianTable_t& table = *event.data->endianTable;
-    frame.resize(frameHeaderSize + table.size);
-    std::uint8_t* const out =
-        Encoder(frame).record(table, static_cast<const std::uint8_t*>(event.data->payload),
-                              frame.data() + frameHeaderSize);
-    const std::size_t size = out ? static_cast<std::size_t>(out - frame.data()) : 0;
-    if (!out || size > maxFrameSize)
+    const RecordShape& shape = RecordShape::of(*event.data->endianTable);
+    const std::uint8_t* const record = static_cast<const std::uint8_t*>(event.data->payload);
+    std::size_t size = frameHeaderSize + shape.frameSize;
+    for (const std::uint32_t offset : shape.strings) {
+        const std::uint32_t length = stringAt(record + offset).length;
+        if (length > maxFrameSize)
+            return -EMSGSIZE;
+        size += length;
+    }
+    if (size > maxFrameSize)
         return -EMSGSIZE;
     frame.resize(size);
 
-    std::uint8_t* header = put(frame.data(), static_cast<std::uint32_t>(size));
-    header = put(header, event.meta.serviceId);
-    header = put(header, event.meta.resourceId);
-    header = put(header, event.meta.operationId);
-    *header++ = event.meta.kind;
-    *header++ = frameVersion;
-    *header++ = 0;
-    *header++ = 0;
-    header = put(header, static_cast<std::uint32_t>(event.sender.node));
-    header = put(header, event.sender.componentId);
-    header = put(header, event.ids.originId);
-    put(header, event.ids.messageId);
+    std::uint8_t* out = put(frame.data(), static_cast<std::uint32_t>(size));
+    out = put(out, event.meta.serviceId);
+    out = put(out, event.meta.resourceId);
+    out = put(out, event.meta.operationId);
+    out = put(out, kindAndVersion(event.meta.kind));
+    out = put(out, static_cast<std::uint32_t>(event.sender.node));
+    out = put(out, event.sender.componentId);
+    out = put(out, event.ids.originId);
+    out = put(out, event.ids.messageId);
+
+    for (const RecordMember& member : shape.members) {
+        const std::uint8_t* const item = record + member.offset;
+        switch (member.kind) {
+        case RecordMember::word32:
+            transfer<std::uint32_t>(out, item);
+            out += sizeof(std::uint32_t);
+            break;
+        case RecordMember::word64:
+            transfer<std::uint64_t>(out, item);
+            out += sizeof(std::uint64_t);
+            break;
+        case RecordMember::string:
+            const nubDeserString_t text = stringAt(item);
+            out = put(out, text.length);
+            if (text.length != 0)
+                std::memcpy(out, text.chars, text.length);
+            out += text.length;
+            break;
+        }
+    }
     return 0;
 }
 
 std::unique_ptr<SerializableMessageEvent>
 decodeFrame(const FrameBytes& frame, const MessageCatalogue& catalogue, std::string& reason)
 {
-    reason = headerFault(frame);
-    if (!reason.empty())
+    if (!headerHolds(frame)) {
+        reason = headerFault(frame);
         return nullptr;
+    }
 
     const std::uint8_t* const header = frame.data();
     const MsgMeta meta = {get(header + 4), get(header + 8), get(header + 12), header[16]};
@@ -301,13 +230,10 @@ decodeFrame(const FrameBytes& frame, const MessageCatalogue& catalogue, std::str
 
     const boost::shared_ptr<SerializableMessageData> data =
         SerializableMessageData::create(type->table->size, *type->table);
-    const std::uint8_t* const end = header + frame.size();
-    Decoder decoder(end);
-    const std::uint8_t* const rest = decoder.record(
-        *type->table, static_cast<std::uint8_t*>(data->payload), header + frameHeaderSize);
-    if (rest != end) {
-        reason =
-            std::string(type->name) + ": " + (rest ? "bytes behind the record" : decoder.reason());
+    if (const char* const fault =
+            decodeBody(RecordShape::of(*type->table), static_cast<std::uint8_t*>(data->payload),
+                       header + frameHeaderSize, header + frame.size())) {
+        reason = std::string(type->name) + ": " + fault;
         return nullptr;
     }
 

@@ -1,31 +1,29 @@
 #include <fabric/Twine.h>
 
 #include <cstdlib>
+#include <new>
+
+#include "RecordShape.h"
+
+using namespace fabric::host;
 
 namespace {
 
-/// Frees the strings of one record; tells whether its type has any.
-bool releaseStrings(const nubEndianTable_t& table, unsigned char* record) noexcept
+void releaseString(void* payload, std::uint32_t offset) noexcept
 {
-    bool found = false;
-    const nubEndianTable_t* withoutStrings = nullptr; // the last such; most are a row of times
-    for (const nubEndianEntry_t* entry = table.entries; entry->code != 0; ++entry) {
-        if (entry->code >> 16 != nubEndianRecord || entry->argument.table == withoutStrings)
-            continue;
-        const nubEndianTable_t* const nested = entry->argument.table;
-        unsigned char* const item = record + (entry->code & 0xffff);
-        if (nested == &__nub_EndianTable_nubDeserString_t) {
-            nubDeserString_t* const string = reinterpret_cast<nubDeserString_t*>(item);
-            std::free(string->chars);
-            string->chars = nullptr;
-            found = true;
-        } else if (releaseStrings(*nested, item)) {
-            found = true;
-        } else {
-            withoutStrings = nested;
-        }
-    }
-    return found;
+    nubDeserString_t* const string =
+        reinterpret_cast<nubDeserString_t*>(static_cast<unsigned char*>(payload) + offset);
+    std::free(string->chars);
+    string->chars = nullptr;
+}
+
+/// For when there is no room for the record's shape.
+void releaseByWalk(const nubEndianTable_t& table, void* payload) noexcept
+{
+    forEachMember(table, [payload](const RecordMember& member) {
+        if (member.kind == RecordMember::string)
+            releaseString(payload, member.offset);
+    });
 }
 
 } // namespace
@@ -33,6 +31,12 @@ bool releaseStrings(const nubEndianTable_t& table, unsigned char* record) noexce
 void fabricTwineDeserReleaseMessage(std::uint32_t, const fabric::MsgMeta*,
                                     const nubEndianTable_t* table, void* payload)
 {
-    if (table && payload)
-        releaseStrings(*table, static_cast<unsigned char*>(payload));
+    if (!table || !payload)
+        return;
+    try {
+        for (const std::uint32_t offset : RecordShape::of(*table).strings)
+            releaseString(payload, offset);
+    } catch (const std::bad_alloc&) {
+        releaseByWalk(*table, payload);
+    }
 }

@@ -1,9 +1,11 @@
 #include <chronal/Helpers.h>
 
-#include <array>
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <ctime>
+#include <iterator>
 #include <limits>
 
 namespace chronal {
@@ -17,21 +19,34 @@ namespace {
 
 constexpr std::int32_t microsecondsPerSecond = 1000000;
 
-/// Appends one number, printed as `format` says.
-void append(std::string& text, const char* format, std::uint64_t number)
+/// A span as it is being written, piece by piece; with room for the longest.
+class SpanText
 {
-    std::array<char, 127> piece;
-    // Days beyond 32 bits are cut, all other numbers are small.
-    std::snprintf(piece.data(), piece.size(), format, static_cast<std::int32_t>(number));
-    text += piece.data();
-}
+public:
+    explicit SpanText(char sign) : length(1) { characters[0] = sign; }
+
+    /// Appends one number, printed as `format` says.
+    void append(const char* format, std::uint64_t number)
+    {
+        // Days beyond 32 bits are cut, all other numbers are small.
+        length +=
+            static_cast<std::size_t>(std::snprintf(characters + length, sizeof(characters) - length,
+                                                   format, static_cast<std::int32_t>(number)));
+    }
+
+    std::string text() const { return std::string(characters, length); }
+
+private:
+    char characters[127];
+    std::size_t length;
+};
 
 /// Appends the milliseconds, and the microseconds if there are any.
-void appendFraction(std::string& text, const char* millisecondFormat, std::uint64_t microseconds)
+void appendFraction(SpanText& text, const char* millisecondFormat, std::uint64_t microseconds)
 {
-    append(text, millisecondFormat, microseconds / 1000);
+    text.append(millisecondFormat, microseconds / 1000);
     if (microseconds % 1000 != 0)
-        append(text, ".%03ius", microseconds % 1000);
+        text.append(".%03ius", microseconds % 1000);
 }
 
 /// A unit of time, as the first one of a span and as a later one.
@@ -49,26 +64,41 @@ constexpr Unit units[] = {
     {1, "%is", ".%02is"},
 };
 
-/// The span without its sign: the largest unit that it reaches, then each smaller one down to the
-/// last that is not zero.
-void appendMagnitude(std::string& text, std::uint64_t seconds, std::uint64_t microseconds)
+/// The largest unit that the span reaches, then each smaller one down to the last that is not zero.
+std::string spanText(char sign, std::uint64_t seconds, std::uint64_t microseconds)
 {
-    bool begun = false;
-    for (const Unit& unit : units) {
-        if (begun && seconds == 0 && microseconds == 0)
-            return;
-        if (begun || seconds >= unit.seconds) {
-            append(text, begun ? unit.later : unit.first, seconds / unit.seconds);
-            seconds %= unit.seconds;
-            begun = true;
-        }
+    SpanText text(sign);
+    const Unit* unit = std::find_if(std::begin(units), std::end(units),
+                                    [=](const Unit& each) { return seconds >= each.seconds; });
+    if (unit == std::end(units)) {
+        if (microseconds < 1000)
+            text.append("%ius", microseconds);
+        else
+            appendFraction(text, "%ims", microseconds);
+        return text.text();
     }
-    if (begun && microseconds != 0)
+
+    text.append(unit->first, seconds / unit->seconds);
+    seconds %= unit->seconds;
+    for (++unit; unit != std::end(units) && (seconds != 0 || microseconds != 0); ++unit) {
+        text.append(unit->later, seconds / unit->seconds);
+        seconds %= unit->seconds;
+    }
+    if (microseconds != 0)
         appendFraction(text, ".%03ims", microseconds);
-    else if (!begun && microseconds >= 1000)
-        appendFraction(text, "%ims", microseconds);
-    else if (!begun)
-        append(text, "%ius", microseconds);
+    return text.text();
+}
+
+/// Of a span in span form.
+bool isNegative(const nubOsalTime_struct& span)
+{
+    return span.seconds < 0 || span.microseconds < 0;
+}
+
+/// Whether a span is zero or positive as it stands, and in span form.
+bool isPlain(const nubOsalTime_struct& span)
+{
+    return !isNegative(span) && span.microseconds < microsecondsPerSecond;
 }
 
 } // namespace
@@ -86,13 +116,13 @@ bool isNegativeTimeSpan(const nubOsalTime_struct& span)
 {
     nubOsalTime_struct normalized = span;
     normalizeTimeSpan(&normalized);
-    return normalized.seconds < 0 || normalized.microseconds < 0;
+    return isNegative(normalized);
 }
 
 void absTimeSpan(nubOsalTime_struct* span)
 {
     normalizeTimeSpan(span);
-    if (isNegativeTimeSpan(*span)) {
+    if (isNegative(*span)) {
         span->seconds = static_cast<std::int64_t>(-static_cast<std::uint64_t>(span->seconds));
         span->microseconds = -span->microseconds;
     }
@@ -119,37 +149,41 @@ std::string getRefTimeStr(const referenceTimeId_enum& source)
 
 std::string getTimeSpanStr(const nubOsalTime_struct& span)
 {
+    // Most spans; neither marker is one.
+    if (isPlain(span))
+        return spanText('+', static_cast<std::uint64_t>(span.seconds),
+                        static_cast<std::uint64_t>(span.microseconds));
     if (nubOsalCompareTime(&span, &deviationInvalid) == 0)
         return "DEVIATION_INVALID";
     if (nubOsalCompareTime(&span, &deviationUnknown) == 0)
         return "DEVIATION_UNKNOWN";
 
-    std::string text = isNegativeTimeSpan(span) ? "-" : "+";
     nubOsalTime_struct magnitude = span;
     absTimeSpan(&magnitude);
     // As unsigned numbers: the absolute value of the most negative span fits there only.
-    appendMagnitude(text, static_cast<std::uint64_t>(magnitude.seconds),
+    return spanText(isNegativeTimeSpan(span) ? '-' : '+',
+                    static_cast<std::uint64_t>(magnitude.seconds),
                     static_cast<std::uint64_t>(magnitude.microseconds));
-    return text;
 }
 
 std::string getTimeStr(const nubOsalTime_struct& time)
 {
-    if (isNegativeTimeSpan(time))
-        return getTimeSpanStr(time);
-
     nubOsalTime_struct normalized = time;
     nubOsalNormalizeTime(&normalized);
+    if (normalized.seconds < 0)
+        return getTimeSpanStr(time);
+
     const std::time_t seconds = static_cast<std::time_t>(normalized.seconds);
     std::tm date;
     if (!gmtime_r(&seconds, &date) || date.tm_year > std::numeric_limits<int>::max() - 1900)
         return "<out of range>";
 
-    std::array<char, 127> text;
-    std::snprintf(text.data(), text.size(), "'%04i-%02i-%02i %02i:%02i:%02i.%03i'",
-                  date.tm_year + 1900, date.tm_mon + 1, date.tm_mday, date.tm_hour, date.tm_min,
-                  date.tm_sec, normalized.microseconds / 1000);
-    return text.data();
+    char text[127];
+    const int length =
+        std::snprintf(text, sizeof(text), "'%04i-%02i-%02i %02i:%02i:%02i.%03i'",
+                      date.tm_year + 1900, date.tm_mon + 1, date.tm_mday, date.tm_hour, date.tm_min,
+                      date.tm_sec, normalized.microseconds / 1000);
+    return std::string(text, static_cast<std::size_t>(length));
 }
 
 } // namespace Helpers

@@ -43,24 +43,22 @@ private:
     bool enabled;
 };
 
-/// The place of a command in this file, for its debug lines: as a default argument, where the
-/// function that has it is called.
-struct CallSite
+/// What is known of a command beforehand: its part of the identity, and its place in this file for
+/// its debug lines. A constant, so that a command passes nothing but its address, and one without
+/// pointers, so that nothing is left to be done when the library is loaded.
+struct Command
 {
-    explicit CallSite(const char* caller = __builtin_FUNCTION(), int statement = __builtin_LINE())
-        : function(caller), line(statement)
+    constexpr Command(ResourceId what, OperationId done, const char* caller = __builtin_FUNCTION(),
+                      int statement = __builtin_LINE())
+        : identity{0, what, done, kindCommand}, line(statement), function{}
     {
+        for (std::size_t i = 0; caller[i] != '\0'; ++i)
+            function[i] = caller[i]; // no constant if the name does not fit
     }
 
-    const char* function;
+    fabric::MsgMeta identity; ///< but for the service id, which is asked for each time
     int line;
-};
-
-/// The part of a command's identity that is its own.
-struct CommandId
-{
-    ResourceId resource;
-    OperationId operation;
+    char function[32];
 };
 
 /// Fills a payload record from the arguments of a command; may throw.
@@ -117,11 +115,11 @@ public:
     /// Sends a command whose record `fillRecord` fills. It is called once, with the zero-filled
     /// record, or not at all.
     template <typename Record, typename Fill>
-    static void send(UserAdapter& adapter, fabric::MsgIds& ids, CommandId command,
-                     const Fill& fillRecord, const CallSite& site = CallSite())
+    static void send(UserAdapter& adapter, fabric::MsgIds& ids, const Command& command,
+                     const Fill& fillRecord)
     {
         send(
-            adapter, ids, command, endianTableOf<Record>(), site,
+            adapter, ids, command, endianTableOf<Record>(),
             [](void* record, const void* arguments) {
                 (*static_cast<const Fill*>(arguments))(*static_cast<Record*>(record));
             },
@@ -130,39 +128,38 @@ public:
 
     /// Sends a command whose record stays all zero.
     template <typename Record>
-    static void sendEmpty(UserAdapter& adapter, fabric::MsgIds& ids, CommandId command,
-                          const CallSite& site = CallSite())
+    [[gnu::noinline]] static void sendEmpty(UserAdapter& adapter, fabric::MsgIds& ids,
+                                            const Command& command)
     {
-        send<Record>(
-            adapter, ids, command, [](Record&) {}, site);
+        send<Record>(adapter, ids, command, [](Record&) {});
     }
 
     /// Sends a command that names a source and nothing else.
-    static void sendSource(UserAdapter& adapter, fabric::MsgIds& ids, CommandId command,
-                           const ReferenceTimeId& refTimeId, const CallSite& site = CallSite())
+    [[gnu::noinline]] static void sendSource(UserAdapter& adapter, fabric::MsgIds& ids,
+                                             const Command& command,
+                                             const ReferenceTimeId& refTimeId)
     {
         send<chronalMsgCmdRefTimeId_t>(
             adapter, ids, command,
-            [&](chronalMsgCmdRefTimeId_t& record) { record.refTimeId = refTimeId.id; }, site);
+            [&](chronalMsgCmdRefTimeId_t& record) { record.refTimeId = refTimeId.id; });
     }
 
 private:
     // One body for all commands: what differs between them comes in as arguments, so that it is in
     // the binary once.
-    static void send(UserAdapter& adapter, fabric::MsgIds& ids, CommandId command,
-                     const nubEndianTable_t& table, const CallSite& site, FillRecord fillRecord,
-                     const void* arguments);
+    static void send(UserAdapter& adapter, fabric::MsgIds& ids, const Command& command,
+                     const nubEndianTable_t& table, FillRecord fillRecord, const void* arguments);
 };
 
-void CommandSender::send(UserAdapter& adapter, fabric::MsgIds& ids, CommandId command,
-                         const nubEndianTable_t& table, const CallSite& site, FillRecord fillRecord,
+void CommandSender::send(UserAdapter& adapter, fabric::MsgIds& ids, const Command& command,
+                         const nubEndianTable_t& table, FillRecord fillRecord,
                          const void* arguments)
 {
     if (!adapter.serviceInterface) {
         if (DebugCheck debug{debugCommandTrouble})
             nubDebugOutput0(debug.line(),
                             "%s:%d:%s(): Unable to send command, not yet connected.\n", sourceName,
-                            site.line, site.function);
+                            command.line, command.function);
         return;
     }
 
@@ -170,8 +167,8 @@ void CommandSender::send(UserAdapter& adapter, fabric::MsgIds& ids, CommandId co
         fabric::SerializableMessageData::create(table.size, table);
     fillRecord(data->payload, arguments);
 
-    const fabric::MsgMeta identity = {adapter.serviceInterface->getServiceId(), command.resource,
-                                      command.operation, kindCommand};
+    fabric::MsgMeta identity = command.identity;
+    identity.serviceId = adapter.serviceInterface->getServiceId();
     const fabric::EndpointId sender = {-1, adapter.component.componentId};
     // The event is the middleware's from the call on, whatever comes of it.
     const int result = adapter.application.sendEvent(
@@ -179,7 +176,7 @@ void CommandSender::send(UserAdapter& adapter, fabric::MsgIds& ids, CommandId co
     if (result < 0) {
         if (DebugCheck debug{debugCommandTrouble})
             nubDebugOutput0(debug.line(), "%s:%d:%s(): Error sending message event: %d.\n",
-                            sourceName, site.line, site.function, result);
+                            sourceName, command.line, command.function, result);
     }
 }
 
@@ -189,8 +186,9 @@ void UserAdapter::cmdRefTimeSet(fabric::MsgIds& ids, const nubOsalTime_struct& t
                                 const nubOsalTime_struct& time2, const ReferenceTimeId& refTimeId,
                                 int value, bool negate)
 {
+    static constexpr Command command(resourceRefTime, operationSet);
     CommandSender::send<chronalMsgCmdRefTimeData_t>(
-        *this, ids, {resourceRefTime, operationSet}, [&](chronalMsgCmdRefTimeData_t& record) {
+        *this, ids, command, [&](chronalMsgCmdRefTimeData_t& record) {
             fillRefTime(record, time1, time2, refTimeId, value, negate);
             if (DebugCheck debug{debugCommand})
                 nubDebugOutput0(debug.line(), "%s:%d:%s(): Current UTC Time is %lld.\n", sourceName,
@@ -202,8 +200,9 @@ void UserAdapter::cmdRefLocalTimeSet(fabric::MsgIds& ids, const nubOsalTime_stru
                                      const nubOsalTime_struct& time2,
                                      const ReferenceTimeId& refTimeId, int value, bool negate)
 {
+    static constexpr Command command(resourceRefLocalTime, operationSet);
     CommandSender::send<chronalMsgCmdRefTimeData_t>(
-        *this, ids, {resourceRefLocalTime, operationSet}, [&](chronalMsgCmdRefTimeData_t& record) {
+        *this, ids, command, [&](chronalMsgCmdRefTimeData_t& record) {
             fillRefTime(record, time1, time2, refTimeId, value, negate);
             if (DebugCheck debug{debugCommand})
                 nubDebugOutput0(debug.line(), "%s:%d:%s(): Current Local Time is %lld.\n",
@@ -214,7 +213,8 @@ void UserAdapter::cmdRefLocalTimeSet(fabric::MsgIds& ids, const nubOsalTime_stru
 
 void UserAdapter::cmdRefTimeFetch(fabric::MsgIds& ids, const ReferenceTimeId& refTimeId)
 {
-    CommandSender::sendSource(*this, ids, {resourceRefTime, operationFetch}, refTimeId);
+    static constexpr Command command(resourceRefTime, operationFetch);
+    CommandSender::sendSource(*this, ids, command, refTimeId);
 }
 
 void UserAdapter::cmdNextTimeDeviationChangeSet(fabric::MsgIds& ids,
@@ -222,7 +222,8 @@ void UserAdapter::cmdNextTimeDeviationChangeSet(fabric::MsgIds& ids,
                                                 const nubOsalTime_struct& time2,
                                                 const ReferenceTimeId& refTimeId)
 {
-    CommandSender::send<chronalMsgCmdRefTimeData_t>(*this, ids, {resourceDeviation, operationSet},
+    static constexpr Command command(resourceDeviation, operationSet);
+    CommandSender::send<chronalMsgCmdRefTimeData_t>(*this, ids, command,
                                                     [&](chronalMsgCmdRefTimeData_t& record) {
                                                         record.refTimeId = refTimeId.id;
                                                         record.time1 = time1;
@@ -236,8 +237,8 @@ void UserAdapter::cmdSendDaylightsavingInfo(fabric::MsgIds& ids, const nubOsalTi
                                             const nubOsalTime_struct& time4,
                                             const ReferenceTimeId& refTimeId)
 {
-    CommandSender::send<chronalMsgCmdRefTimeData_t>(*this, ids,
-                                                    {resourceDaylightSavingInfo, operationSet},
+    static constexpr Command command(resourceDaylightSavingInfo, operationSet);
+    CommandSender::send<chronalMsgCmdRefTimeData_t>(*this, ids, command,
                                                     [&](chronalMsgCmdRefTimeData_t& record) {
                                                         record.refTimeId = refTimeId.id;
                                                         record.time1 = time1;
@@ -250,33 +251,39 @@ void UserAdapter::cmdSendDaylightsavingInfo(fabric::MsgIds& ids, const nubOsalTi
 void UserAdapter::cmdNextTimeDeviationChangeFetch(fabric::MsgIds& ids,
                                                   const ReferenceTimeId& refTimeId)
 {
-    CommandSender::sendSource(*this, ids, {resourceDeviation, operationFetch}, refTimeId);
+    static constexpr Command command(resourceDeviation, operationFetch);
+    CommandSender::sendSource(*this, ids, command, refTimeId);
 }
 
 void UserAdapter::cmdRefTimeSubscribe(fabric::MsgIds& ids, const ReferenceTimeId& refTimeId)
 {
-    CommandSender::sendSource(*this, ids, {resourceRefTime, operationSubscribe}, refTimeId);
+    static constexpr Command command(resourceRefTime, operationSubscribe);
+    CommandSender::sendSource(*this, ids, command, refTimeId);
 }
 
 void UserAdapter::cmdRefTimeUnsubscribe(fabric::MsgIds& ids, const ReferenceTimeId& refTimeId)
 {
-    CommandSender::sendSource(*this, ids, {resourceRefTime, operationUnsubscribe}, refTimeId);
+    static constexpr Command command(resourceRefTime, operationUnsubscribe);
+    CommandSender::sendSource(*this, ids, command, refTimeId);
 }
 
 void UserAdapter::cmdRefTimeLock(fabric::MsgIds& ids, const ReferenceTimeId& refTimeId)
 {
-    CommandSender::sendSource(*this, ids, {resourceRefTime, operationLock}, refTimeId);
+    static constexpr Command command(resourceRefTime, operationLock);
+    CommandSender::sendSource(*this, ids, command, refTimeId);
 }
 
 void UserAdapter::cmdRefTimeUnlock(fabric::MsgIds& ids, const ReferenceTimeId& refTimeId)
 {
-    CommandSender::sendSource(*this, ids, {resourceRefTime, operationUnlock}, refTimeId);
+    static constexpr Command command(resourceRefTime, operationUnlock);
+    CommandSender::sendSource(*this, ids, command, refTimeId);
 }
 
 void UserAdapter::cmdRefTimeAt(fabric::MsgIds& ids, const nubOsalTime_struct& time1,
                                const ReferenceTimeId& refTimeId)
 {
-    CommandSender::send<chronalMsgCmdRefTimeData_t>(*this, ids, {resourceRefTime, operationAt},
+    static constexpr Command command(resourceRefTime, operationAt);
+    CommandSender::send<chronalMsgCmdRefTimeData_t>(*this, ids, command,
                                                     [&](chronalMsgCmdRefTimeData_t& record) {
                                                         record.refTimeId = refTimeId.id;
                                                         record.time1 = time1;
@@ -285,7 +292,8 @@ void UserAdapter::cmdRefTimeAt(fabric::MsgIds& ids, const nubOsalTime_struct& ti
 
 void UserAdapter::cmdLocaltimeAt(fabric::MsgIds& ids, const nubOsalTime_struct& time)
 {
-    CommandSender::send<chronalMsgCmdTimeAtData_t>(*this, ids, {resourceDeviation, operationAt},
+    static constexpr Command command(resourceDeviation, operationAt);
+    CommandSender::send<chronalMsgCmdTimeAtData_t>(*this, ids, command,
                                                    [&](chronalMsgCmdTimeAtData_t& record) {
                                                        record.time = time;
                                                        record.isUtc = truth(false);
@@ -294,7 +302,8 @@ void UserAdapter::cmdLocaltimeAt(fabric::MsgIds& ids, const nubOsalTime_struct& 
 
 void UserAdapter::cmdUTCTimeAt(fabric::MsgIds& ids, const nubOsalTime_struct& time)
 {
-    CommandSender::send<chronalMsgCmdTimeAtData_t>(*this, ids, {resourceDeviation, operationAt},
+    static constexpr Command command(resourceDeviation, operationAt);
+    CommandSender::send<chronalMsgCmdTimeAtData_t>(*this, ids, command,
                                                    [&](chronalMsgCmdTimeAtData_t& record) {
                                                        record.time = time;
                                                        record.isUtc = truth(true);
@@ -307,7 +316,8 @@ void UserAdapter::cmdDateTimeSettingsSet(fabric::MsgIds& ids, const nubOsalTime_
                                          const nubOsalTime_struct& time4, const int& value,
                                          const std::string& text)
 {
-    CommandSender::send<chronalMsgDateTime_t>(*this, ids, {resourceDateTimeSettings, operationSet},
+    static constexpr Command command(resourceDateTimeSettings, operationSet);
+    CommandSender::send<chronalMsgDateTime_t>(*this, ids, command,
                                               [&](chronalMsgDateTime_t& record) {
                                                   record.time1 = time1;
                                                   record.time2 = time2;
@@ -322,8 +332,9 @@ void UserAdapter::cmdDateTimeSettingsSet(fabric::MsgIds& ids, const nubOsalTime_
 
 void UserAdapter::cmdTimezoneSyncEnableSet(fabric::MsgIds& ids, const int& timezoneSyncEnable)
 {
+    static constexpr Command command(resourceTimezoneSync, operationSet);
     CommandSender::send<chronalMsgDateTime_t>(
-        *this, ids, {resourceTimezoneSync, operationSet}, [&](chronalMsgDateTime_t& record) {
+        *this, ids, command, [&](chronalMsgDateTime_t& record) {
             record.timezoneSyncEnable = timezoneSyncEnable;
             if (DebugCheck debug{debugCommand})
                 nubDebugOutput0(debug.line(), "%s:%d:%s(): User set timezone sync enable = %d.\n",
@@ -334,47 +345,51 @@ void UserAdapter::cmdTimezoneSyncEnableSet(fabric::MsgIds& ids, const int& timez
 
 void UserAdapter::cmdDateTimeNtpSet(fabric::MsgIds& ids, const std::string& text, const bool& flag)
 {
-    CommandSender::send<chronalMsgNtpData_t>(*this, ids, {resourceNtp, operationSet},
-                                             [&](chronalMsgNtpData_t& record) {
-                                                 fill(record.text, text);
-                                                 record.flag = truth(flag);
-                                             });
+    static constexpr Command command(resourceNtp, operationSet);
+    CommandSender::send<chronalMsgNtpData_t>(*this, ids, command, [&](chronalMsgNtpData_t& record) {
+        fill(record.text, text);
+        record.flag = truth(flag);
+    });
 }
 
 void UserAdapter::cmdDateTimeNtpStart(fabric::MsgIds& ids)
 {
-    CommandSender::sendEmpty<chronalCmdDummy_t>(*this, ids, {resourceNtp, operationStart});
+    static constexpr Command command(resourceNtp, operationStart);
+    CommandSender::sendEmpty<chronalCmdDummy_t>(*this, ids, command);
 }
 
 void UserAdapter::cmdDateTimeAutoTimeSet(fabric::MsgIds& ids, const bool& autoTime)
 {
+    static constexpr Command command(resourceAutoTime, operationSet);
     CommandSender::send<chronalMsgAutoTime_t>(
-        *this, ids, {resourceAutoTime, operationSet},
+        *this, ids, command,
         [&](chronalMsgAutoTime_t& record) { record.autoTime = truth(autoTime); });
 }
 
 void UserAdapter::cmdDateTimeSettingsFetch(fabric::MsgIds& ids)
 {
-    CommandSender::sendEmpty<chronalMsgReplyResult_t>(*this, ids,
-                                                      {resourceDateTimeSettings, operationFetch});
+    static constexpr Command command(resourceDateTimeSettings, operationFetch);
+    CommandSender::sendEmpty<chronalMsgReplyResult_t>(*this, ids, command);
 }
 
 void UserAdapter::cmdTimezoneSet(fabric::MsgIds& ids, const std::string& timezone)
 {
+    static constexpr Command command(resourceTimezone, operationSet);
     CommandSender::send<chronalMsgTimezone_t>(
-        *this, ids, {resourceTimezone, operationSet},
+        *this, ids, command,
         [&](chronalMsgTimezone_t& record) { fill(record.timezone, timezone); });
 }
 
 void UserAdapter::cmdTimezoneFetch(fabric::MsgIds& ids)
 {
-    CommandSender::sendEmpty<chronalMsgReplyResult_t>(*this, ids,
-                                                      {resourceTimezone, operationFetch});
+    static constexpr Command command(resourceTimezone, operationFetch);
+    CommandSender::sendEmpty<chronalMsgReplyResult_t>(*this, ids, command);
 }
 
 void UserAdapter::cmdTimeInit(fabric::MsgIds& ids)
 {
-    CommandSender::sendEmpty<chronalMsgAutoTime_t>(*this, ids, {resourceTimeInit, operationInit});
+    static constexpr Command command(resourceTimeInit, operationInit);
+    CommandSender::sendEmpty<chronalMsgAutoTime_t>(*this, ids, command);
 }
 
 // -------------------------------------------------------------------------------- the road in ---

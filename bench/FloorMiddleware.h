@@ -1,0 +1,119 @@
+#ifndef BENCH_FLOOR_MIDDLEWARE_H
+#define BENCH_FLOOR_MIDDLEWARE_H
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include <chronal/ReferenceTimeId.h>
+#include <fabric/SerializableMessage.h>
+#include <nub/Osal.h>
+
+/// What a floor's messages are made of, and what they are handed to: apart from the floors, so that
+/// the compiler cannot see through a virtual call.
+namespace bench {
+namespace floors {
+
+/// Frees a record's strings, told all that the middleware's release function is told.
+using Release = void (*)(std::uint32_t word, const fabric::MsgMeta* release,
+                         const nubEndianTable_t* table, void* record);
+
+/// The owner of a record; in place of a virtual table it has the release function.
+struct Owner
+{
+    Release releaseStrings;
+    void* record;
+    std::uint32_t releaseWord;
+    const nubEndianTable_t* table;
+};
+static_assert(sizeof(Owner) == sizeof(fabric::SerializableMessageData), "the same allocation");
+
+struct Count
+{
+    void* table;
+    std::atomic<int> uses;
+    std::atomic<int> observers;
+    Owner* owner;
+
+    void acquire() { uses.fetch_add(1, std::memory_order_relaxed); }
+    void release()
+    {
+        if (uses.fetch_sub(1, std::memory_order_acq_rel) != 1)
+            return;
+        const fabric::MsgMeta release = {0xFFFFFFFFU, 0, 0, 0xFF};
+        owner->releaseStrings(owner->releaseWord, &release, owner->table, owner->record);
+        std::free(owner->record);
+        delete owner;
+        delete this;
+    }
+};
+
+struct Event
+{
+    void* table;
+    fabric::MsgMeta identity;
+    fabric::EndpointId sender;
+    fabric::MsgIds ids;
+    Owner* owner;
+    Count* count;
+};
+static_assert(sizeof(Event) == sizeof(fabric::SerializableMessageEvent), "the same allocation");
+
+class Service
+{
+public:
+    virtual ~Service();
+    virtual std::uint32_t serviceId();
+};
+
+class Application
+{
+public:
+    virtual ~Application();
+    virtual int sendEvent(fabric::MsgIds& ids, int flags, Event* event);
+};
+
+/// Does nothing with what it is told.
+class Listener
+{
+public:
+    virtual void time(const fabric::MsgIds& ids, const nubOsalTime_struct& deviation,
+                      const nubOsalTime_struct& utc, const nubOsalTime_struct& local,
+                      const chronal::ReferenceTimeId& id, bool flag, int value);
+    virtual void settings(const fabric::MsgIds& ids, const nubOsalTime_struct& time0,
+                          const nubOsalTime_struct& time1, const nubOsalTime_struct& time2,
+                          const nubOsalTime_struct& time3, const nubOsalTime_struct& time4,
+                          const int& value, const std::string& text, const bool& flag1,
+                          const bool& flag2, const bool& timezoneSyncEnable);
+    virtual void zone(const fabric::MsgIds& ids, const std::string& name,
+                      const nubOsalTime_struct& when);
+    virtual ~Listener();
+
+    /// The places of the functions in the virtual table.
+    enum Entry : std::size_t
+    {
+        timeEntry,
+        settingsEntry,
+        zoneEntry
+    };
+};
+
+inline const void* const* tableOf(const Listener& listener)
+{
+    const void* const* table;
+    std::memcpy(&table, static_cast<const void*>(&listener), sizeof(table));
+    return table;
+}
+
+extern Service* service;
+extern Application* application;
+extern Listener* deaf;
+extern Listener* hearing; ///< one with functions of its own
+
+} // namespace floors
+} // namespace bench
+
+#endif

@@ -1,0 +1,248 @@
+#include "Operations.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <string>
+
+#include <chronal/Helpers.h>
+#include <chronal/MessageRecords.h>
+#include <chronal/UserAdapter.h>
+#include <fabric/Twine.h>
+
+#include "Floor.h"
+#include "Frame.h"
+#include "Samples.h"
+
+namespace bench {
+
+namespace {
+
+using namespace fabric::host;
+
+constexpr std::uint32_t serviceId = 1;
+
+// The middleware that does nothing but what it must.
+
+class NullService : public fabric::ServiceInterface
+{
+public:
+    std::uint32_t getServiceId() override { return serviceId; }
+};
+
+class NullComponent : public fabric::AbstractComponent
+{
+public:
+    NullComponent() : AbstractComponent(2) {}
+    int addEventHandler(const fabric::MsgMeta&, int, const fabric::EventHandler&) override
+    {
+        return 0;
+    }
+    void removeEventHandler(int) override {}
+};
+
+class NullApplication : public fabric::AbstractApplication
+{
+public:
+    using AbstractApplication::AbstractApplication;
+    int addEventHandler(const fabric::MsgMeta&, int, const fabric::EventHandler&) override
+    {
+        return 0;
+    }
+    int sendEvent(fabric::MsgIds&, int, fabric::SerializableMessageEvent* event) override
+    {
+        delete event;
+        return 0;
+    }
+};
+
+/// Hears nothing.
+class DeafAdapter : public chronal::UserAdapter
+{
+public:
+    using UserAdapter::UserAdapter;
+    ~DeafAdapter() override = default;
+};
+
+/// Hears what is received here.
+class HearingAdapter : public chronal::UserAdapter
+{
+public:
+    using UserAdapter::UserAdapter;
+    ~HearingAdapter() override = default;
+
+protected:
+    void onReplyTimeRefInfo(const fabric::MsgIds&, const nubOsalTime_struct& deviation,
+                            const nubOsalTime_struct&, const nubOsalTime_struct&,
+                            const chronal::ReferenceTimeId&, bool, int) override
+    {
+        keep(deviation);
+    }
+    void onReplyDateTimeSettingsInfo(const fabric::MsgIds&, const nubOsalTime_struct& time0,
+                                     const nubOsalTime_struct&, const nubOsalTime_struct&,
+                                     const nubOsalTime_struct&, const nubOsalTime_struct&,
+                                     const int&, const std::string&, const bool&, const bool&,
+                                     const bool&) override
+    {
+        keep(time0);
+    }
+    void onReplyTimezoneInfo(const fabric::MsgIds&, const std::string& zone,
+                             const nubOsalTime_struct&) override
+    {
+        keep(zone);
+    }
+};
+
+fabric::StateHolder holder;
+NullComponent component;
+NullApplication application(holder);
+NullService service;
+
+template <typename Adapter>
+struct Ready : Adapter
+{
+    Ready() : Adapter(application, component) { this->setServiceInterface(&service); }
+};
+
+Ready<DeafAdapter> deaf;
+Ready<HearingAdapter> hearing;
+fabric::MsgIds ids;
+
+fabric::SerializableMessageEvent arrived(const nubEndianTable_t& table, const std::string& text)
+{
+    const auto data = fabric::SerializableMessageData::create(table.size, table);
+    for (const nubEndianEntry_t* entry = table.entries; entry->code != 0; ++entry) {
+        if (entry->code >> 16 != nubEndianRecord ||
+            entry->argument.table != &__nub_EndianTable_nubDeserString_t)
+            continue;
+        nubDeserString_t string = {static_cast<std::uint32_t>(text.size()),
+                                   static_cast<char*>(std::malloc(text.size() + 1))};
+        if (!string.chars)
+            throw std::bad_alloc();
+        std::memcpy(string.chars, text.c_str(), text.size() + 1);
+        std::memcpy(static_cast<char*>(data->payload) + (entry->code & 0xffff), &string,
+                    sizeof(string));
+    }
+    return {{serviceId, 1, 2, 0}, {-1, 2}, data};
+}
+
+FrameBytes encoded(const fabric::SerializableMessageEvent& event)
+{
+    FrameBytes frame;
+    encodeFrame(event, frame);
+    return frame;
+}
+
+/// A message of one kind, as it arrives.
+struct Sample
+{
+    explicit Sample(const nubEndianTable_t& table, const std::string& text = longZone)
+        : event(arrived(table, text)), type{"message", 1, 2, 0, &table}, frame(encoded(event))
+    {
+    }
+
+    const fabric::SerializableMessageEvent event;
+    const MessageType type;
+    const FrameBytes frame;
+};
+
+const Sample dummy(__nub_EndianTable_chronalCmdDummy_t);
+const Sample dst(__nub_EndianTable_chronalMsgDST_t);
+const Sample dtvTime(__nub_EndianTable_chronalMsgDtvTime_t);
+const Sample timezoneShort(__nub_EndianTable_chronalMsgTimezone_t, shortZone);
+const Sample timezoneLong(__nub_EndianTable_chronalMsgTimezone_t);
+const Sample autoTime(__nub_EndianTable_chronalMsgAutoTime_t);
+const Sample ntpData(__nub_EndianTable_chronalMsgNtpData_t);
+const Sample dateTime(__nub_EndianTable_chronalMsgDateTime_t, shortZone);
+const Sample replyResult(__nub_EndianTable_chronalMsgReplyResult_t);
+const Sample replyTime(__nub_EndianTable_chronalMsgReplyTime_t);
+const Sample timeAtData(__nub_EndianTable_chronalMsgCmdTimeAtData_t);
+const Sample refTimeData(__nub_EndianTable_chronalMsgCmdRefTimeData_t);
+const Sample refTimeId(__nub_EndianTable_chronalMsgCmdRefTimeId_t);
+
+FrameBytes target;
+
+template <const Sample& sample>
+void encode()
+{
+    encodeFrame(sample.event, target);
+    keep(target);
+}
+
+template <const Sample& sample>
+void decode()
+{
+    std::string reason;
+    keep(*decodeFrame(sample.frame, {serviceId, &sample.type, 1}, reason));
+}
+
+/// What the release of a message asks of the middleware.
+template <const Sample& sample>
+void release()
+{
+    const fabric::MsgMeta identity = {0xFFFFFFFFU, 0, 0, 0xFF};
+    const fabric::SerializableMessageData& data = *sample.event.data;
+    fabricTwineDeserReleaseMessage(0, &identity, data.endianTable, data.payload);
+}
+
+void print(const nubOsalTime_struct& span)
+{
+    keep(chronal::Helpers::getTimeSpanStr(span));
+}
+
+} // namespace
+
+// clang-format off
+const Operation operations[] = {
+    {"send/80-byte", [] { deaf.cmdSendDaylightsavingInfo(ids, time, time, time, time, source); }, [] { floors::sendTimes(ids, time, time, time, time, source); }},
+    {"send/4-byte", [] { deaf.cmdRefTimeFetch(ids, source); }, [] { floors::sendSource(ids, source); }},
+    {"send/string", [] { deaf.cmdTimezoneSet(ids, longZone); }, [] { floors::sendZone(ids, longZone); }},
+
+    {"receive/64-byte", [] { hearing.callReplyTimeRefInfo(replyTime.event); }, floors::receiveTime},
+    {"receive/64-byte-unheard", [] { deaf.callReplyTimeRefInfo(replyTime.event); }, floors::receiveTimeUnheard},
+    {"receive/104-byte", [] { hearing.callReplyDateTimeSettingsInfo(dateTime.event); }, floors::receiveSettings},
+    {"receive/104-byte-unheard", [] { deaf.callReplyDateTimeSettingsInfo(dateTime.event); }, floors::receiveSettingsUnheard},
+    {"receive/short-string", [] { hearing.callReplyTimezoneInfo(timezoneShort.event); }, floors::receiveShortZone},
+    {"receive/short-string-unheard", [] { deaf.callReplyTimezoneInfo(timezoneShort.event); }, floors::receiveShortZoneUnheard},
+    {"receive/long-string", [] { hearing.callReplyTimezoneInfo(timezoneLong.event); }, floors::receiveLongZone},
+    {"receive/long-string-unheard", [] { deaf.callReplyTimezoneInfo(timezoneLong.event); }, floors::receiveLongZoneUnheard},
+
+    {"release/80-byte", release<refTimeData>, nullptr},
+    {"release/4-byte", release<refTimeId>, nullptr},
+
+    {"encode/dummy", encode<dummy>, nullptr},
+    {"encode/dst", encode<dst>, nullptr},
+    {"encode/dtv-time", encode<dtvTime>, nullptr},
+    {"encode/timezone", encode<timezoneLong>, floors::encodeZone},
+    {"encode/auto-time", encode<autoTime>, nullptr},
+    {"encode/ntp-data", encode<ntpData>, nullptr},
+    {"encode/date-time", encode<dateTime>, nullptr},
+    {"encode/reply-result", encode<replyResult>, nullptr},
+    {"encode/reply-time", encode<replyTime>, nullptr},
+    {"encode/time-at-data", encode<timeAtData>, nullptr},
+    {"encode/ref-time-data", encode<refTimeData>, floors::encodeTimes},
+    {"encode/ref-time-id", encode<refTimeId>, nullptr},
+
+    {"decode/dummy", decode<dummy>, nullptr},
+    {"decode/dst", decode<dst>, nullptr},
+    {"decode/dtv-time", decode<dtvTime>, nullptr},
+    {"decode/timezone", decode<timezoneLong>, floors::decodeZone},
+    {"decode/auto-time", decode<autoTime>, nullptr},
+    {"decode/ntp-data", decode<ntpData>, nullptr},
+    {"decode/date-time", decode<dateTime>, nullptr},
+    {"decode/reply-result", decode<replyResult>, nullptr},
+    {"decode/reply-time", decode<replyTime>, nullptr},
+    {"decode/time-at-data", decode<timeAtData>, nullptr},
+    {"decode/ref-time-data", decode<refTimeData>, floors::decodeTimes},
+    {"decode/ref-time-id", decode<refTimeId>, nullptr},
+
+    {"text/marker", [] { print(marker); }, floors::printMarker},
+    {"text/short-span", [] { print(shortSpan); }, floors::printShortSpan},
+    {"text/long-span", [] { print(longSpan); }, floors::printLongSpan},
+    {"text/time", [] { keep(chronal::Helpers::getTimeStr(time)); }, floors::printTime},
+};
+// clang-format on
+const std::size_t operationCount = sizeof(operations) / sizeof(operations[0]);
+
+} // namespace bench
