@@ -8,6 +8,7 @@
 #include "Contained.h"
 #include "Frame.h"
 #include "Log.h"
+#include "WorkQueue.h"
 
 namespace fabric {
 namespace host {
@@ -59,8 +60,9 @@ bool ServiceServer::frameReceived(ClientId client, const FrameBytes& frame)
 
 Service::TimePoint ServiceServer::runDue()
 {
-    Service::TimePoint next = Service::TimePoint::clock::now() + retryAfter;
-    callService("runDue", [&] { next = service.runDue(); });
+    Service::TimePoint next;
+    if (!callService("runDue", [&] { next = service.runDue(); }))
+        next = Service::TimePoint::clock::now() + retryAfter;
     tellDropped();
     return next;
 }
@@ -68,19 +70,19 @@ Service::TimePoint ServiceServer::runDue()
 void ServiceServer::send(ClientId client, std::unique_ptr<SerializableMessageEvent> event)
 {
     const auto found = clients.find(client);
-    FrameBytes frame;
-    if (found == clients.end() || !event || !toFrame(*event, frame))
+    if (found == clients.end() || !event || !encode(*event))
         return;
-    if (!found->second->deliver(std::move(frame)))
+    if (!found->second->deliver(outgoing))
         drop(client, ENOBUFS);
 }
 
-bool ServiceServer::toFrame(const SerializableMessageEvent& event, FrameBytes& frame) const
+bool ServiceServer::encode(const SerializableMessageEvent& event)
 {
     std::string reason;
+    recycle(outgoing);
     if (event.meta.kind == kindCommand)
         reason = "a command";
-    else if (belongsTo(service.catalogue(), event, reason) && encodeFrame(event, frame) != 0)
+    else if (belongsTo(service.catalogue(), event, reason) && encodeFrame(event, outgoing) != 0)
         reason = "longer than a frame";
     if (!reason.empty())
         log(logTrouble, "fabric-host: message of the service not sent: %s\n", reason.c_str());
@@ -123,11 +125,11 @@ void ServiceServer::drop(ClientId client, int reason)
     peer->drop(reason);
 }
 
-/// One call into the service, and no exception out of it.
+/// One call into the service, and no exception out of it: false if there was one.
 template <typename Call>
-void ServiceServer::callService(const char* operation, Call call)
+bool ServiceServer::callService(const char* operation, Call call)
 {
-    contained(call, [operation](const char* what) {
+    return contained(call, [operation](const char* what) {
         log(logTrouble, "fabric-host: exception out of the service's %s: %s\n", operation, what);
     });
 }
