@@ -1,8 +1,6 @@
 #ifndef FABRIC_HOST_WORK_QUEUE_H
 #define FABRIC_HOST_WORK_QUEUE_H
 
-#include <chrono>
-#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <mutex>
@@ -10,6 +8,8 @@
 #include <vector>
 
 #include <fabric-host/Link.h>
+
+#include "WakeUp.h"
 
 namespace fabric {
 namespace host {
@@ -33,7 +33,7 @@ template <typename Item>
 class WorkQueue
 {
 public:
-    typedef std::chrono::steady_clock::time_point TimePoint;
+    typedef WakeUp::TimePoint TimePoint;
 
     /// Items that have been taken, to be walked through. Belongs to the thread that takes them.
     class Batch
@@ -83,23 +83,24 @@ public:
     /// Takes nothing in from now on. Any thread.
     void close()
     {
-        {
-            const std::lock_guard<std::mutex> lock(mutex);
-            closed = true;
-        }
-        filled.notify_one();
+        std::unique_lock<std::mutex> lock(mutex);
+        closed = true;
+        wakeTaker(lock);
     }
 
     /// Waits for items until `until`, and takes them all into `batch`, whose own are done. False
     /// once the queue is closed and nothing is left.
     bool take(Batch& batch, TimePoint until = TimePoint::max())
     {
-        const auto awake = [this] { return waiting.count != 0 || closed; };
+        bool late = false;
         std::unique_lock<std::mutex> lock(mutex);
-        if (until == TimePoint::max())
-            filled.wait(lock, awake);
-        else
-            filled.wait_until(lock, until, awake);
+        while (waiting.count == 0 && !closed && !late) {
+            asleep = true;
+            lock.unlock();
+            late = !wakeUp.wait(until);
+            lock.lock();
+        }
+        asleep = false;
         batch.count = 0;
         std::swap(batch, waiting);
         ++batches;
@@ -116,14 +117,22 @@ private:
         if (waiting.count == waiting.items.size())
             waiting.items.emplace_back();
         fill(waiting.items[waiting.count]);
-        const bool first = ++waiting.count == 1;
-        lock.unlock(); // so that the thread that wakes up need not wait for it
-        if (first)
-            filled.notify_one();
+        ++waiting.count;
+        wakeTaker(lock);
     }
 
-    std::mutex mutex;
-    std::condition_variable filled;
+    /// Gives up the lock, too, so that the thread that wakes up need not wait for it.
+    void wakeTaker(std::unique_lock<std::mutex>& lock)
+    {
+        const bool wanted = std::exchange(asleep, false);
+        lock.unlock();
+        if (wanted)
+            wakeUp.post();
+    }
+
+    WakeUp wakeUp;
+    std::mutex mutex; // guards what follows
+    bool asleep = false;
     Batch waiting;
     std::uint64_t batches = 0; // taken
     bool closed = false;
