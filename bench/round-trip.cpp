@@ -61,6 +61,12 @@ double median(const std::vector<double>& values)
     return quantile(values, 0.5);
 }
 
+void await(std::promise<void>& event, const char* missing)
+{
+    if (event.get_future().wait_for(std::chrono::seconds(60)) != std::future_status::ready)
+        throw std::runtime_error(missing);
+}
+
 /// A row of round trips, of which several may be under way at a time: who makes them sends so many,
 /// and another for each that has returned, as long as more are wanted.
 class Turn
@@ -80,11 +86,7 @@ public:
 
     bool over() const { return stamps.size() == wanted; }
 
-    void await()
-    {
-        if (last.get_future().wait_for(std::chrono::seconds(60)) != std::future_status::ready)
-            throw std::runtime_error("a reply is missing");
-    }
+    void awaitLast() { await(last, "a reply is missing"); }
 
     /// Between one return and the next.
     std::vector<double> nanoseconds() const
@@ -187,7 +189,7 @@ public:
         turn = &newTurn;
         for (std::size_t i = 0; i < turn->underWay; ++i)
             send();
-        newTurn.await();
+        newTurn.awaitLast();
     }
 
 private:
@@ -292,14 +294,14 @@ class Asker : public chronal::UserAdapter
 public:
     using UserAdapter::UserAdapter;
 
-    void awaitConnection() { connected.get_future().wait(); }
+    void awaitConnection() { await(connected, "no connection"); }
 
     void make(Turn& newTurn)
     {
         turn = &newTurn;
         for (std::size_t i = 0; i < newTurn.underWay; ++i)
             send();
-        newTurn.await();
+        newTurn.awaitLast();
     }
 
     void onServiceConnected() override
@@ -359,6 +361,7 @@ struct Series
 {
     const char* key;
     const char* name;
+    std::size_t floor; ///< which of the series is the floor of this one; its own for a floor
     std::deque<Turn> single;
     std::deque<Turn> many;
 };
@@ -368,24 +371,26 @@ struct Figures
     double median;     ///< nanoseconds, of all
     double bestMedian; ///< of a turn
     double p99;        ///< of all
+    double ofFloor;    ///< median of a turn, by that of the floor's in the same round
     double perSecond;  ///< median of the turns
     double bestPerSecond;
 };
 
-Figures figuresOf(const Series& series)
+Figures figuresOf(const Series& series, const Series& floor)
 {
     std::vector<double> all;
     std::vector<double> medians;
-    for (const Turn& turn : series.single) {
-        const std::vector<double> each = turn.nanoseconds();
+    std::vector<double> ratios;
+    std::vector<double> rates;
+    for (std::size_t round = 0; round < series.single.size(); ++round) {
+        const std::vector<double> each = series.single[round].nanoseconds();
         all.insert(all.end(), each.begin(), each.end());
         medians.push_back(median(each));
+        ratios.push_back(medians.back() / median(floor.single[round].nanoseconds()));
+        rates.push_back(series.many[round].perSecond());
     }
-    std::vector<double> rates;
-    for (const Turn& turn : series.many)
-        rates.push_back(turn.perSecond());
-    return {median(all), quantile(medians, 0), quantile(all, 0.99), median(rates),
-            quantile(rates, 1)};
+    return {median(all),    quantile(medians, 0), quantile(all, 0.99),
+            median(ratios), median(rates),        quantile(rates, 1)};
 }
 
 int cpuCount()
@@ -399,11 +404,11 @@ void printJson(const std::deque<Series>& all)
     std::printf("{\"cpus\": %d, \"command_bytes\": %zu, \"reply_bytes\": %zu, \"under_way\": %zu",
                 cpuCount(), commandSize, replySize, manyUnderWay);
     for (const Series& series : all) {
-        const Figures figures = figuresOf(series);
+        const Figures figures = figuresOf(series, all[series.floor]);
         std::printf(",\n \"%s\": {\"median_ns\": %.0f, \"best_median_ns\": %.0f, \"p99_ns\": %.0f, "
-                    "\"per_second\": %.0f, \"best_per_second\": %.0f}",
-                    series.key, figures.median, figures.bestMedian, figures.p99, figures.perSecond,
-                    figures.bestPerSecond);
+                    "\"of_floor\": %.3f, \"per_second\": %.0f, \"best_per_second\": %.0f}",
+                    series.key, figures.median, figures.bestMedian, figures.p99, figures.ofFloor,
+                    figures.perSecond, figures.bestPerSecond);
     }
     std::puts("}");
 }
@@ -413,13 +418,13 @@ void printTable(const std::deque<Series>& all)
     std::printf("One command of %zu bytes and its reply of %zu bytes, on %d CPUs; the last two "
                 "columns with %zu under way:\n",
                 commandSize, replySize, cpuCount(), manyUnderWay);
-    std::printf("%-24s %10s %10s %10s %12s %12s\n", "", "median", "best turn", "99 %", "a second",
-                "best turn");
+    std::printf("%-24s %10s %10s %10s %8s %12s %12s\n", "", "median", "best turn", "99 %",
+                "of floor", "a second", "best turn");
     for (const Series& series : all) {
-        const Figures figures = figuresOf(series);
-        std::printf("%-24s %7.2f us %7.2f us %7.2f us %12.0f %12.0f\n", series.name,
+        const Figures figures = figuresOf(series, all[series.floor]);
+        std::printf("%-24s %7.2f us %7.2f us %7.2f us %8.2f %12.0f %12.0f\n", series.name,
                     figures.median / 1000, figures.bestMedian / 1000, figures.p99 / 1000,
-                    figures.perSecond, figures.bestPerSecond);
+                    figures.ofFloor, figures.perSecond, figures.bestPerSecond);
     }
 }
 
@@ -463,10 +468,10 @@ int main(int argc, char** argv)
     }
     try {
         std::deque<Series> all;
-        all.push_back({"threads", "two threads, in memory", {}, {}});
-        all.push_back({"memory", "library, in memory", {}, {}});
-        all.push_back({"bytes", "bytes, over a socket", {}, {}});
-        all.push_back({"socket", "library, over a socket", {}, {}});
+        all.push_back({"threads", "two threads, in memory", 0, {}, {}});
+        all.push_back({"memory", "library, in memory", 0, {}, {}});
+        all.push_back({"bytes", "bytes, over a socket", 2, {}, {}});
+        all.push_back({"socket", "library, over a socket", 2, {}, {}});
         measure(argv[argc - 2], rounds, all);
         (json ? printJson : printTable)(all);
         return 0;
