@@ -70,19 +70,19 @@ Service::TimePoint ServiceServer::runDue()
 void ServiceServer::send(ClientId client, std::unique_ptr<SerializableMessageEvent> event)
 {
     const auto found = clients.find(client);
-    if (found == clients.end() || !event || !encode(*event))
+    recycle(outgoing);
+    if (found == clients.end() || !event || !toFrame(*event, outgoing))
         return;
     if (!found->second->deliver(outgoing))
         drop(client, ENOBUFS);
 }
 
-bool ServiceServer::encode(const SerializableMessageEvent& event)
+bool ServiceServer::toFrame(const SerializableMessageEvent& event, FrameBytes& frame) const
 {
     std::string reason;
-    recycle(outgoing);
     if (event.meta.kind == kindCommand)
         reason = "a command";
-    else if (belongsTo(service.catalogue(), event, reason) && encodeFrame(event, outgoing) != 0)
+    else if (belongsTo(service.catalogue(), event, reason) && encodeFrame(event, frame) != 0)
         reason = "longer than a frame";
     if (!reason.empty())
         log(logTrouble, "fabric-host: message of the service not sent: %s\n", reason.c_str());

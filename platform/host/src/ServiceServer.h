@@ -60,7 +60,7 @@ private:
 
     void drop(ClientId client, int reason) override;
 
-    bool encode(const SerializableMessageEvent& event);
+    bool toFrame(const SerializableMessageEvent& event, FrameBytes& frame) const;
     bool receive(ClientId client, const FrameBytes& frame);
     bool refuse(ClientId client, const char* reason);
     template <typename Call>
@@ -68,10 +68,10 @@ private:
     void tellDropped();
 
     Service& service;
+    FrameBytes outgoing; // its memory serves one frame after the other
     std::unordered_map<ClientId, std::shared_ptr<Peer>> clients;
     std::vector<ClientId> dropped; // the service has not heard of it yet
     ClientId lastClient = 0;
-    FrameBytes outgoing; // the frame being sent
     std::atomic<std::size_t> refused{0};
 };
 

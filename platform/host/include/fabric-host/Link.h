@@ -44,8 +44,8 @@ public:
     /// Goes down without a report. When it has returned, the listener is not called any more.
     virtual void close() = 0;
 
-    /// Queues a frame for the service: 0, or a negative error number (-ENOTCONN, -EAGAIN when the
-    /// queue is full, or what else keeps it from going). Never blocks. Any thread.
+    /// Queues a copy of a frame for the service: 0, or a negative error number (-ENOTCONN, -EAGAIN
+    /// when the queue is full, or what else keeps it from going). Never blocks. Any thread.
     virtual int send(const FrameBytes& frame) = 0;
 
     /// Tells the link that the listener found a frame malformed. One whose other end may be anybody
