@@ -5,6 +5,8 @@
 #include <cstring>
 #include <new>
 
+#include <boost/smart_ptr/make_shared.hpp>
+
 namespace fabric {
 namespace host {
 namespace {
@@ -299,8 +301,13 @@ decodeFrame(const FrameBytes& frame, const MessageCatalogue& catalogue, std::str
     if (!type)
         return nullptr;
 
-    const boost::shared_ptr<SerializableMessageData> data =
-        SerializableMessageData::create(type->table->size, *type->table);
+    // Reference count and owner together: SerializableMessageData::create() takes one allocation
+    // more.
+    const auto data =
+        boost::make_shared<SerializableMessageData>(nullptr, std::uint32_t{0}, type->table);
+    data->payload = std::calloc(1, type->table->size);
+    if (!data->payload)
+        throw std::bad_alloc();
     const std::uint8_t* const end = header + frame.size();
     Decoder decoder(end);
     const std::uint8_t* const rest = decoder.record(
