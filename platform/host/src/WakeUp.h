@@ -3,9 +3,11 @@
 
 #include <semaphore.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <ctime>
+#include <limits>
 
 namespace fabric {
 namespace host {
@@ -28,14 +30,16 @@ public:
     void post() noexcept { sem_post(&semaphore); }
 
     /// False when it is `until` and nothing has been posted. May return early.
-    bool wait(TimePoint until) noexcept
+    bool wait(TimePoint until)
     {
         if (until == TimePoint::max())
             return sem_wait(&semaphore) == 0 || errno == EINTR;
+        constexpr std::chrono::seconds last(std::numeric_limits<std::time_t>::max());
         const std::chrono::nanoseconds time = until.time_since_epoch();
-        const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(time);
-        const timespec end = {static_cast<std::time_t>(seconds.count()),
-                              static_cast<long>((time - seconds).count())};
+        const auto whole = std::min(std::chrono::duration_cast<std::chrono::seconds>(time), last);
+        const auto rest = time % std::chrono::seconds(1);
+        const timespec end = {static_cast<std::time_t>(whole.count()),
+                              static_cast<long>(rest.count())};
         return sem_clockwait(&semaphore, CLOCK_MONOTONIC, &end) == 0 || errno == EINTR;
     }
 
