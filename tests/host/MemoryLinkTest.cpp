@@ -93,10 +93,10 @@ TEST_F(MemoryLinkTest, MessagesArriveWholeWhereTheyAreSentToAndOnlyThoseOfTheCat
         for (const ClientId each : {3U, 2U}) // nobody and the other one
             outlet.send(each, message(change, 5));
     };
-    EXPECT_EQ(0, first.send(7, " text"));
+    EXPECT_EQ(0, first.send(7, " longer text"));
     EXPECT_EQ(0, first.send(7, " text"));
     EXPECT_THAT(answers.await(4),
-                testing::UnorderedElementsAre("1 text", "told 5", "2 text", "told 5"));
+                testing::UnorderedElementsAre("1 longer text", "told 5", "2 text", "told 5"));
     EXPECT_EQ(0U, first.session->counters().framesRefused);
 }
 

@@ -23,7 +23,7 @@ struct WireLink : fabric::host::Link
         listener = &opener, ++opened;
     }
     void close() override {}
-    int send(FrameBytes frame) override { return onSend ? onSend(frame) : 0; }
+    int send(const FrameBytes& frame) override { return onSend ? onSend(frame) : 0; }
 
     fabric::host::LinkListener* listener = nullptr;
     int opened = 0;

@@ -31,9 +31,9 @@ public:
         listener->linkUp();
     }
     void close() override {}
-    int send(FrameBytes frame) override
+    int send(const FrameBytes& frame) override
     {
-        sent.push_back(std::move(frame));
+        sent.push_back(frame);
         return 0;
     }
 

@@ -2,21 +2,33 @@
 
 #include <atomic>
 #include <cerrno>
-#include <condition_variable>
 #include <thread>
 #include <utility>
-#include <vector>
 
-#include "Contained.h"
-#include "Inbox.h"
-#include "Log.h"
 #include "ServiceServer.h"
+#include "WorkQueue.h"
 
 namespace fabric {
 namespace host {
 
+/// One thing for the service's thread to do.
+struct ServiceThread::Item
+{
+    enum Kind
+    {
+        opened,
+        frame,
+        closed
+    };
+
+    Kind kind;
+    Channel* channel;
+    FrameBytes bytes;
+    std::shared_ptr<Channel> owner; // of one that has been opened or closed
+};
+
 /// One connection, from the opening of a link until either side ends it.
-class ServiceThread::Channel : public Peer
+class ServiceThread::Channel final : public Peer
 {
 public:
     explicit Channel(LinkListener& linkListener) : listener(&linkListener) {}
@@ -46,11 +58,11 @@ public:
         return true;
     }
 
-    bool deliver(FrameBytes frame) override
+    bool deliver(const FrameBytes& frame) override
     {
         const std::lock_guard<std::mutex> lock(mutex);
         // The link's closing is under way to the server; until then nobody misses the frame.
-        return !listener || listener->frameReceived(std::move(frame));
+        return !listener || listener->frameReceived(frame);
     }
 
     void drop(int reason) override
@@ -61,8 +73,8 @@ public:
             told->linkDown(reason);
     }
 
-    ClientId client = 0;                // the service's thread only
-    std::atomic<std::size_t> frames{0}; // on their way to the service
+    WorkQueue<Item>::Quota sent;
+    ClientId client = 0; // the service's thread only
 
 private:
     std::mutex mutex;
@@ -80,109 +92,68 @@ public:
 
     ~Impl()
     {
-        {
-            const std::lock_guard<std::mutex> lock(mutex);
-            ending = true;
-        }
-        filled.notify_one();
+        queue.close();
         thread.join();
     }
 
-    void open(std::shared_ptr<Channel> channel) { push({Item::opened, std::move(channel), {}}); }
-    void close(std::shared_ptr<Channel> channel) { push({Item::closed, std::move(channel), {}}); }
+    void open(const std::shared_ptr<Channel>& channel) { push(Item::opened, channel); }
+    /// Last of all for a channel.
+    void close(const std::shared_ptr<Channel>& channel) { push(Item::closed, channel); }
 
-    int send(const std::shared_ptr<Channel>& channel, FrameBytes frame)
+    int send(Channel& channel, const FrameBytes& frame)
     {
-        if (channel->frames >= maxQueuedFrames)
-            return -EAGAIN;
-        push({Item::frame, channel, std::move(frame)});
-        return 0;
+        const bool queued = queue.push(channel.sent, [&](Item& item) {
+            item.kind = Item::frame;
+            item.channel = &channel; // which stands at least until close() is carried out
+            item.bytes = frame;
+        });
+        return queued ? 0 : -EAGAIN;
     }
 
     std::uint64_t framesRefused() const noexcept { return server.counters().framesRefused; }
 
 private:
-    struct Item
+    void push(Item::Kind kind, const std::shared_ptr<Channel>& channel)
     {
-        enum Kind
-        {
-            opened,
-            frame,
-            closed
-        };
-
-        Kind kind;
-        std::shared_ptr<Channel> channel;
-        FrameBytes bytes;
-    };
-
-    void push(Item item)
-    {
-        Channel& channel = *item.channel;
-        const bool isFrame = item.kind == Item::frame;
-        std::unique_lock<std::mutex> lock(mutex);
-        items.push_back(std::move(item));
-        if (isFrame)
-            ++channel.frames;
-        const bool first = items.size() == 1;
-        lock.unlock(); // so that the thread that wakes up need not wait for it
-        if (first)
-            filled.notify_one();
+        queue.push([&](Item& item) {
+            item.kind = kind;
+            item.channel = channel.get();
+            item.owner = channel;
+        });
     }
 
     void run()
     {
         server.start();
-        Service::TimePoint next = server.runDue();
-        std::vector<Item> batch;
-        while (take(batch, next)) {
-            for (const Item& item : batch)
+        WorkQueue<Item>::Batch batch;
+        while (queue.take(batch, server.runDue()))
+            for (Item& item : batch)
                 carryOut(item);
-            batch.clear();
-            next = server.runDue();
-        }
     }
 
-    /// Waits for items until `until`, and takes them all into `batch`, which is empty. False when
-    /// the thread is to end; by then all links have closed and nothing they sent is left.
-    bool take(std::vector<Item>& batch, Service::TimePoint until)
-    {
-        const auto awake = [this] { return ending || !items.empty(); };
-        std::unique_lock<std::mutex> lock(mutex);
-        if (until == Service::TimePoint::max())
-            filled.wait(lock, awake);
-        else
-            filled.wait_until(lock, until, awake);
-        batch.swap(items);
-        return !ending || !batch.empty();
-    }
-
-    void carryOut(const Item& item)
+    void carryOut(Item& item)
     {
         Channel& channel = *item.channel;
         switch (item.kind) {
         case Item::opened:
             if (channel.open())
-                channel.client = server.connected(item.channel);
+                channel.client = server.connected(item.owner);
             break;
         case Item::frame:
-            --channel.frames;
             server.frameReceived(channel.client, item.bytes);
+            recycle(item.bytes);
             break;
         case Item::closed:
             server.disconnected(channel.client);
             break;
         }
+        item.owner = nullptr;
     }
 
     ServiceServer server;
     const std::unique_ptr<Service> service;
 
-    std::mutex mutex;
-    std::condition_variable filled;
-    std::vector<Item> items;
-    bool ending = false;
-
+    WorkQueue<Item> queue;
     std::thread thread; // last: it uses everything above
 };
 
@@ -219,16 +190,16 @@ void MemoryLink::close()
     if (!channel)
         return;
     channel->close();
-    serviceThread->impl->close(std::move(channel));
+    serviceThread->impl->close(channel);
     channel = nullptr;
 }
 
-int MemoryLink::send(FrameBytes frame)
+int MemoryLink::send(const FrameBytes& frame)
 {
     const std::lock_guard<std::mutex> lock(mutex);
     if (!channel || !channel->isUp())
         return -ENOTCONN;
-    return serviceThread->impl->send(channel, std::move(frame));
+    return serviceThread->impl->send(*channel, frame);
 }
 
 } // namespace host

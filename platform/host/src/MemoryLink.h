@@ -28,6 +28,7 @@ public:
 
 private:
     friend class MemoryLink;
+    struct Item;
     class Channel;
     class Impl;
     std::unique_ptr<Impl> impl;
@@ -43,7 +44,7 @@ public:
 
     void open(LinkListener& listener) override;
     void close() override;
-    int send(FrameBytes frame) override;
+    int send(const FrameBytes& frame) override;
 
 private:
     const std::shared_ptr<ServiceThread> serviceThread;

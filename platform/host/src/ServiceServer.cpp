@@ -8,6 +8,7 @@
 #include "Contained.h"
 #include "Frame.h"
 #include "Log.h"
+#include "WorkQueue.h"
 
 namespace fabric {
 namespace host {
@@ -61,8 +62,9 @@ bool ServiceServer::frameReceived(ClientId client, const FrameBytes& frame)
 
 Service::TimePoint ServiceServer::runDue()
 {
-    Service::TimePoint next = Service::TimePoint::clock::now() + retryAfter;
-    callService("runDue", [&] { next = service.runDue(); });
+    Service::TimePoint next;
+    if (!callService("runDue", [&] { next = service.runDue(); }))
+        next = Service::TimePoint::clock::now() + retryAfter;
     tellDropped();
     return next;
 }
@@ -70,10 +72,10 @@ Service::TimePoint ServiceServer::runDue()
 void ServiceServer::send(ClientId client, std::unique_ptr<SerializableMessageEvent> event)
 {
     const auto found = clients.find(client);
-    FrameBytes frame;
-    if (found == clients.end() || !event || !toFrame(*event, frame))
+    recycle(outgoing);
+    if (found == clients.end() || !event || !toFrame(*event, outgoing))
         return;
-    if (!found->second->deliver(std::move(frame)))
+    if (!found->second->deliver(outgoing))
         drop(client, ENOBUFS, "it does not read");
 }
 
@@ -130,11 +132,11 @@ void ServiceServer::drop(ClientId client, int reason, const char* why)
     peer->drop(reason);
 }
 
-/// One call into the service, and no exception out of it.
+/// One call into the service, and no exception out of it: false if there was one.
 template <typename Call>
-void ServiceServer::callService(const char* operation, Call call)
+bool ServiceServer::callService(const char* operation, Call call)
 {
-    contained(call, [operation](const char* what) {
+    return contained(call, [operation](const char* what) {
         log(logTrouble, "fabric-host: exception out of the service's %s: %s\n", operation, what);
     });
 }

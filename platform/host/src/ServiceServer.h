@@ -22,7 +22,7 @@ public:
     virtual ~Peer() {}
 
     /// False when the client cannot take the frame; the server drops it then. Never blocks.
-    virtual bool deliver(FrameBytes frame) = 0;
+    virtual bool deliver(const FrameBytes& frame) = 0;
 
     /// Ends the connection; `reason` is an error number. The server has forgotten the client.
     virtual void drop(int reason) = 0;
@@ -73,10 +73,11 @@ private:
     bool receive(ClientId client, const FrameBytes& frame);
     bool refuse(ClientId client, const char* reason);
     template <typename Call>
-    void callService(const char* operation, Call call);
+    bool callService(const char* operation, Call call);
     void tellDropped();
 
     Service& service;
+    FrameBytes outgoing; // its memory serves one frame after the other
     std::unordered_map<ClientId, std::shared_ptr<Peer>> clients;
     std::vector<ClientId> dropped; // the service has not heard of it yet
     ClientId lastClient = 0;

@@ -6,7 +6,9 @@
 
 #include <atomic>
 #include <cerrno>
+#include <condition_variable>
 #include <cstring>
+#include <mutex>
 #include <random>
 #include <stdexcept>
 #include <string>
@@ -85,10 +87,11 @@ private:
 
     // Calls of the link, on its thread.
     void linkUp() override;
-    void linkFailed(int error) override { inbox.push(InboxItem(InboxItem::failed, error)); }
+    void linkFailed(int error) override { push(InboxItem::failed, error); }
     void linkDown(int reason) override;
-    bool frameReceived(FrameBytes frame) override;
+    bool frameReceived(const FrameBytes& frame) override;
 
+    void push(InboxItem::Kind kind, int reason = 0);
     void closeLink();
 
     std::string commandFault(int flags, const SerializableMessageEvent* event) const;
@@ -96,7 +99,7 @@ private:
 
     bool onDispatchThread() const noexcept;
     void dispatch();
-    bool carryOut(InboxItem& item);
+    void carryOut(InboxItem& item);
     void carryOutDetach(DetachRequest& request);
     void receive(const FrameBytes& frame);
     void deliver(const FrameBytes& frame);
@@ -114,6 +117,7 @@ private:
 
     StateHolder stateHolder;
     Inbox inbox;
+    Inbox::Quota received;
     HandlerRegistry handlers;
     ClientList clients;
 
@@ -202,14 +206,14 @@ Session::Impl::~Impl()
         ending = true;
         link->close();
     }
-    inbox.push(InboxItem(InboxItem::endDispatch));
+    inbox.close();
     dispatcher.join();
 }
 
 void Session::Impl::attach(ClientInterface& client)
 {
     clients.attach(client);
-    inbox.push(InboxItem(InboxItem::standing));
+    push(InboxItem::standing);
 }
 
 void Session::Impl::detach(ClientInterface& client)
@@ -219,7 +223,10 @@ void Session::Impl::detach(ClientInterface& client)
         return;
     }
     DetachRequest request = {client, false};
-    inbox.push(InboxItem(request));
+    inbox.push([&](InboxItem& item) {
+        item.kind = InboxItem::detach;
+        item.request = &request;
+    });
     std::unique_lock<std::mutex> lock(detachMutex);
     detached.wait(lock, [&] { return request.done || dispatchEnded; });
 }
@@ -248,7 +255,7 @@ void Session::Impl::closeLink()
         return;
     opened = false;
     link->close();
-    inbox.push(InboxItem(InboxItem::down));
+    push(InboxItem::down);
 }
 
 SessionCounters Session::Impl::counters() const noexcept
@@ -299,7 +306,7 @@ int Session::Impl::encodeAndSend(MsgIds& ids, const SerializableMessageEvent& ev
     // Both before it goes, since the reply may arrive before send() returns.
     ids = event.ids;
     ++framesSent;
-    if (const int error = link->send(std::move(frame))) {
+    if (const int error = link->send(frame)) {
         ids = noIds;
         --framesSent;
         return error;
@@ -312,22 +319,33 @@ int Session::Impl::encodeAndSend(MsgIds& ids, const SerializableMessageEvent& ev
 void Session::Impl::linkUp()
 {
     lost = false;
-    inbox.push(InboxItem(InboxItem::up));
+    push(InboxItem::up);
 }
 
 void Session::Impl::linkDown(int reason)
 {
     lost = true;
-    inbox.push(InboxItem(InboxItem::down, reason));
+    push(InboxItem::down, reason);
 }
 
-bool Session::Impl::frameReceived(FrameBytes frame)
+bool Session::Impl::frameReceived(const FrameBytes& frame)
 {
     try {
-        return inbox.pushFrame(std::move(frame));
+        return inbox.push(received, [&](InboxItem& item) {
+            item.kind = InboxItem::frame;
+            item.bytes = frame;
+        });
     } catch (const std::bad_alloc&) {
         return false; // no memory to queue it is a full queue as well
     }
+}
+
+void Session::Impl::push(InboxItem::Kind kind, int reason)
+{
+    inbox.push([&](InboxItem& item) {
+        item.kind = kind;
+        item.reason = reason;
+    });
 }
 
 bool Session::Impl::onDispatchThread() const noexcept
@@ -349,23 +367,19 @@ void Session::Impl::dispatch()
         Impl& session;
     } const ended = {*this};
 
-    std::vector<InboxItem> batch;
-    for (;;) {
-        inbox.take(batch);
+    Inbox::Batch batch;
+    while (inbox.take(batch))
         for (InboxItem& item : batch)
-            if (!carryOut(item))
-                return;
-        batch.clear();
-    }
+            carryOut(item);
+    clients.detachAll();
 }
 
-/// False for the last item.
-bool Session::Impl::carryOut(InboxItem& item)
+void Session::Impl::carryOut(InboxItem& item)
 {
     switch (item.kind) {
     case InboxItem::frame:
-        inbox.frameTaken();
         receive(item.bytes);
+        recycle(item.bytes);
         break;
     case InboxItem::up:
         log(logInformation, "fabric-host: connected\n");
@@ -386,11 +400,7 @@ bool Session::Impl::carryOut(InboxItem& item)
     case InboxItem::detach:
         carryOutDetach(*item.request);
         break;
-    case InboxItem::endDispatch:
-        clients.detachAll();
-        return false;
     }
-    return true;
 }
 
 void Session::Impl::carryOutDetach(DetachRequest& request)

@@ -49,10 +49,10 @@ public:
 
     // Any thread.
 
-    int send(FrameBytes frame)
+    int send(const FrameBytes& frame)
     {
         const std::shared_ptr<Connection> current = standing();
-        return current ? current->send(std::move(frame)) : -ENOTCONN;
+        return current ? current->send(frame) : -ENOTCONN;
     }
 
     void frameRefused();
@@ -70,7 +70,7 @@ private:
         int frameReceived(FrameBytes frame) override
         {
             owner.delay = firstDelay;
-            return owner.listener.frameReceived(std::move(frame)) ? 0 : ENOBUFS;
+            return owner.listener.frameReceived(frame) ? 0 : ENOBUFS;
         }
 
         void ended(int reason) override { owner.lost(reason); }
@@ -190,10 +190,10 @@ void SocketLink::close()
     connector = nullptr;
 }
 
-int SocketLink::send(FrameBytes frame)
+int SocketLink::send(const FrameBytes& frame)
 {
     const std::lock_guard<std::mutex> lock(mutex);
-    return connector ? connector->send(std::move(frame)) : -ENOTCONN;
+    return connector ? connector->send(frame) : -ENOTCONN;
 }
 
 void SocketLink::frameRefused()

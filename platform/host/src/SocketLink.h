@@ -29,7 +29,7 @@ public:
 
     void open(LinkListener& listener) override;
     void close() override;
-    int send(FrameBytes frame) override;
+    int send(const FrameBytes& frame) override;
     void frameRefused() override;
 
 private:

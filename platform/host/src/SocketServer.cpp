@@ -89,7 +89,7 @@ public:
     }
 
     /// Of a client that cannot be reached any more, what it had sent is still read.
-    bool deliver(FrameBytes frame) override { return send(std::move(frame)) != -EAGAIN; }
+    bool deliver(const FrameBytes& frame) override { return send(frame) != -EAGAIN; }
 
     void drop(int) override
     {

@@ -24,7 +24,7 @@ public:
     /// that connection comes afterwards. The link may try to come up again on its own.
     virtual void linkDown(int reason) = 0;
     /// False when the listener's queue is full: the link is to go down with ENOBUFS.
-    virtual bool frameReceived(FrameBytes frame) = 0;
+    virtual bool frameReceived(const FrameBytes& frame) = 0;
 
 protected:
     ~LinkListener() {}
@@ -44,9 +44,9 @@ public:
     /// Goes down without a report. When it has returned, the listener is not called any more.
     virtual void close() = 0;
 
-    /// Queues a frame for the service: 0, or a negative error number (-ENOTCONN, -EAGAIN when the
-    /// queue is full, or what else keeps it from going). Never blocks. Any thread.
-    virtual int send(FrameBytes frame) = 0;
+    /// Queues a copy of a frame for the service: 0, or a negative error number (-ENOTCONN, -EAGAIN
+    /// when the queue is full, or what else keeps it from going). Never blocks. Any thread.
+    virtual int send(const FrameBytes& frame) = 0;
 
     /// Tells the link that the listener found a frame malformed. One whose other end may be anybody
     /// goes down with EBADMSG; it does nothing here. Any thread.
