@@ -169,7 +169,8 @@ std::string getTimeSpanStr(const nubOsalTime_struct& span)
 std::string getTimeStr(const nubOsalTime_struct& time)
 {
     nubOsalTime_struct normalized = time;
-    nubOsalNormalizeTime(&normalized);
+    if (!isPlain(time))
+        nubOsalNormalizeTime(&normalized);
     if (normalized.seconds < 0)
         return getTimeSpanStr(time);
 
