@@ -11,6 +11,7 @@
 #include <chronal/UserAdapter.h>
 #include <fabric/Twine.h>
 
+#include "../tests/library/NullMiddleware.h"
 #include "Floor.h"
 #include "Frame.h"
 #include "Samples.h"
@@ -22,40 +23,6 @@ namespace {
 using namespace fabric::host;
 
 constexpr std::uint32_t serviceId = 1;
-
-// The middleware that does nothing but what it must.
-
-class NullService : public fabric::ServiceInterface
-{
-public:
-    std::uint32_t getServiceId() override { return serviceId; }
-};
-
-class NullComponent : public fabric::AbstractComponent
-{
-public:
-    NullComponent() : AbstractComponent(2) {}
-    int addEventHandler(const fabric::MsgMeta&, int, const fabric::EventHandler&) override
-    {
-        return 0;
-    }
-    void removeEventHandler(int) override {}
-};
-
-class NullApplication : public fabric::AbstractApplication
-{
-public:
-    using AbstractApplication::AbstractApplication;
-    int addEventHandler(const fabric::MsgMeta&, int, const fabric::EventHandler&) override
-    {
-        return 0;
-    }
-    int sendEvent(fabric::MsgIds&, int, fabric::SerializableMessageEvent* event) override
-    {
-        delete event;
-        return 0;
-    }
-};
 
 /// Hears nothing.
 class DeafAdapter : public chronal::UserAdapter
@@ -95,9 +62,9 @@ protected:
 };
 
 fabric::StateHolder holder;
-NullComponent component;
-NullApplication application(holder);
-NullService service;
+desk::NullComponent component;
+desk::NullApplication application(holder);
+desk::NullService service;
 
 template <typename Adapter>
 struct Ready : Adapter

@@ -1,5 +1,6 @@
 #include "../library/CommandRows.h"
 #include "../library/Desk.h"
+#include "../library/NullMiddleware.h"
 
 #include <cstdlib>
 #include <new>
@@ -104,37 +105,14 @@ void operator delete(void* block, std::size_t) noexcept
 
 namespace {
 
-/// Keeps nothing and allocates nothing.
-class NullService : public fabric::ServiceInterface
+class CountingApplication : public desk::NullApplication
 {
 public:
-    std::uint32_t getServiceId() override { return 1; }
-};
-
-class NullComponent : public fabric::AbstractComponent
-{
-public:
-    NullComponent() : AbstractComponent(2) {}
-    int addEventHandler(const fabric::MsgMeta&, int, const fabric::EventHandler&) override
+    using NullApplication::NullApplication;
+    int sendEvent(fabric::MsgIds& ids, int flags, fabric::SerializableMessageEvent* event) override
     {
-        return 0;
-    }
-    void removeEventHandler(int) override {}
-};
-
-class DestroyingApplication : public fabric::AbstractApplication
-{
-public:
-    using AbstractApplication::AbstractApplication;
-    int addEventHandler(const fabric::MsgMeta&, int, const fabric::EventHandler&) override
-    {
-        return 0;
-    }
-    int sendEvent(fabric::MsgIds&, int, fabric::SerializableMessageEvent* event) override
-    {
-        delete event;
         ++sent;
-        return 0;
+        return NullApplication::sendEvent(ids, flags, event);
     }
 
     int sent = 0;
@@ -144,9 +122,9 @@ class Allocation : public ::testing::Test
 {
 protected:
     fabric::StateHolder holder;
-    NullComponent component;
-    DestroyingApplication application{holder};
-    NullService service;
+    desk::NullComponent component;
+    CountingApplication application{holder};
+    desk::NullService service;
     desk::BareAdapter adapter{application, component};
     fabric::MsgIds ids = {};
 };
