@@ -2,10 +2,6 @@
 
 namespace fabric {
 
-Event::Event(const MsgMeta& identity, const EndpointId& from) : meta(identity), sender(from), ids()
-{
-}
-
 Event::~Event() = default;
 
 } // namespace fabric

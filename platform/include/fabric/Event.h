@@ -11,7 +11,7 @@ class FABRIC_API Event
 {
 public:
     /// Copies identity and sender; the ids are zero until the middleware sets them.
-    Event(const MsgMeta& identity, const EndpointId& from);
+    Event(const MsgMeta& identity, const EndpointId& from) : meta(identity), sender(from), ids() {}
     virtual ~Event();
 
     Event(const Event&) = delete;

@@ -18,7 +18,7 @@ namespace fabric {
 
 /// Owns one payload record and whatever the record owns. Shared by the sender, the event and the
 /// receivers; the last of them to let go releases it, on its own thread.
-class SerializableMessageData
+class SerializableMessageData final
 {
 public:
     /// Takes over `record`, which comes from calloc() and may be null.
