@@ -154,9 +154,9 @@ TEST(Debug, ALineIsWrittenInFullByAThreadThatIsBeingCancelled)
 
 TEST(Twine, ReleasingFreesStringsAtAnyDepthOnceAndAcceptsNull)
 {
-    const nubEndianEntry_t entries[] = {nested(0, recordTable), nested(sizeof(Record), recordTable),
-                                        end};
-    const nubEndianTable_t table = {2 * sizeof(Record), entries};
+    static const nubEndianEntry_t entries[] = {nested(0, recordTable),
+                                               nested(sizeof(Record), recordTable), end};
+    static const nubEndianTable_t table = {2 * sizeof(Record), entries};
     const MsgMeta release = {0xffffffff, 0, 0, 0xff};
     Record records[2] = {};
     for (Record& each : records)

@@ -10,18 +10,11 @@ namespace {
 struct KnownShape
 {
     KnownShape(const nubEndianTable_t& ofTable, const KnownShape* behind)
-        : table(&ofTable), entries(ofTable.entries), shape(ofTable), next(behind)
+        : table(&ofTable), shape(ofTable), next(behind)
     {
-    }
-
-    // With the entries, in case that another library is loaded where one used to be.
-    bool isOf(const nubEndianTable_t& other) const noexcept
-    {
-        return table == &other && entries == other.entries;
     }
 
     const nubEndianTable_t* table;
-    const nubEndianEntry_t* entries;
     RecordShape shape;
     const KnownShape* next;
 };
@@ -63,7 +56,7 @@ const RecordShape& RecordShape::of(const nubEndianTable_t& table)
 {
     Slot& slot = knownShapes[reinterpret_cast<std::uintptr_t>(&table) / sizeof(table) % slots];
     for (const KnownShape* known = slot.load(std::memory_order_acquire); known; known = known->next)
-        if (known->isOf(table))
+        if (known->table == &table)
             return known->shape;
     return add(table, slot);
 }

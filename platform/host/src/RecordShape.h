@@ -53,8 +53,8 @@ struct RecordShape
 {
     explicit RecordShape(const nubEndianTable_t& table);
 
-    /// The shape of a table, found when it is first asked for and kept from then on: a table is
-    /// constant data, of a library that stays loaded. Any thread; may throw std::bad_alloc.
+    /// The shape of a table, found when it is first asked for and kept from then on, as the table
+    /// is. Any thread; may throw std::bad_alloc.
     static const RecordShape& of(const nubEndianTable_t& table);
 
     std::vector<RecordMember> members;

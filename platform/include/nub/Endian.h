@@ -7,8 +7,10 @@
 
 /// Byte-order tables: how the middleware finds the scalars and strings of a payload record.
 ///
-/// A table names every member of its record once, padding never. The layout of the types below is
-/// read by the middleware's conversion code.
+/// A table names every member of its record once, padding never. It is constant data that stands
+/// for the life of the process: messages under way refer to it, and the middleware remembers by its
+/// address what it has read. The layout of the types below is read by the middleware's conversion
+/// code.
 
 struct nubEndianTable_t;
 
