@@ -5,6 +5,8 @@
 #include <thread>
 #include <utility>
 
+#include "Contained.h"
+#include "Log.h"
 #include "ServiceServer.h"
 #include "WorkQueue.h"
 
@@ -133,7 +135,16 @@ private:
 
     void carryOut(Item& item)
     {
-        Channel& channel = *item.channel;
+        const bool done = contained(
+            [&] { carryOut(item, *item.channel); },
+            [](const char* what) { log(logTrouble, "fabric-host: client lost: %s\n", what); });
+        if (!done)
+            item.channel->drop(ENOMEM);
+        item.owner = nullptr;
+    }
+
+    void carryOut(Item& item, Channel& channel)
+    {
         switch (item.kind) {
         case Item::opened:
             if (channel.open())
@@ -147,7 +158,6 @@ private:
             server.disconnected(channel.client);
             break;
         }
-        item.owner = nullptr;
     }
 
     ServiceServer server;
@@ -184,7 +194,7 @@ void MemoryLink::open(LinkListener& listener)
     serviceThread->impl->open(channel);
 }
 
-void MemoryLink::close()
+void MemoryLink::close() noexcept
 {
     const std::lock_guard<std::mutex> lock(mutex);
     if (!channel)

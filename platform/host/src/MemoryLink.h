@@ -43,7 +43,9 @@ public:
     ~MemoryLink() override;
 
     void open(LinkListener& listener) override;
-    void close() override;
+    /// Ends the process when there is no memory for the service to hear of it: what is still under
+    /// way needs that last item.
+    void close() noexcept override;
     int send(const FrameBytes& frame) override;
 
 private:

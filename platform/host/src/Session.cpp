@@ -96,6 +96,7 @@ private:
 
     std::string commandFault(int flags, const SerializableMessageEvent* event) const;
     int encodeAndSend(MsgIds& ids, const SerializableMessageEvent& event);
+    int handOver(const FrameBytes& frame);
 
     bool onDispatchThread() const noexcept;
     void dispatch();
@@ -296,6 +297,15 @@ std::string Session::Impl::commandFault(int flags, const SerializableMessageEven
     return reason;
 }
 
+int Session::Impl::handOver(const FrameBytes& frame)
+{
+    try {
+        return link->send(frame);
+    } catch (const std::bad_alloc&) {
+        return -ENOMEM;
+    }
+}
+
 int Session::Impl::encodeAndSend(MsgIds& ids, const SerializableMessageEvent& event)
 {
     FrameBytes frame;
@@ -306,7 +316,7 @@ int Session::Impl::encodeAndSend(MsgIds& ids, const SerializableMessageEvent& ev
     // Both before it goes, since the reply may arrive before send() returns.
     ids = event.ids;
     ++framesSent;
-    if (const int error = link->send(frame)) {
+    if (const int error = handOver(frame)) {
         ids = noIds;
         --framesSent;
         return error;
