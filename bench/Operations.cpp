@@ -114,6 +114,10 @@ struct Sample
     const FrameBytes frame;
 };
 
+const nubEndianEntry_t noEntries[] = {{0, nubEndianArgument_t(std::uintptr_t(0xffffffff))}};
+const nubEndianTable_t emptyTable = {sizeof(std::uint32_t), noEntries};
+
+const Sample nothing(emptyTable); ///< a record without fields
 const Sample dummy(__nub_EndianTable_chronalCmdDummy_t);
 const Sample dst(__nub_EndianTable_chronalMsgDST_t);
 const Sample dtvTime(__nub_EndianTable_chronalMsgDtvTime_t);
@@ -191,6 +195,7 @@ const Operation operations[] = {
     {"encode/ref-time-data", encode<refTimeData>, floors::encodeTimes},
     {"encode/ref-time-id", encode<refTimeId>, nullptr},
 
+    {"decode/nothing", decode<nothing>, nullptr},
     {"decode/dummy", decode<dummy>, nullptr},
     {"decode/dst", decode<dst>, nullptr},
     {"decode/dtv-time", decode<dtvTime>, nullptr},

@@ -1,5 +1,5 @@
 # Reads the budget, then the counts: a row for each operation, with where its instructions are
-# spent. Fails when one is above its budget.
+# spent. Fails when one is above its budget, when one has no budget, and when a budget has none.
 
 FILENAME != "-" { if (!/^#/) limit[$1] = $2; next }
 { total[$1, $2] = $3 + $4 + $5 + $6 }
@@ -22,5 +22,10 @@ END {
         printf "%-28s %s %6d %6s %6s %6s%s\n", name, parts[name], own, floor, ratio, most,
             over ? "  above the budget" : ""
     }
-    exit worst
+    for (name in limit)
+        if (!(("own", name) in total)) {
+            print name ": in the budget, but not counted"
+            worst = 1
+        }
+    exit worst || count == 0
 }

@@ -1,6 +1,7 @@
 # Reads callgrind's dumps. One line for each: whose, operation, instructions of library, host
 # platform, allocator and the rest; allocations, releases, and what must not happen: locks, system
-# calls, formatted texts. Each counted for one call, of `repetitions`.
+# calls, formatted texts. Each counted for one call, of `repetitions`; what happens now and then
+# counts as happening.
 
 function named(field,    at)
 {
@@ -10,13 +11,18 @@ function named(field,    at)
     return names[kind, substr(field, 1, at)]
 }
 
+function rounded_up(value)
+{
+    return value > int(value) ? int(value) + 1 : value
+}
+
 function report()
 {
     if (who == "")
         return
     printf "%s %s", who, operation
     for (i = 1; i <= columns; ++i)
-        printf " %d", count[column[i]] / repetitions
+        printf " %d", i <= 4 ? count[column[i]] / repetitions : rounded_up(count[column[i]] / repetitions)
     print ""
 }
 
@@ -31,11 +37,11 @@ FNR == 1 { report(); split("", names); split("", count); who = "" }
 
 /^calls=/ {
     times = substr($1, length("calls=") + 1)
-    if (name ~ /^(malloc|calloc|realloc)$/)
+    if (name ~ /^(malloc|calloc|realloc|memalign|aligned_alloc|posix_memalign)$/)
         count["allocations"] += times
     else if (name == "free")
         count["releases"] += times
-    else if (name ~ /mutex_(try)?lock|printf/)
+    else if (name ~ /mutex_(try)?lock|rwlock_|spin_lock|sem_|cond_|pthread_once|__cxa_guard|printf/)
         count["hindrances"] += times
     getline # what the callee costs, which has lines of its own
     next

@@ -20,13 +20,13 @@ BEGIN {
 
 FILENAME == "-" { value[$1] = $2; next }
 /^#/ || NF == 0 { next }
-!header++ { printf "%-66s%19s %10s\n", "reach", "limit", "measured" }
+!header++ { printf "%-70s%19s %10s\n", "reach", "limit", "measured" }
 
 {
     relation = $1; limit = $2; name = $3; per = $4
     for (i = 1; i <= 4; ++i)
         sub(/^[^ ]+ +/, "")
-    printf "%-66s%9s %9s", $0, said[relation], shown(limit)
+    printf "%-70s%9s %9s", $0, said[relation], shown(limit)
     if (!(name in value) || (per != 1 && !(per in value))) {
         printf " %10s  not measured\n", "-"
         next

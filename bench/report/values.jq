@@ -16,11 +16,15 @@ def times: [.benchmarks[] | select(.run_type == "iteration")] | group_by(.family
 def round_trip($who): "min/round-trip/\($who) \(.best_median_ns)",
   "median/round-trip/\($who) \(.median_ns)", "p99/round-trip/\($who) \(.p99_ns)",
   "of-floor/round-trip/\($who) \(.of_floor)",
-  "per-second/round-trip/\($who) \(.best_per_second)";
+  "per-second/round-trip/\($who) \(.per_second)", "best-per-second/round-trip/\($who) \(.best_per_second)";
 
 (.times | times),
 (.round_trip | (.memory | round_trip("own")), (.threads | round_trip("floor"))),
 (.round_trips | times),
+(.counts as $counts | def total: .library + .host + .allocator + .rest;
+  ($counts[] | select(.operation == "decode/nothing") | total) as $nothing
+  | $counts[] | select(.operation == "decode/ref-time-data" and .who == "own")
+  | "record/decode/ref-time-data/own \(total - $nothing)"),
 (.counts[] | "\(.operation)/\(.who)" as $name
   | "instructions/\($name) \(.library + .host + .allocator + .rest)",
     "unallocated/\($name) \(.library + .host + .rest)",
