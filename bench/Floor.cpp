@@ -6,10 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <new>
 #include <string>
-#include <utility>
-#include <vector>
 
 #include "FloorMiddleware.h"
 #include "Samples.h"
@@ -19,20 +16,6 @@ namespace bench {
 namespace floors {
 namespace {
 
-void* checked(void* block)
-{
-    if (!block)
-        throw std::bad_alloc();
-    return block;
-}
-
-Count* created(std::size_t size, Release releaseStrings)
-{
-    void* const record = checked(std::calloc(1, size));
-    Owner* const owner = new Owner{releaseStrings, record, 0, nullptr};
-    return new Count{nullptr, {1}, {1}, owner};
-}
-
 void handOver(fabric::MsgIds& ids, Count* count)
 {
     count->acquire();
@@ -41,20 +24,6 @@ void handOver(fabric::MsgIds& ids, Count* count)
     if (application->sendEvent(ids, 0, event) < 0)
         std::abort();
     count->release();
-}
-
-template <typename Record>
-Record& recordOf(const Count& count)
-{
-    return *static_cast<Record*>(count.owner->record);
-}
-
-void set(nubDeserString_t& field, const char* chars, std::size_t length)
-{
-    field.length = static_cast<std::uint32_t>(length);
-    field.chars = static_cast<char*>(checked(std::malloc(length + 1)));
-    std::memcpy(field.chars, chars, length);
-    field.chars[length] = '\0';
 }
 
 void releaseNothing(std::uint32_t, const fabric::MsgMeta*, const nubEndianTable_t*, void*) {}
@@ -133,90 +102,6 @@ int receiveZone(Listener& listener, const Event& event)
         if (heard(listener, Listener::zoneEntry))
             listener.zone(event.ids, name, when);
     });
-}
-
-// Frames: the header's words and the record's, each swapped in its place.
-
-template <typename Word>
-std::uint8_t* put(std::uint8_t* out, Word word)
-{
-    word = sizeof(Word) == 8
-               ? static_cast<Word>(__builtin_bswap64(static_cast<std::uint64_t>(word)))
-               : static_cast<Word>(__builtin_bswap32(static_cast<std::uint32_t>(word)));
-    std::memcpy(out, &word, sizeof(word));
-    return out + sizeof(word);
-}
-
-template <typename Word>
-const std::uint8_t* get(const std::uint8_t* in, Word& word)
-{
-    std::memcpy(&word, in, sizeof(word));
-    word = sizeof(Word) == 8
-               ? static_cast<Word>(__builtin_bswap64(static_cast<std::uint64_t>(word)))
-               : static_cast<Word>(__builtin_bswap32(static_cast<std::uint32_t>(word)));
-    return in + sizeof(word);
-}
-
-std::uint8_t* put(std::uint8_t* out, const nubOsalTime_struct& from)
-{
-    return put(put(out, from.seconds), from.microseconds);
-}
-
-const std::uint8_t* get(const std::uint8_t* in, nubOsalTime_struct& to)
-{
-    return get(get(in, to.seconds), to.microseconds);
-}
-
-std::uint8_t* putHeader(std::vector<std::uint8_t>& frame, std::size_t size)
-{
-    frame.resize(size);
-    std::uint8_t* out = put(frame.data(), static_cast<std::uint32_t>(size));
-    for (std::uint32_t word = 0; word < 8; ++word)
-        out = put(out, word);
-    return out;
-}
-
-std::vector<std::uint8_t> encoded(const chronalMsgCmdRefTimeData_t& record,
-                                  std::vector<std::uint8_t> frame)
-{
-    std::uint8_t* out = put(putHeader(frame, 36 + 56), std::int32_t{record.refTimeId});
-    out = put(out, record.time1);
-    out = put(out, record.time2);
-    out = put(out, record.value);
-    out = put(out, record.time3);
-    put(out, record.time4);
-    return frame;
-}
-
-std::vector<std::uint8_t> encoded(const std::string& text, const nubOsalTime_struct& when,
-                                  std::vector<std::uint8_t> frame)
-{
-    std::uint8_t* out =
-        put(putHeader(frame, 36 + 4 + text.size() + 12), static_cast<std::uint32_t>(text.size()));
-    std::memcpy(out, text.data(), text.size());
-    put(out + text.size(), when);
-    return frame;
-}
-
-chronalMsgCmdRefTimeData_t timesRecord;
-std::vector<std::uint8_t> timesFrame = encoded(timesRecord, {});
-std::vector<std::uint8_t> zoneFrame = encoded(longZone, time, {});
-
-/// The message that a frame's header and its record make, at once released.
-void deliver(const std::uint8_t* header, Count* count)
-{
-    Event* const event = new Event{nullptr, {}, {}, {}, count->owner, count};
-    header = get(header + 4, event->identity.serviceId);
-    header = get(header, event->identity.resourceId);
-    header = get(header, event->identity.operationId);
-    event->identity.kind = *header;
-    header = get(header + 4, event->sender.node);
-    header = get(header, event->sender.componentId);
-    header = get(header, event->ids.originId);
-    get(header, event->ids.messageId);
-    keep(*event);
-    event->count->release();
-    delete event;
 }
 
 std::int32_t milliseconds(const nubOsalTime_struct& from)
@@ -300,45 +185,6 @@ void receiveLongZone()
 void receiveLongZoneUnheard()
 {
     receiveZone(*deaf, longZoneEvent);
-}
-
-void encodeTimes()
-{
-    keep(timesRecord);
-    timesFrame = encoded(timesRecord, std::move(timesFrame));
-    keep(timesFrame);
-}
-
-void encodeZone()
-{
-    zoneFrame = encoded(longZone, time, std::move(zoneFrame));
-    keep(zoneFrame);
-}
-
-void decodeTimes()
-{
-    Count* const count = created(sizeof(chronalMsgCmdRefTimeData_t), releaseNothing);
-    auto& record = recordOf<chronalMsgCmdRefTimeData_t>(*count);
-    std::int32_t word;
-    const std::uint8_t* in = get(timesFrame.data() + 36, word);
-    record.refTimeId = static_cast<chronal::referenceTimeId_enum>(word);
-    in = get(in, record.time1);
-    in = get(in, record.time2);
-    in = get(in, record.value);
-    in = get(in, record.time3);
-    get(in, record.time4);
-    deliver(timesFrame.data(), count);
-}
-
-void decodeZone()
-{
-    Count* const count = created(sizeof(chronalMsgTimezone_t), releaseZone);
-    auto& record = recordOf<chronalMsgTimezone_t>(*count);
-    std::uint32_t length;
-    const std::uint8_t* const in = get(zoneFrame.data() + 36, length);
-    set(record.timezone, reinterpret_cast<const char*>(in), length);
-    get(in + length, record.time);
-    deliver(zoneFrame.data(), count);
 }
 
 // Texts: the snprintf() calls alone, without the string that they make together; a marker has none.

@@ -28,11 +28,6 @@ void receiveShortZoneUnheard();
 void receiveLongZone();
 void receiveLongZoneUnheard();
 
-void encodeTimes();
-void encodeZone();
-void decodeTimes();
-void decodeZone();
-
 void printMarker();
 void printShortSpan();
 void printLongSpan();

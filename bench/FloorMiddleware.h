@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 #include <string>
 
 #include <chronal/ReferenceTimeId.h>
@@ -112,6 +113,35 @@ extern Service* service;
 extern Application* application;
 extern Listener* deaf;
 extern Listener* hearing; ///< one with functions of its own
+
+inline void* checked(void* block)
+{
+    if (!block)
+        throw std::bad_alloc();
+    return block;
+}
+
+/// A record and its owner, with one use.
+inline Count* created(std::size_t size, Release releaseStrings)
+{
+    void* const record = checked(std::calloc(1, size));
+    Owner* const owner = new Owner{releaseStrings, record, 0, nullptr};
+    return new Count{nullptr, {1}, {1}, owner};
+}
+
+template <typename Record>
+inline Record& recordOf(const Count& count)
+{
+    return *static_cast<Record*>(count.owner->record);
+}
+
+inline void set(nubDeserString_t& field, const char* chars, std::size_t length)
+{
+    field.length = static_cast<std::uint32_t>(length);
+    field.chars = static_cast<char*>(checked(std::malloc(length + 1)));
+    std::memcpy(field.chars, chars, length);
+    field.chars[length] = '\0';
+}
 
 } // namespace floors
 } // namespace bench

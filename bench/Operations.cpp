@@ -13,6 +13,7 @@
 
 #include "../tests/library/NullMiddleware.h"
 #include "Floor.h"
+#include "FloorFrames.h"
 #include "Frame.h"
 #include "Samples.h"
 
@@ -132,6 +133,40 @@ const Sample timeAtData(__nub_EndianTable_chronalMsgCmdTimeAtData_t);
 const Sample refTimeData(__nub_EndianTable_chronalMsgCmdRefTimeData_t);
 const Sample refTimeId(__nub_EndianTable_chronalMsgCmdRefTimeId_t);
 
+/// The same, as by hand.
+namespace by_hand {
+
+floors::Frames<chronalCmdDummy_t, &chronalCmdDummy_t::dummy> dummy;
+floors::Frames<chronalMsgDST_t, &chronalMsgDST_t::dst> dst;
+floors::Frames<chronalMsgDtvTime_t, &chronalMsgDtvTime_t::dtvTime> dtvTime;
+floors::Frames<chronalMsgTimezone_t, &chronalMsgTimezone_t::timezone, &chronalMsgTimezone_t::time>
+    timezone;
+floors::Frames<chronalMsgAutoTime_t, &chronalMsgAutoTime_t::autoTime> autoTime;
+floors::Frames<chronalMsgNtpData_t, &chronalMsgNtpData_t::text, &chronalMsgNtpData_t::flag> ntpData;
+floors::Frames<chronalMsgDateTime_t, &chronalMsgDateTime_t::time0, &chronalMsgDateTime_t::time1,
+               &chronalMsgDateTime_t::time2, &chronalMsgDateTime_t::time3,
+               &chronalMsgDateTime_t::time4, &chronalMsgDateTime_t::value,
+               &chronalMsgDateTime_t::text, &chronalMsgDateTime_t::flag1,
+               &chronalMsgDateTime_t::flag2, &chronalMsgDateTime_t::timezoneSyncEnable>
+    dateTime(shortZone);
+floors::Frames<chronalMsgReplyResult_t, &chronalMsgReplyResult_t::result> replyResult;
+floors::Frames<chronalMsgReplyTime_t, &chronalMsgReplyTime_t::refTimeId,
+               &chronalMsgReplyTime_t::utcTime, &chronalMsgReplyTime_t::utcDeviation,
+               &chronalMsgReplyTime_t::localTime, &chronalMsgReplyTime_t::flag,
+               &chronalMsgReplyTime_t::value>
+    replyTime;
+floors::Frames<chronalMsgCmdTimeAtData_t, &chronalMsgCmdTimeAtData_t::time,
+               &chronalMsgCmdTimeAtData_t::isUtc>
+    timeAtData;
+floors::Frames<chronalMsgCmdRefTimeData_t, &chronalMsgCmdRefTimeData_t::refTimeId,
+               &chronalMsgCmdRefTimeData_t::time1, &chronalMsgCmdRefTimeData_t::time2,
+               &chronalMsgCmdRefTimeData_t::value, &chronalMsgCmdRefTimeData_t::time3,
+               &chronalMsgCmdRefTimeData_t::time4>
+    refTimeData;
+floors::Frames<chronalMsgCmdRefTimeId_t, &chronalMsgCmdRefTimeId_t::refTimeId> refTimeId;
+
+} // namespace by_hand
+
 FrameBytes target;
 
 template <const Sample& sample>
@@ -146,6 +181,18 @@ void decode()
 {
     std::string reason;
     keep(*decodeFrame(sample.frame, {serviceId, &sample.type, 1}, reason));
+}
+
+template <auto& frames>
+void encodeByHand()
+{
+    frames.encode();
+}
+
+template <auto& frames>
+void decodeByHand()
+{
+    frames.decode();
 }
 
 /// What the release of a message asks of the middleware.
@@ -182,32 +229,32 @@ const Operation operations[] = {
     {"release/80-byte", release<refTimeData>, nullptr},
     {"release/4-byte", release<refTimeId>, nullptr},
 
-    {"encode/dummy", encode<dummy>, nullptr},
-    {"encode/dst", encode<dst>, nullptr},
-    {"encode/dtv-time", encode<dtvTime>, nullptr},
-    {"encode/timezone", encode<timezoneLong>, floors::encodeZone},
-    {"encode/auto-time", encode<autoTime>, nullptr},
-    {"encode/ntp-data", encode<ntpData>, nullptr},
-    {"encode/date-time", encode<dateTime>, nullptr},
-    {"encode/reply-result", encode<replyResult>, nullptr},
-    {"encode/reply-time", encode<replyTime>, nullptr},
-    {"encode/time-at-data", encode<timeAtData>, nullptr},
-    {"encode/ref-time-data", encode<refTimeData>, floors::encodeTimes},
-    {"encode/ref-time-id", encode<refTimeId>, nullptr},
+    {"encode/dummy", encode<dummy>, encodeByHand<by_hand::dummy>},
+    {"encode/dst", encode<dst>, encodeByHand<by_hand::dst>},
+    {"encode/dtv-time", encode<dtvTime>, encodeByHand<by_hand::dtvTime>},
+    {"encode/timezone", encode<timezoneLong>, encodeByHand<by_hand::timezone>},
+    {"encode/auto-time", encode<autoTime>, encodeByHand<by_hand::autoTime>},
+    {"encode/ntp-data", encode<ntpData>, encodeByHand<by_hand::ntpData>},
+    {"encode/date-time", encode<dateTime>, encodeByHand<by_hand::dateTime>},
+    {"encode/reply-result", encode<replyResult>, encodeByHand<by_hand::replyResult>},
+    {"encode/reply-time", encode<replyTime>, encodeByHand<by_hand::replyTime>},
+    {"encode/time-at-data", encode<timeAtData>, encodeByHand<by_hand::timeAtData>},
+    {"encode/ref-time-data", encode<refTimeData>, encodeByHand<by_hand::refTimeData>},
+    {"encode/ref-time-id", encode<refTimeId>, encodeByHand<by_hand::refTimeId>},
 
     {"decode/nothing", decode<nothing>, nullptr},
-    {"decode/dummy", decode<dummy>, nullptr},
-    {"decode/dst", decode<dst>, nullptr},
-    {"decode/dtv-time", decode<dtvTime>, nullptr},
-    {"decode/timezone", decode<timezoneLong>, floors::decodeZone},
-    {"decode/auto-time", decode<autoTime>, nullptr},
-    {"decode/ntp-data", decode<ntpData>, nullptr},
-    {"decode/date-time", decode<dateTime>, nullptr},
-    {"decode/reply-result", decode<replyResult>, nullptr},
-    {"decode/reply-time", decode<replyTime>, nullptr},
-    {"decode/time-at-data", decode<timeAtData>, nullptr},
-    {"decode/ref-time-data", decode<refTimeData>, floors::decodeTimes},
-    {"decode/ref-time-id", decode<refTimeId>, nullptr},
+    {"decode/dummy", decode<dummy>, decodeByHand<by_hand::dummy>},
+    {"decode/dst", decode<dst>, decodeByHand<by_hand::dst>},
+    {"decode/dtv-time", decode<dtvTime>, decodeByHand<by_hand::dtvTime>},
+    {"decode/timezone", decode<timezoneLong>, decodeByHand<by_hand::timezone>},
+    {"decode/auto-time", decode<autoTime>, decodeByHand<by_hand::autoTime>},
+    {"decode/ntp-data", decode<ntpData>, decodeByHand<by_hand::ntpData>},
+    {"decode/date-time", decode<dateTime>, decodeByHand<by_hand::dateTime>},
+    {"decode/reply-result", decode<replyResult>, decodeByHand<by_hand::replyResult>},
+    {"decode/reply-time", decode<replyTime>, decodeByHand<by_hand::replyTime>},
+    {"decode/time-at-data", decode<timeAtData>, decodeByHand<by_hand::timeAtData>},
+    {"decode/ref-time-data", decode<refTimeData>, decodeByHand<by_hand::refTimeData>},
+    {"decode/ref-time-id", decode<refTimeId>, decodeByHand<by_hand::refTimeId>},
 
     {"text/marker", [] { print(marker); }, floors::printMarker},
     {"text/short-span", [] { print(shortSpan); }, floors::printShortSpan},
