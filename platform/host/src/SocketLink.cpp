@@ -42,6 +42,10 @@ public:
     {
         io.stop();
         thread.join();
+        const std::size_t unsent = connection ? connection->flush() : 0;
+        if (unsent != 0)
+            log(logTrouble, "fabric-host: %zu messages not sent before the connection was closed\n",
+                unsent);
     }
 
     Connector(const Connector&) = delete;
@@ -186,8 +190,9 @@ void SocketLink::open(LinkListener& listener)
 
 void SocketLink::close()
 {
+    std::unique_ptr<Connector> closing; // ends unlocked, so that no send() waits for it
     const std::lock_guard<std::mutex> lock(mutex);
-    connector = nullptr;
+    closing.swap(connector);
 }
 
 int SocketLink::send(const FrameBytes& frame)

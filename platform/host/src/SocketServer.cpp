@@ -27,7 +27,6 @@ typedef boost::system::error_code ErrorCode;
 constexpr std::size_t maxClients = 256;
 constexpr int maxBatch = 64;
 constexpr std::chrono::milliseconds acceptRetry(100);
-constexpr std::chrono::seconds longestFarewell(1);
 
 } // namespace
 

@@ -159,7 +159,6 @@ bool SocketStream::sendFirst()
 void SocketStream::abandon(int error)
 {
     sendError = error;
-    outgoing.clear();
     ::shutdown(socket.native_handle(), SHUT_RDWR);
 }
 
@@ -183,6 +182,8 @@ void SocketStream::sendQueued()
 {
     while (!outgoing.empty() && sendFirst())
         continue;
+    if (sendError != 0)
+        return;
     if (!outgoing.empty())
         awaitRoom();
     else if (finishing)
@@ -195,6 +196,27 @@ void SocketStream::finish()
     finishing = true;
     if (open && outgoing.empty())
         ::shutdown(socket.native_handle(), SHUT_WR);
+}
+
+std::size_t SocketStream::flush()
+{
+    typedef std::chrono::steady_clock Clock;
+    const auto deadline = Clock::now() + longestFarewell;
+    std::chrono::milliseconds left = longestFarewell;
+    const std::lock_guard<std::mutex> lock(mutex);
+    pollfd state = {socket.native_handle(), POLLIN | POLLOUT, 0};
+    while (!outgoing.empty() && sendError == 0 && left.count() > 0) {
+        ::poll(&state, 1, static_cast<int>(left.count()));
+        // Read, too, since the other end may stop reading for answers that do not go. An end that
+        // has said its last is not waited for.
+        if ((state.revents & POLLIN) != 0 &&
+            ::recv(socket.native_handle(), &input[0], input.size(), MSG_DONTWAIT) == 0)
+            state.events = POLLOUT;
+        while (!outgoing.empty() && sendFirst())
+            continue;
+        left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+    }
+    return outgoing.size();
 }
 
 void SocketStream::close()

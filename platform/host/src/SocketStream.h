@@ -2,6 +2,7 @@
 #define FABRIC_HOST_SOCKET_STREAM_H
 
 #include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -15,6 +16,9 @@
 
 namespace fabric {
 namespace host {
+
+/// How long an end that closes in good order waits for the other one to take what is queued.
+constexpr std::chrono::seconds longestFarewell(1);
 
 /// One end of a connection that carries frames over a socket. Owned by a shared_ptr; belongs to the
 /// thread that runs the socket's io_context, send() apart.
@@ -36,6 +40,10 @@ public:
 
     /// Tells the other end, once all that is queued has gone, that nothing more will come.
     void finish();
+
+    /// Sends what is queued, on whatever thread once none runs the io_context any more: waits for
+    /// longestFarewell at most. Returns how many frames have not gone.
+    std::size_t flush();
 
     /// Ends the connection without a report.
     void close();

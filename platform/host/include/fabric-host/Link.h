@@ -41,7 +41,9 @@ public:
     /// return of close().
     virtual void open(LinkListener& listener) = 0;
 
-    /// Goes down without a report. When it has returned, the listener is not called any more.
+    /// Lets the service have what is queued, for a second at most, and goes down without a report;
+    /// a debug line tells how many frames had to be given up. When it has returned, the listener is
+    /// not called any more.
     virtual void close() = 0;
 
     /// Queues a copy of a frame for the service: 0, or a negative error number (-ENOTCONN, -EAGAIN
