@@ -81,7 +81,7 @@ void SocketStream::takeFrames()
         if (error != 0)
             return end(error);
         if (!possible)
-            return;
+            return end(EBADMSG);
         taken += length;
     }
 
@@ -156,7 +156,7 @@ bool SocketStream::sendFirst()
 
 /// Sends no more. Reading goes on to the end of what has already come, and that ends the
 /// connection.
-void SocketStream::abandon(int error)
+void SocketStream::abandon(int error) noexcept
 {
     sendError = error;
     ::shutdown(socket.native_handle(), SHUT_RDWR);
@@ -236,6 +236,13 @@ void SocketStream::end(int reason)
         return;
     close();
     ended(reason);
+}
+
+void SocketStream::breakOff(int reason) noexcept
+{
+    const std::lock_guard<std::mutex> lock(mutex);
+    if (open && sendError == 0)
+        abandon(reason);
 }
 
 } // namespace host

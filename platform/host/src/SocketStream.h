@@ -49,14 +49,16 @@ public:
     void close();
     /// The same with one.
     void end(int reason);
+    /// The same once what has come by then has been read. Any thread.
+    void breakOff(int reason) noexcept;
 
     bool isOpen() const noexcept { return open; }
 
 protected:
     ~SocketStream() = default;
 
-    /// What cannot be a frame comes as well, for the receiver to refuse; nothing is read after it.
-    /// Returns 0, or the error number with which the connection is to end.
+    /// What cannot be a frame comes as well, for the receiver to refuse; the connection ends with
+    /// it. Returns 0, or the error number with which the connection is to end.
     virtual int frameReceived(FrameBytes frame) = 0;
 
     /// The connection has ended; `reason` is 0 if the other end had announced that. Not called
@@ -71,7 +73,7 @@ private:
 
     // With the mutex held.
     bool sendFirst();
-    void abandon(int error);
+    void abandon(int error) noexcept;
     void awaitRoom();
     void sendQueued();
 
