@@ -104,8 +104,9 @@ private:
 
 struct StartOptions
 {
-    /// The Unix-domain socket of a service in another process. Empty: what the environment variable
-    /// CHRONAL_SOCKET says; where that is empty, too, the service is simulated inside this process.
+    /// The Unix-domain socket of a service in another process, or the folder that has it as
+    /// chronal.sock. Empty: what the environment variable CHRONAL_SOCKET says; where that is empty,
+    /// too, the service is simulated inside this process.
     std::string socket;
 };
 
