@@ -100,7 +100,7 @@ private:
     int frameReceived(FrameBytes frame) override
     {
         if (!owner.server.frameReceived(id, frame))
-            owner.server.drop(id, EBADMSG);
+            owner.server.drop(id, EBADMSG, "its frame was refused");
         return 0;
     }
 
