@@ -88,7 +88,11 @@ public:
     }
 
     /// Of a client that cannot be reached any more, what it had sent is still read.
-    bool deliver(const FrameBytes& frame) override { return send(frame) != -EAGAIN; }
+    bool deliver(const FrameBytes& frame) override
+    {
+        const int error = send(frame);
+        return error != -EAGAIN && error != -ENOMEM;
+    }
 
     void drop(int) override
     {

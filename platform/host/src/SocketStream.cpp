@@ -104,7 +104,7 @@ int SocketStream::reasonOfEnd()
     return gone || filled != 0 ? ECONNRESET : 0;
 }
 
-int SocketStream::send(FrameBytes frame)
+int SocketStream::send(const FrameBytes& frame)
 {
     const std::lock_guard<std::mutex> lock(mutex);
     if (!open || finishing)
@@ -113,30 +113,31 @@ int SocketStream::send(FrameBytes frame)
         return -sendError;
     if (outgoing.size() >= maxQueuedFrames)
         return -EAGAIN;
-    outgoing.push_back(std::move(frame));
-    if (outgoing.size() > 1)
-        return 0;
     // At once, if the socket takes it: waking the other thread up costs more than sending.
-    if (sendFirst())
+    const bool first = outgoing.empty();
+    if (first && sendRest(frame))
         return 0;
     if (sendError != 0)
         return -sendError;
     try {
+        outgoing.push_back(frame);
+        if (!first)
+            return 0;
         asio::post(socket.get_executor(), [self = shared_from_this()] {
             const std::lock_guard<std::mutex> again(self->mutex);
             self->awaitRoom();
         });
         return 0;
     } catch (const std::bad_alloc&) {
-        abandon(ENOMEM);
+        if (first) // a part of it may have gone
+            abandon(ENOMEM);
         return -ENOMEM;
     }
 }
 
-/// Sends what the socket takes of the first frame. True when all of it has gone.
-bool SocketStream::sendFirst()
+/// Sends what the socket takes of the frame that is under way. True when all of it has gone.
+bool SocketStream::sendRest(const FrameBytes& frame)
 {
-    const FrameBytes& frame = outgoing.front();
     while (sentOfFirst < frame.size()) {
         const ssize_t sent = ::send(socket.native_handle(), &frame[sentOfFirst],
                                     frame.size() - sentOfFirst, MSG_DONTWAIT | MSG_NOSIGNAL);
@@ -149,8 +150,15 @@ bool SocketStream::sendFirst()
         }
         sentOfFirst += static_cast<std::size_t>(sent);
     }
-    outgoing.pop_front();
     sentOfFirst = 0;
+    return true;
+}
+
+bool SocketStream::sendFirst()
+{
+    if (!sendRest(outgoing.front()))
+        return false;
+    outgoing.pop_front();
     return true;
 }
 

@@ -34,9 +34,9 @@ public:
 
     void startReading();
 
-    /// Any thread. 0, or a negative error number: -ENOTCONN, -EAGAIN when the queue is full, or why
-    /// the other end cannot be reached any more. Never blocks.
-    int send(FrameBytes frame);
+    /// Any thread. 0, or a negative error number: -ENOTCONN, -EAGAIN when the queue is full,
+    /// -ENOMEM, or why the other end cannot be reached any more. Never blocks.
+    int send(const FrameBytes& frame);
 
     /// Tells the other end, once all that is queued has gone, that nothing more will come.
     void finish();
@@ -72,6 +72,7 @@ private:
     int reasonOfEnd();
 
     // With the mutex held.
+    bool sendRest(const FrameBytes& frame);
     bool sendFirst();
     void abandon(int error) noexcept;
     void awaitRoom();
