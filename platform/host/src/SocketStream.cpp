@@ -215,8 +215,8 @@ std::size_t SocketStream::flush()
     pollfd state = {socket.native_handle(), POLLIN | POLLOUT, 0};
     while (!outgoing.empty() && sendError == 0 && left.count() > 0) {
         ::poll(&state, 1, static_cast<int>(left.count()));
-        // Read, too, since the other end may stop reading for answers that do not go. An end that
-        // has said its last is not waited for.
+        // Answers in the way of the other end are read, and lost. The end of them would be there to
+        // read for ever.
         if ((state.revents & POLLIN) != 0 &&
             ::recv(socket.native_handle(), &input[0], input.size(), MSG_DONTWAIT) == 0)
             state.events = POLLOUT;
