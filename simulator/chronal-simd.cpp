@@ -8,7 +8,6 @@
 #include <cstdlib>
 #include <ctime>
 #include <exception>
-#include <filesystem>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -23,6 +22,7 @@
 #include "Manual.h"
 #include "Protocol.h"
 #include "Rehearsal.h"
+#include "SocketFile.h"
 #include "SocketServer.h"
 #include "TimeService.h"
 
@@ -32,8 +32,6 @@ using namespace chronal::sim;
 
 constexpr int exitFailure = 1;
 constexpr int exitUsage = 2;
-
-constexpr char socketName[] = "chronal.sock";
 
 struct Settings
 {
@@ -56,9 +54,7 @@ std::string parseSocket(const std::string& text)
 {
     if (text.empty())
         refuse(text, "path; right would be one such as /tmp/chronal.sock, or an existing folder");
-    const std::filesystem::path path = text;
-    std::error_code ignored;
-    return std::filesystem::is_directory(path, ignored) ? path / socketName : path;
+    return fabric::host::socketAt(text);
 }
 
 std::string parseZone(const std::string& text)
@@ -205,7 +201,7 @@ std::string defaultSocket()
     const char* const folder = std::getenv("XDG_RUNTIME_DIR");
     if (!folder || !*folder)
         throw std::runtime_error("XDG_RUNTIME_DIR is not set; name a socket with --socket");
-    return std::filesystem::path(folder) / socketName;
+    return fabric::host::socketAt(std::string(folder) + "/");
 }
 
 std::unique_ptr<Clock> ownClock(const Settings& settings)

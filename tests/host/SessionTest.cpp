@@ -24,9 +24,11 @@ struct WireLink : fabric::host::Link
     }
     void close() override {}
     int send(const FrameBytes& frame) override { return onSend ? onSend(frame) : 0; }
+    void frameRefused(std::uint32_t connection) noexcept override { refused.push_back(connection); }
 
     fabric::host::LinkListener* listener = nullptr;
     int opened = 0;
+    std::vector<std::uint32_t> refused; // connections
     bool failing = false;
     std::function<int(const FrameBytes&)> onSend;
 };
@@ -74,13 +76,14 @@ TEST_F(SessionTest, ReportsAndMessagesArriveInOrderAndBadFramesAreRefused)
     onAnswer(noteNumber(journal, "answer"));
     DebugLines lines;
     wire->listener->linkFailed(ECONNREFUSED);
-    wire->listener->linkUp();
+    const std::uint32_t first = wire->listener->linkUp();
     wire->listener->frameReceived(FrameBytes{1, 2, 3});
-    receive(ask, 1); // a command is not for an application
     receive(answer, 1);
     wire->listener->linkDown(EPIPE);
     session->connect();
-    wire->listener->linkUp();
+    const std::uint32_t second = wire->listener->linkUp();
+    EXPECT_NE(first, second);
+    receive(ask, 1); // a command is not for an application
     receive(answer, 2);
     wire->listener->linkDown(ECONNRESET);
     wire->listener->linkUp(); // on its own
@@ -98,6 +101,7 @@ TEST_F(SessionTest, ReportsAndMessagesArriveInOrderAndBadFramesAreRefused)
                 ElementsAre(HasSubstr("not connected"), HasSubstr("shorter than a header"),
                             HasSubstr("refused: a command")));
     EXPECT_EQ(2U, session->counters().framesRefused);
+    EXPECT_THAT(wire->refused, ElementsAre(first, second));
 }
 
 TEST_F(SessionTest, AConnectionThatCouldNotBeOpenedCanBeOpenedLater)

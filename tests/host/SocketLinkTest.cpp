@@ -102,6 +102,39 @@ TEST(SocketLinkTest, AnApplicationFindsItsServiceWheneverThatIsThere)
     session.detach(client);
 }
 
+/// In the place of a session.
+struct Listener final : LinkListener
+{
+    std::uint32_t linkUp() override { return journal.note("up"), ++last; }
+    void linkFailed(int) override {}
+    void linkDown(int reason) override { journal.note("down " + std::to_string(reason)); }
+    bool frameReceived(const FrameBytes&) override { return journal.note("frame"), true; }
+
+    std::uint32_t last = 0;
+    Journal journal;
+};
+
+TEST(SocketLinkTest, ARefusalEndsTheConnectionThatTheFrameCameFromAndNoOther)
+{
+    const Folder folder;
+    const std::string path = folder.name + std::string("/socket");
+    const Served served(path);
+    Listener listener;
+    SocketLink link(path);
+    link.open(listener);
+    const FrameBytes command = encoded(*message(ask, 1));
+    listener.journal.await(1);
+    EXPECT_EQ(0, link.send(command));
+    listener.journal.await(2);
+    link.frameRefused(1);
+    listener.journal.await(4);
+    link.frameRefused(1);
+    EXPECT_EQ(0, link.send(command));
+    EXPECT_THAT(listener.journal.await(5),
+                ElementsAre("up", "frame", "down " + std::to_string(EBADMSG), "up", "frame"));
+    link.close();
+}
+
 TEST(SocketLinkTest, OfTooManyClientsTheLastOnesAreDisconnected)
 {
     const Folder folder;

@@ -1,7 +1,10 @@
 // An application for the tests to steer: reads what to do from standard input, a word a line, and
 // writes a line for whatever happens.
+// Usage: transport-client [burst|leave]   Either sends a burst once connected; leave disconnects
+// then.
 
 #include <cstdio>
+#include <functional>
 #include <iostream>
 #include <mutex>
 #include <string>
@@ -26,6 +29,8 @@ class Client : public chronal::UserAdapter
 public:
     using UserAdapter::UserAdapter;
 
+    std::function<void()> onceConnected = [] {};
+
     void obey(const std::string& word)
     {
         const std::lock_guard<std::mutex> lock(mutex);
@@ -38,10 +43,19 @@ public:
             say("not sent");
     }
 
+    /// More than a socket takes, less than the queue does.
+    void sendBurst()
+    {
+        for (int i = 0; i < 1000; ++i)
+            obey("fetch");
+        say("burst sent");
+    }
+
     void onServiceConnected() override
     {
         UserAdapter::onServiceConnected();
         say("up");
+        onceConnected();
     }
     void onServiceConnectionFailed(int reason) override
     {
@@ -88,13 +102,20 @@ private:
 
 } // namespace
 
-int main()
+int main(int argc, char** argv)
 {
     const auto session = fabric::host::start();
     Client client(session->application(), session->component());
     client.setServiceInterface(&session->service());
+    const std::string way = argc > 1 ? argv[1] : "";
+    client.onceConnected = [&] {
+        if (!way.empty())
+            client.sendBurst();
+        if (way == "leave")
+            session->disconnect();
+    };
     const fabric::host::Attachment attachment(*session, client);
     session->connect();
-    for (std::string word; std::getline(std::cin, word);)
+    for (std::string word; std::getline(std::cin, word) && word != "end";)
         client.obey(word);
 }

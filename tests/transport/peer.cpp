@@ -23,6 +23,8 @@ void speak(Protocol::socket socket)
     const std::string bytes(std::istreambuf_iterator<char>(std::cin), {});
     boost::system::error_code closed;
     asio::write(socket, asio::buffer(bytes), closed);
+    std::puts("sent");
+    std::fflush(stdout);
     std::string heard;
     asio::read(socket, asio::dynamic_buffer(heard), closed);
     std::printf("closed after %zu bytes\n", heard.size());

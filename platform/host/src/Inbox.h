@@ -2,6 +2,7 @@
 #define FABRIC_HOST_INBOX_H
 
 #include <cstddef>
+#include <cstdint>
 
 #include <fabric-host/Link.h>
 
@@ -26,7 +27,7 @@ struct InboxItem
     enum Kind
     {
         frame,    ///< deliver `bytes`
-        up,       ///< report the connection
+        up,       ///< report `connection`; the frames from here on are of it
         failed,   ///< report the failure, with `reason`
         down,     ///< report the end, with `reason`
         standing, ///< report to those attached meanwhile
@@ -35,6 +36,7 @@ struct InboxItem
 
     Kind kind;
     int reason;
+    std::uint32_t connection;
     FrameBytes bytes;
     DetachRequest* request;
 };

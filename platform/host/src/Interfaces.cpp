@@ -16,7 +16,7 @@ namespace host {
 
 Link::~Link() = default;
 
-void Link::frameRefused() {}
+void Link::frameRefused(std::uint32_t) noexcept {}
 
 Service::~Service() = default;
 

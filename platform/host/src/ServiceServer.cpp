@@ -1,7 +1,6 @@
 #include "ServiceServer.h"
 
 #include <cerrno>
-#include <cstring>
 #include <string>
 #include <utility>
 
@@ -116,7 +115,7 @@ bool ServiceServer::refuse(ClientId client, const char* reason)
 
 void ServiceServer::drop(ClientId client, int reason)
 {
-    drop(client, reason, reason ? std::strerror(reason) : "closed");
+    drop(client, reason, "by the service");
 }
 
 void ServiceServer::drop(ClientId client, int reason, const char* why)

@@ -57,7 +57,7 @@ public:
     bool frameReceived(ClientId client, const FrameBytes& frame);
 
     /// The service hears of it by the end of the next runDue(), if not before.
-    void drop(ClientId client, int reason) override;
+    void drop(ClientId client, int reason, const char* why);
 
     /// Does what is due; returns when to call again at the latest.
     Service::TimePoint runDue();
@@ -67,7 +67,7 @@ public:
 
 private:
     void send(ClientId client, std::unique_ptr<SerializableMessageEvent> event) override;
-    void drop(ClientId client, int reason, const char* why);
+    void drop(ClientId client, int reason) override;
 
     bool toFrame(const SerializableMessageEvent& event, FrameBytes& frame) const;
     bool receive(ClientId client, const FrameBytes& frame);

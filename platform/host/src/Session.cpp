@@ -86,7 +86,7 @@ private:
     class Service;
 
     // Calls of the link, on its thread.
-    void linkUp() override;
+    std::uint32_t linkUp() override;
     void linkFailed(int error) override { push(InboxItem::failed, error); }
     void linkDown(int reason) override;
     bool frameReceived(const FrameBytes& frame) override;
@@ -104,11 +104,13 @@ private:
     void carryOutDetach(DetachRequest& request);
     void receive(const FrameBytes& frame);
     void deliver(const FrameBytes& frame);
-    void refuseFrame(const std::string& reason);
+    void refuseFrame(const char* reason) noexcept;
 
     const MessageCatalogue& catalogue;
     const std::uint32_t originId = newOriginId();
     std::atomic<std::uint32_t> lastMessageId{0};
+    std::atomic<std::uint32_t> lastConnection{0};
+    std::uint32_t connection = 0; // whose frames are delivered; the dispatch thread's
 
     std::atomic<std::size_t> framesSent{0};
     std::atomic<std::size_t> framesReceived{0};
@@ -326,10 +328,15 @@ int Session::Impl::encodeAndSend(MsgIds& ids, const SerializableMessageEvent& ev
     return 0;
 }
 
-void Session::Impl::linkUp()
+std::uint32_t Session::Impl::linkUp()
 {
     lost = false;
-    push(InboxItem::up);
+    const std::uint32_t number = nextNumber(lastConnection);
+    inbox.push([number](InboxItem& item) {
+        item.kind = InboxItem::up;
+        item.connection = number;
+    });
+    return number;
 }
 
 void Session::Impl::linkDown(int reason)
@@ -392,6 +399,7 @@ void Session::Impl::carryOut(InboxItem& item)
         recycle(item.bytes);
         break;
     case InboxItem::up:
+        connection = item.connection;
         log(logInformation, "fabric-host: connected\n");
         clients.reportUp();
         break;
@@ -433,7 +441,7 @@ void Session::Impl::deliver(const FrameBytes& frame)
     std::string reason;
     const std::unique_ptr<SerializableMessageEvent> event = decodeFrame(frame, catalogue, reason);
     if (!event)
-        return refuseFrame(reason);
+        return refuseFrame(reason.c_str());
     if (event->meta.kind == kindCommand)
         return refuseFrame("a command");
 
@@ -447,11 +455,11 @@ void Session::Impl::deliver(const FrameBytes& frame)
         unsigned{event->meta.kind});
 }
 
-void Session::Impl::refuseFrame(const std::string& reason)
+void Session::Impl::refuseFrame(const char* reason) noexcept
 {
     ++framesRefused;
-    log(logTrouble, "fabric-host: frame from the service refused: %s\n", reason.c_str());
-    link->frameRefused();
+    log(logTrouble, "fabric-host: frame from the service refused: %s\n", reason);
+    link->frameRefused(connection);
 }
 
 Session::Session(std::unique_ptr<Link> link, const MessageCatalogue& catalogue)

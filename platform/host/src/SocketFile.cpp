@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <filesystem>
 #include <stdexcept>
 #include <thread>
 
@@ -73,6 +74,15 @@ std::string folderOf(const std::string& path)
 }
 
 } // namespace
+
+std::string socketAt(const std::string& place)
+{
+    const std::filesystem::path path = place;
+    std::error_code ignored;
+    const bool folder =
+        !place.empty() && (!path.has_filename() || std::filesystem::is_directory(path, ignored));
+    return folder ? path / "chronal.sock" : path;
+}
 
 int connectTo(const std::string& path, Protocol::socket& socket)
 {

@@ -10,7 +10,6 @@
 
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>
-#include <boost/asio/post.hpp>
 #include <boost/asio/steady_timer.hpp>
 
 #include "Contained.h"
@@ -42,6 +41,10 @@ public:
     {
         io.stop();
         thread.join();
+        const std::size_t unsent = connection ? connection->flush() : 0;
+        if (unsent != 0)
+            log(logTrouble, "fabric-host: %zu messages not sent before the connection was closed\n",
+                unsent);
     }
 
     Connector(const Connector&) = delete;
@@ -55,7 +58,7 @@ public:
         return current ? current->send(frame) : -ENOTCONN;
     }
 
-    void frameRefused();
+    void frameRefused(std::uint32_t refused) noexcept;
 
 private:
     class Connection final : public SocketStream
@@ -88,6 +91,13 @@ private:
     {
         const std::lock_guard<std::mutex> lock(mutex);
         connection.swap(current);
+        number = 0;
+    }
+
+    void setNumber(std::uint32_t current)
+    {
+        const std::lock_guard<std::mutex> lock(mutex);
+        number = current;
     }
 
     // On the thread.
@@ -108,14 +118,16 @@ private:
 
     std::mutex mutex;
     std::shared_ptr<Connection> connection; // null while there is none
+    std::uint32_t number = 0;               // the listener's for it, 0 before it has one
 
     std::thread thread; // last: it uses everything above
 };
 
-void SocketLink::Connector::frameRefused()
+void SocketLink::Connector::frameRefused(std::uint32_t refused) noexcept
 {
-    if (const std::shared_ptr<Connection> current = standing())
-        asio::post(io, [current] { current->end(EBADMSG); });
+    const std::lock_guard<std::mutex> lock(mutex);
+    if (connection && refused == number)
+        connection->breakOff(EBADMSG);
 }
 
 void SocketLink::Connector::run()
@@ -143,7 +155,7 @@ void SocketLink::Connector::attempt()
     const auto current = std::make_shared<Connection>(std::move(socket), *this);
     // Commands can be sent before the listener hears of it, answers come afterwards.
     setStanding(current);
-    listener.linkUp();
+    setNumber(listener.linkUp());
     current->startReading();
 }
 
@@ -186,8 +198,9 @@ void SocketLink::open(LinkListener& listener)
 
 void SocketLink::close()
 {
+    std::unique_ptr<Connector> closing; // ends unlocked, so that no send() waits for it
     const std::lock_guard<std::mutex> lock(mutex);
-    connector = nullptr;
+    closing.swap(connector);
 }
 
 int SocketLink::send(const FrameBytes& frame)
@@ -196,11 +209,11 @@ int SocketLink::send(const FrameBytes& frame)
     return connector ? connector->send(frame) : -ENOTCONN;
 }
 
-void SocketLink::frameRefused()
+void SocketLink::frameRefused(std::uint32_t connection) noexcept
 {
     const std::lock_guard<std::mutex> lock(mutex);
     if (connector)
-        connector->frameRefused();
+        connector->frameRefused(connection);
 }
 
 } // namespace host

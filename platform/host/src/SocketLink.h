@@ -1,6 +1,7 @@
 #ifndef FABRIC_HOST_SOCKET_LINK_H
 #define FABRIC_HOST_SOCKET_LINK_H
 
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -30,7 +31,7 @@ public:
     void open(LinkListener& listener) override;
     void close() override;
     int send(const FrameBytes& frame) override;
-    void frameRefused() override;
+    void frameRefused(std::uint32_t connection) noexcept override;
 
 private:
     class Connector;

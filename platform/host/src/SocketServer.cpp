@@ -27,7 +27,6 @@ typedef boost::system::error_code ErrorCode;
 constexpr std::size_t maxClients = 256;
 constexpr int maxBatch = 64;
 constexpr std::chrono::milliseconds acceptRetry(100);
-constexpr std::chrono::seconds longestFarewell(1);
 
 } // namespace
 
@@ -89,7 +88,11 @@ public:
     }
 
     /// Of a client that cannot be reached any more, what it had sent is still read.
-    bool deliver(const FrameBytes& frame) override { return send(frame) != -EAGAIN; }
+    bool deliver(const FrameBytes& frame) override
+    {
+        const int error = send(frame);
+        return error != -EAGAIN && error != -ENOMEM;
+    }
 
     void drop(int) override
     {
@@ -101,7 +104,7 @@ private:
     int frameReceived(FrameBytes frame) override
     {
         if (!owner.server.frameReceived(id, frame))
-            owner.server.drop(id, EBADMSG);
+            owner.server.drop(id, EBADMSG, "its frame was refused");
         return 0;
     }
 

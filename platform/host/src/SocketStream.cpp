@@ -81,7 +81,7 @@ void SocketStream::takeFrames()
         if (error != 0)
             return end(error);
         if (!possible)
-            return;
+            return end(EBADMSG);
         taken += length;
     }
 
@@ -104,7 +104,7 @@ int SocketStream::reasonOfEnd()
     return gone || filled != 0 ? ECONNRESET : 0;
 }
 
-int SocketStream::send(FrameBytes frame)
+int SocketStream::send(const FrameBytes& frame)
 {
     const std::lock_guard<std::mutex> lock(mutex);
     if (!open || finishing)
@@ -113,30 +113,31 @@ int SocketStream::send(FrameBytes frame)
         return -sendError;
     if (outgoing.size() >= maxQueuedFrames)
         return -EAGAIN;
-    outgoing.push_back(std::move(frame));
-    if (outgoing.size() > 1)
-        return 0;
     // At once, if the socket takes it: waking the other thread up costs more than sending.
-    if (sendFirst())
+    const bool first = outgoing.empty();
+    if (first && sendRest(frame))
         return 0;
     if (sendError != 0)
         return -sendError;
     try {
+        outgoing.push_back(frame);
+        if (!first)
+            return 0;
         asio::post(socket.get_executor(), [self = shared_from_this()] {
             const std::lock_guard<std::mutex> again(self->mutex);
             self->awaitRoom();
         });
         return 0;
     } catch (const std::bad_alloc&) {
-        abandon(ENOMEM);
+        if (first) // a part of it may have gone
+            abandon(ENOMEM);
         return -ENOMEM;
     }
 }
 
-/// Sends what the socket takes of the first frame. True when all of it has gone.
-bool SocketStream::sendFirst()
+/// Sends what the socket takes of the frame that is under way. True when all of it has gone.
+bool SocketStream::sendRest(const FrameBytes& frame)
 {
-    const FrameBytes& frame = outgoing.front();
     while (sentOfFirst < frame.size()) {
         const ssize_t sent = ::send(socket.native_handle(), &frame[sentOfFirst],
                                     frame.size() - sentOfFirst, MSG_DONTWAIT | MSG_NOSIGNAL);
@@ -149,17 +150,23 @@ bool SocketStream::sendFirst()
         }
         sentOfFirst += static_cast<std::size_t>(sent);
     }
-    outgoing.pop_front();
     sentOfFirst = 0;
+    return true;
+}
+
+bool SocketStream::sendFirst()
+{
+    if (!sendRest(outgoing.front()))
+        return false;
+    outgoing.pop_front();
     return true;
 }
 
 /// Sends no more. Reading goes on to the end of what has already come, and that ends the
 /// connection.
-void SocketStream::abandon(int error)
+void SocketStream::abandon(int error) noexcept
 {
     sendError = error;
-    outgoing.clear();
     ::shutdown(socket.native_handle(), SHUT_RDWR);
 }
 
@@ -183,6 +190,8 @@ void SocketStream::sendQueued()
 {
     while (!outgoing.empty() && sendFirst())
         continue;
+    if (sendError != 0)
+        return;
     if (!outgoing.empty())
         awaitRoom();
     else if (finishing)
@@ -195,6 +204,27 @@ void SocketStream::finish()
     finishing = true;
     if (open && outgoing.empty())
         ::shutdown(socket.native_handle(), SHUT_WR);
+}
+
+std::size_t SocketStream::flush()
+{
+    typedef std::chrono::steady_clock Clock;
+    const auto deadline = Clock::now() + longestFarewell;
+    std::chrono::milliseconds left = longestFarewell;
+    const std::lock_guard<std::mutex> lock(mutex);
+    pollfd state = {socket.native_handle(), POLLIN | POLLOUT, 0};
+    while (!outgoing.empty() && sendError == 0 && left.count() > 0) {
+        ::poll(&state, 1, static_cast<int>(left.count()));
+        // Answers in the way of the other end are read, and lost. The end of them would be there to
+        // read for ever.
+        if ((state.revents & POLLIN) != 0 &&
+            ::recv(socket.native_handle(), &input[0], input.size(), MSG_DONTWAIT) == 0)
+            state.events = POLLOUT;
+        while (!outgoing.empty() && sendFirst())
+            continue;
+        left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+    }
+    return outgoing.size();
 }
 
 void SocketStream::close()
@@ -214,6 +244,13 @@ void SocketStream::end(int reason)
         return;
     close();
     ended(reason);
+}
+
+void SocketStream::breakOff(int reason) noexcept
+{
+    const std::lock_guard<std::mutex> lock(mutex);
+    if (open && sendError == 0)
+        abandon(reason);
 }
 
 } // namespace host

@@ -2,6 +2,7 @@
 #define FABRIC_HOST_SOCKET_STREAM_H
 
 #include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -15,6 +16,9 @@
 
 namespace fabric {
 namespace host {
+
+/// How long an end that closes in good order waits for the other one to take what is queued.
+constexpr std::chrono::seconds longestFarewell(1);
 
 /// One end of a connection that carries frames over a socket. Owned by a shared_ptr; belongs to the
 /// thread that runs the socket's io_context, send() apart.
@@ -30,25 +34,31 @@ public:
 
     void startReading();
 
-    /// Any thread. 0, or a negative error number: -ENOTCONN, -EAGAIN when the queue is full, or why
-    /// the other end cannot be reached any more. Never blocks.
-    int send(FrameBytes frame);
+    /// Any thread. 0, or a negative error number: -ENOTCONN, -EAGAIN when the queue is full,
+    /// -ENOMEM, or why the other end cannot be reached any more. Never blocks.
+    int send(const FrameBytes& frame);
 
     /// Tells the other end, once all that is queued has gone, that nothing more will come.
     void finish();
+
+    /// Sends what is queued, on whatever thread once none runs the io_context any more: waits for
+    /// longestFarewell at most. Returns how many frames have not gone.
+    std::size_t flush();
 
     /// Ends the connection without a report.
     void close();
     /// The same with one.
     void end(int reason);
+    /// The same once what has come by then has been read. Any thread.
+    void breakOff(int reason) noexcept;
 
     bool isOpen() const noexcept { return open; }
 
 protected:
     ~SocketStream() = default;
 
-    /// What cannot be a frame comes as well, for the receiver to refuse; nothing is read after it.
-    /// Returns 0, or the error number with which the connection is to end.
+    /// What cannot be a frame comes as well, for the receiver to refuse; the connection ends with
+    /// it. Returns 0, or the error number with which the connection is to end.
     virtual int frameReceived(FrameBytes frame) = 0;
 
     /// The connection has ended; `reason` is 0 if the other end had announced that. Not called
@@ -62,8 +72,9 @@ private:
     int reasonOfEnd();
 
     // With the mutex held.
+    bool sendRest(const FrameBytes& frame);
     bool sendFirst();
-    void abandon(int error);
+    void abandon(int error) noexcept;
     void awaitRoom();
     void sendQueued();
 

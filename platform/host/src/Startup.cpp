@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "MemoryLink.h"
+#include "SocketFile.h"
 #include "SocketLink.h"
 
 namespace fabric {
@@ -45,7 +46,7 @@ std::unique_ptr<Session> start(const StartOptions& options)
     if (path.empty())
         link = std::make_unique<MemoryLink>(sharedService());
     else
-        link = std::make_unique<SocketLink>(path);
+        link = std::make_unique<SocketLink>(socketAt(path));
     return std::make_unique<Session>(std::move(link), serviceCatalogue());
 }
 

@@ -17,7 +17,8 @@ typedef std::vector<std::uint8_t> FrameBytes;
 class LinkListener
 {
 public:
-    virtual void linkUp() = 0;
+    /// Returns a number for the connection, which no other one has.
+    virtual std::uint32_t linkUp() = 0;
     /// Could not be opened: `error` is a positive error number. The link may try again on its own.
     virtual void linkFailed(int error) = 0;
     /// Was up and is no more; `reason` is 0 for an orderly close, else an error number. Nothing of
@@ -41,16 +42,19 @@ public:
     /// return of close().
     virtual void open(LinkListener& listener) = 0;
 
-    /// Goes down without a report. When it has returned, the listener is not called any more.
+    /// Lets the service have what is queued, for a second at most, and goes down without a report;
+    /// a debug line tells how many frames had to be given up. When it has returned, the listener is
+    /// not called any more.
     virtual void close() = 0;
 
     /// Queues a copy of a frame for the service: 0, or a negative error number (-ENOTCONN, -EAGAIN
     /// when the queue is full, or what else keeps it from going). Never blocks. Any thread.
     virtual int send(const FrameBytes& frame) = 0;
 
-    /// Tells the link that the listener found a frame malformed. One whose other end may be anybody
-    /// goes down with EBADMSG; it does nothing here. Any thread.
-    virtual void frameRefused();
+    /// Tells the link that the listener found a frame of a connection malformed. A link whose other
+    /// end may be anybody goes down with EBADMSG, if that connection still stands; it does nothing
+    /// here. Any thread.
+    virtual void frameRefused(std::uint32_t connection) noexcept;
 };
 
 } // namespace host

@@ -43,8 +43,8 @@ public:
     /// A session over `link`. `catalogue` tells the service's messages and outlives the session.
     Session(std::unique_ptr<Link> link, const MessageCatalogue& catalogue);
 
-    /// Detaches the clients that are still attached, closes the connection and ends the dispatch
-    /// thread. Not from inside a callback.
+    /// Closes the connection as disconnect() does, detaches the clients that are still attached and
+    /// ends the dispatch thread. Not from inside a callback.
     ~Session();
 
     Session(const Session&) = delete;
@@ -70,7 +70,9 @@ public:
     void connect();
 
     /// Closes the connection; the clients are told, with reason 0. What has been received by then
-    /// is still delivered first; nothing is delivered after the report.
+    /// is still delivered first; nothing is delivered after the report. Commands sent by then still
+    /// reach the service: a service that does not take them is waited for, for a second at most,
+    /// and a debug line tells how many were given up.
     void disconnect();
 
     SessionCounters counters() const;
@@ -102,8 +104,9 @@ private:
 
 struct StartOptions
 {
-    /// The Unix-domain socket of a service in another process. Empty: what the environment variable
-    /// CHRONAL_SOCKET says; where that is empty, too, the service is simulated inside this process.
+    /// The Unix-domain socket of a service in another process, or the folder that has it as
+    /// chronal.sock. Empty: what the environment variable CHRONAL_SOCKET says; where that is empty,
+    /// too, the service is simulated inside this process.
     std::string socket;
 };
 
