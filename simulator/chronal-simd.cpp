@@ -1,8 +1,10 @@
 // The simulated time service as a process of its own.
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <chrono>
+#include <climits>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -15,6 +17,9 @@
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include <poll.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <date/date.h>
@@ -196,7 +201,7 @@ void describe(CLI::App& app, Settings& settings)
         ->check(faultOfCommand);
     app.add_flag("--verbose", settings.verbose,
                  "Writes a line for every message, and at the end how many frames were refused "
-                 "and clients dropped");
+                 "and clients dropped; waits for no reader, and tells how many lines it left out");
     chronal::tools::addManual(app, manPageText);
 }
 
@@ -216,10 +221,49 @@ std::unique_ptr<Clock> ownClock(const Settings& settings)
                                          settings.speed);
 }
 
-void writeLine(const std::string& line)
+/// Lines to standard output, for a service that whoever reads them must not hold up: those that
+/// there is no room for are left out and counted.
+class LineLog
 {
-    std::puts(line.c_str());
-    std::fflush(stdout);
+public:
+    void write(const std::string& line);
+
+private:
+    bool flush();
+
+    std::string unwritten; ///< of the last line
+    std::size_t leftOut = 0;
+};
+
+void LineLog::write(const std::string& line)
+{
+    if (!flush()) {
+        ++leftOut;
+        return;
+    }
+    if (leftOut != 0)
+        unwritten = "lines left out, since nobody read them: " + std::to_string(leftOut) + '\n';
+    leftOut = 0;
+    unwritten += line + '\n';
+    flush();
+}
+
+/// False when there is no room for the rest.
+bool LineLog::flush()
+{
+    while (!unwritten.empty()) {
+        pollfd output = {STDOUT_FILENO, POLLOUT, 0};
+        if (poll(&output, 1, 0) == 0)
+            return false;
+        // A pipe that has room at all has room for so much.
+        const std::size_t size = std::min<std::size_t>(unwritten.size(), PIPE_BUF);
+        const ssize_t written = ::write(STDOUT_FILENO, unwritten.data(), size);
+        if (written < 0 && (errno == EINTR || errno == EAGAIN))
+            return false;
+        // What cannot be written at all, since its reader has left, is of no interest to anybody.
+        unwritten.erase(0, written < 0 ? std::string::npos : static_cast<std::size_t>(written));
+    }
+    return true;
 }
 
 /// Only what stands in NUB_DEBUG as well can switch it off again.
@@ -234,13 +278,16 @@ void serve(const Settings& settings)
     const std::string socket = settings.socket.empty() ? defaultSocket() : settings.socket;
     const std::unique_ptr<Clock> clock = ownClock(settings);
     TimeService service(settings.service, clock ? *clock : systemClock());
-    Rehearsal rehearsal(service, settings.faults, settings.verbose ? writeLine : Rehearsal::Log());
+    LineLog log;
+    const auto writeLine = [&](const std::string& line) { log.write(line); };
+    Rehearsal rehearsal(service, settings.faults,
+                        settings.verbose ? Rehearsal::Log(writeLine) : Rehearsal::Log());
     fabric::host::SocketServer server(rehearsal, socket, {SIGINT, SIGTERM});
-    writeLine("listening on " + socket);
+    log.write("listening on " + socket);
     server.run();
     const fabric::host::ServerCounters counters = server.counters();
     if (settings.verbose)
-        writeLine("ended; frames refused: " + std::to_string(counters.framesRefused) +
+        log.write("ended; frames refused: " + std::to_string(counters.framesRefused) +
                   ", clients dropped: " + std::to_string(counters.clientsDropped));
 }
 
