@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <charconv>
 #include <limits>
+#include <optional>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
@@ -208,24 +209,34 @@ void printAnswer(const Options& options, const Answer& answer)
     print(options.json ? asJson(answer) : asTable(answer));
 }
 
+/// What is refused does not keep the rest from being shown, but is the outcome.
 void showStatus(const Options& options)
 {
     Connection<Asker> service = connect(options);
+    std::optional<Failure> firstRefusal;
+    const auto ask = [&](const std::string& command, const Asker::Send& send) {
+        Report report = service->ask(send);
+        if (report.result < 0 && !firstRefusal)
+            firstRefusal = refusal(command, report.result);
+        return report;
+    };
     Status status;
     for (const ReferenceTimeId source : allSources)
         status.sources.push_back(
-            askFor(service, "ref-time get " + Helpers::getRefTimeStr(source),
-                   [&](UserAdapter& adapter, Ids& ids) { adapter.cmdRefTimeFetch(ids, source); }));
-    status.timezone = askFor(service, "timezone get",
-                             [](UserAdapter& adapter, Ids& ids) { adapter.cmdTimezoneFetch(ids); });
-    status.nextDeviation =
-        askFor(service, "deviation next get RTC", [](UserAdapter& adapter, Ids& ids) {
-            adapter.cmdNextTimeDeviationChangeFetch(ids, referenceTimeRtc);
-        });
-    status.settings = askFor(service, "settings get", [](UserAdapter& adapter, Ids& ids) {
+            {Helpers::getRefTimeStr(source),
+             ask("ref-time get " + Helpers::getRefTimeStr(source),
+                 [&](UserAdapter& adapter, Ids& ids) { adapter.cmdRefTimeFetch(ids, source); })});
+    status.timezone =
+        ask("timezone get", [](UserAdapter& adapter, Ids& ids) { adapter.cmdTimezoneFetch(ids); });
+    status.nextDeviation = ask("deviation next get RTC", [](UserAdapter& adapter, Ids& ids) {
+        adapter.cmdNextTimeDeviationChangeFetch(ids, referenceTimeRtc);
+    });
+    status.settings = ask("settings get", [](UserAdapter& adapter, Ids& ids) {
         adapter.cmdDateTimeSettingsFetch(ids);
     });
     printAnswer(options, status);
+    if (firstRefusal)
+        throw Failure(*firstRefusal);
 }
 
 /// The command replaces all settings, so what is not given is fetched first.

@@ -36,13 +36,17 @@ std::string within(std::chrono::microseconds waited)
 
 } // namespace
 
-Failure refusal(const std::string& command, int result)
+std::string numberText(int number)
 {
     // As an unsigned number, since the most negative one has no positive counterpart.
-    const unsigned error = 0U - static_cast<unsigned>(result);
+    const unsigned error = 0U - static_cast<unsigned>(number);
+    return std::to_string(number) + " (" + std::strerror(static_cast<int>(error)) + ')';
+}
+
+Failure refusal(const std::string& command, int result)
+{
     return {ExitStatus::refused, result,
-            "the service refused \"" + command + "\": " + std::to_string(result) + " (" +
-                std::strerror(static_cast<int>(error)) + ")"};
+            "the service refused \"" + command + "\": " + numberText(result)};
 }
 
 Failure noService(const std::string& socket, std::chrono::microseconds waited, int reason)

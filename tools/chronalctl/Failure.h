@@ -29,6 +29,9 @@ struct Failure : std::runtime_error
     std::string advice; ///< what is probably behind it and what would be right; may be empty
 };
 
+/// "-13 (Permission denied)" of a negative error number.
+std::string numberText(int number);
+
 /// The service's refusal of a command, with its negative error number.
 Failure refusal(const std::string& command, int result);
 
