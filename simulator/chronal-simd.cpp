@@ -29,6 +29,7 @@
 #include "Protocol.h"
 #include "Rehearsal.h"
 #include "SocketServer.h"
+#include "SocketText.h"
 #include "TimeService.h"
 
 namespace {
@@ -37,8 +38,6 @@ using namespace chronal::sim;
 
 constexpr int exitFailure = 1;
 constexpr int exitUsage = 2;
-
-constexpr char socketName[] = "chronal.sock";
 
 struct Settings
 {
@@ -55,15 +54,6 @@ struct Settings
 [[noreturn]] void refuse(const std::string& text, const std::string& expected)
 {
     throw std::invalid_argument("'" + text + "' is no " + expected);
-}
-
-std::string parseSocket(const std::string& text)
-{
-    if (text.empty())
-        refuse(text, "path; right would be one such as /tmp/chronal.sock, or an existing folder");
-    const std::filesystem::path path = text;
-    std::error_code ignored;
-    return std::filesystem::is_directory(path, ignored) ? path / socketName : path;
 }
 
 std::string parseZone(const std::string& text)
@@ -178,7 +168,7 @@ void describe(CLI::App& app, Settings& settings)
 {
     app.description("Simulated time service: serves the clients that connect to its socket.");
     app.set_version_flag("--version", "chronal-simd " CHRONAL_VERSION);
-    addParsed(app, "--socket", "PATH", settings.socket, parseSocket,
+    addParsed(app, "--socket", "PATH", settings.socket, chronal::tools::parseSocket,
               "Socket to listen at, or the folder for one named chronal.sock "
               "(default: $XDG_RUNTIME_DIR)");
     addParsed(app, "--zone", "NAME", settings.service.zone, parseZone,
@@ -210,7 +200,7 @@ std::string defaultSocket()
     const char* const folder = std::getenv("XDG_RUNTIME_DIR");
     if (!folder || !*folder)
         throw std::runtime_error("XDG_RUNTIME_DIR is not set; name a socket with --socket");
-    return std::filesystem::path(folder) / socketName;
+    return std::filesystem::path(folder) / chronal::tools::socketName;
 }
 
 std::unique_ptr<Clock> ownClock(const Settings& settings)

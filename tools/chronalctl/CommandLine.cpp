@@ -14,6 +14,7 @@
 
 #include "Manual.h"
 #include "Output.h"
+#include "SocketText.h"
 #include "TimeText.h"
 
 namespace chronal::ctl {
@@ -98,10 +99,14 @@ Number parseNumber(const std::string& text)
     return number;
 }
 
-std::string parseNonEmpty(const std::string& text)
+/// With what else a message holds, more does not fit into one.
+std::string parseText(const std::string& text)
 {
-    if (text.empty())
-        throw std::invalid_argument("is empty");
+    constexpr std::size_t longest = 65000;
+    if (text.size() > longest)
+        throw std::invalid_argument("has " + std::to_string(text.size()) +
+                                    " characters; a message has room for " +
+                                    std::to_string(longest));
     return text;
 }
 
@@ -284,8 +289,9 @@ CommandLine::CommandLine()
 
 void CommandLine::addOptions()
 {
-    addParsed(app, "--socket", options.socket, parseNonEmpty, "PATH",
-              "Talk to the service at this socket, for example one of chronal-simd")
+    addParsed(app, "--socket", options.socket, tools::parseSocket, "PATH",
+              "Talk to the service at this socket, or the one named chronal.sock in this folder; "
+              "for example one of chronal-simd")
         ->envname("CHRONAL_SOCKET");
     app.add_flag("--json", options.json, "Print one JSON object a line, for an error as well");
     addParsed(app, "--timeout", options.timeout, parseWait, "SECONDS",
@@ -522,7 +528,7 @@ void CommandLine::addSettings()
         addParsed(set, "--time" + std::to_string(index + 1), arguments.times[index], parseUtc,
                   "TIME", "Time " + std::to_string(index + 1) + " of the settings");
     addValue(set, "The settings' number");
-    set.add_option("--server", arguments.server, "The NTP server")->type_name("NAME");
+    addParsed(set, "--server", arguments.server, parseText, "NAME", "The NTP server");
     addReason(set, EINVAL,
               "NTP is in use and needs a server; to do without one: chronalctl ntp set '' --off",
               [this] { return arguments.server == ""; });
@@ -534,7 +540,7 @@ void CommandLine::addSettings()
                                    [this](UserAdapter& adapter, Ids& ids) {
                                        adapter.cmdDateTimeNtpSet(ids, arguments.text, arguments.on);
                                    });
-    ntpSet.add_option("SERVER", arguments.text, "Its name")->required()->type_name("");
+    addArgument(ntpSet, "SERVER", arguments.text, parseText, "Its name");
     ntpSet.add_flag("!--off", arguments.on, "Do not use it");
     addReason(ntpSet, EINVAL, "a server that is to be used needs a name; to use none: --off",
               [this] { return arguments.text.empty(); });
@@ -568,9 +574,7 @@ void CommandLine::addTimezone()
     CLI::App& set = addQuestion(group, "set", "Change it", [this](UserAdapter& adapter, Ids& ids) {
         adapter.cmdTimezoneSet(ids, arguments.text);
     });
-    set.add_option("ZONE", arguments.text, "Its name, for example Europe/Berlin")
-        ->required()
-        ->type_name("");
+    addArgument(set, "ZONE", arguments.text, parseText, "Its name, for example Europe/Berlin");
     addReason(set, ENOENT,
               "the service knows no time zone '{ZONE}'; right would be a name of the time-zone "
               "database, such as Europe/Berlin");

@@ -133,11 +133,17 @@ public:
     {
     }
 
-    /// What kept the service from being reached, or nothing once it was.
+    bool wasReached()
+    {
+        const std::lock_guard<std::mutex> lock(mutex);
+        return reached;
+    }
+
+    /// What kept the service from being reached, if that is known.
     std::optional<int> obstacle()
     {
         const std::lock_guard<std::mutex> lock(mutex);
-        return reached ? std::nullopt : std::optional<int>(lastReason);
+        return lastReason;
     }
 
 private:
@@ -156,9 +162,7 @@ private:
             const std::lock_guard<std::mutex> lock(mutex);
             lastReason = reason;
         }
-        printer.print({"connection",
-                       "not-connected",
-                       {{"reason", std::string(reason ? std::strerror(reason) : "closed")}}});
+        printer.print({"connection", "not-connected", {{"reason", reasonText(reason)}}});
     }
 
     void answered(const fabric::MsgIds&, const Report&) override {}
@@ -173,7 +177,7 @@ private:
     const bool broadcasts;
     std::mutex mutex;
     bool reached = false;
-    int lastReason = 0;
+    std::optional<int> lastReason;
 };
 
 /// The current time of one source. The notification does not name its source, so each source has a
@@ -234,8 +238,8 @@ void monitor(const Options& options, const Watch& watch)
         subscribers.emplace_back(options.socket, printer, source);
 
     const auto failUnlessReached = [&](std::chrono::microseconds waited) {
-        if (const std::optional<int> reason = listener->obstacle())
-            printer.fail(noService(options.socket, waited, *reason));
+        if (!listener->wasReached())
+            printer.fail(noService(options.socket, waited, listener->obstacle()));
     };
     boost::asio::steady_timer firstConnection(waiting, options.timeout);
     firstConnection.async_wait([&](const auto&) { failUnlessReached(options.timeout); });
