@@ -123,6 +123,21 @@ void Printer::check()
         throw Failure(*failure);
 }
 
+Report lossReport(int reason)
+{
+    return {"connection",
+            "not-connected",
+            {{"number", std::int64_t{-reason}}, {"reason", reasonText(reason)}}};
+}
+
+/// `report` with the name of the source that it is about.
+Report named(Report report, const ReferenceTimeId& source)
+{
+    report.fields.insert(report.fields.begin(),
+                         {"source", chronal::Helpers::getRefTimeStr(source)});
+    return report;
+}
+
 /// What everybody is notified of, and the state of the connection.
 class Listener : public Client
 {
@@ -162,7 +177,7 @@ private:
             const std::lock_guard<std::mutex> lock(mutex);
             lastReason = reason;
         }
-        printer.print({"connection", "not-connected", {{"reason", reasonText(reason)}}});
+        printer.print(lossReport(reason));
     }
 
     void answered(const fabric::MsgIds&, const Report&) override {}
@@ -194,11 +209,18 @@ public:
 private:
     void connected() override
     {
+        wasConnected = true;
         // Nobody else sends here, and the answer is delivered on this same thread.
         cmdRefTimeSubscribe(subscription, source);
     }
 
-    void notConnected(int) override {}
+    void notConnected(int reason) override
+    {
+        // That the service cannot be reached, the listener says for all.
+        if (wasConnected)
+            printer.print(named(lossReport(reason), source));
+        wasConnected = false;
+    }
 
     void answered(const fabric::MsgIds& ids, const Report& answer) override
     {
@@ -209,17 +231,14 @@ private:
 
     void notified(const Report& notification) override
     {
-        if (std::strcmp(notification.name, "current-time") != 0)
-            return;
-        Report named = notification;
-        named.fields.insert(named.fields.begin(),
-                            {"source", chronal::Helpers::getRefTimeStr(source)});
-        printer.print(named);
+        if (std::strcmp(notification.name, "current-time") == 0)
+            printer.print(named(notification, source));
     }
 
     Printer& printer;
     const ReferenceTimeId source;
     fabric::MsgIds subscription = {};
+    bool wasConnected = false;
 };
 
 } // namespace
