@@ -192,7 +192,7 @@ void describe(CLI::App& app, Settings& settings)
     app.add_flag("--verbose", settings.verbose,
                  "Writes a line for every message, and at the end how many frames were refused "
                  "and clients dropped; waits for no reader, and tells how many lines it left out");
-    chronal::tools::addManual(app, manPageText);
+    chronal::tools::addManual(app, manPageText, {{"COMMAND", commandList(" ")}});
 }
 
 std::string defaultSocket()

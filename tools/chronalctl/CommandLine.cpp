@@ -297,7 +297,7 @@ void CommandLine::addOptions()
     addParsed(app, "--timeout", options.timeout, parseWait, "SECONDS",
               "How long to wait for the service, and for each answer; 5 if not given");
     app.set_version_flag("--version", "chronalctl " CHRONAL_VERSION, "Print the version and exit");
-    app.set_help_flag("--help", "Print what can be said here and exit");
+    app.set_help_flag("-h,--help", "Print what can be said here and exit");
     tools::addManual(app, manPageText());
 }
 
@@ -596,7 +596,14 @@ void CommandLine::parse(int argc, const char* const* argv)
 {
     // A line that cannot be read to its end is complained about in the form that it asks for.
     options.json = std::find(argv, argv + argc, std::string_view("--json")) != argv + argc;
-    app.parse(argc, argv);
+    std::vector<std::string> said(argv + std::min(argc, 1), argv + argc);
+    // "help COMMAND" is another way to say "COMMAND --help".
+    if (!said.empty() && said.front() == "help") {
+        said.erase(said.begin());
+        said.push_back("--help");
+    }
+    std::reverse(said.begin(), said.end()); // as CLI11 wants it
+    app.parse(std::move(said));
     // In a whole line the word may turn out to be the value of another option.
     options.json = options.json && app.get_option("--json")->count() != 0;
 }
