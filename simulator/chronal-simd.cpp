@@ -8,21 +8,18 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <ctime>
 #include <exception>
 #include <filesystem>
 #include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include <poll.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
-#include <date/date.h>
 
 #include "Clock.h"
 #include "Manual.h"
@@ -31,6 +28,8 @@
 #include "SocketServer.h"
 #include "SocketText.h"
 #include "TimeService.h"
+#include "TimeText.h"
+#include "WireTime.h"
 
 namespace {
 
@@ -65,36 +64,20 @@ std::string parseZone(const std::string& text)
 
 std::chrono::milliseconds parsePeriod(const std::string& text)
 {
-    constexpr std::int64_t longest = std::chrono::milliseconds(std::chrono::hours(24)).count();
-    std::int64_t count = 0;
-    const char* const end = text.data() + text.size();
-    const auto [rest, error] = std::from_chars(text.data(), end, count);
-    const std::string_view unit(rest, static_cast<std::size_t>(end - rest));
-    const std::int64_t factor = unit == "ms" ? 1 : unit == "s" ? 1000 : unit == "min" ? 60000 : 0;
-    const bool valid =
-        error == std::errc() && factor != 0 && count > 0 && count <= longest / factor;
-    if (!valid)
-        refuse(text, "whole number of ms, s or min from 1ms to a day; right would be 250ms or 2s");
-    return std::chrono::milliseconds(count * factor);
+    using std::chrono::milliseconds;
+    const std::chrono::microseconds period = chronal::tools::parseDuration(text);
+    const auto whole = std::chrono::duration_cast<milliseconds>(period);
+    if (whole != period || whole < milliseconds(1) || whole > std::chrono::hours(24))
+        refuse(text, "period; right would be whole milliseconds, from 1ms to a day");
+    return whole;
 }
 
 Utc parseStartTime(const std::string& text)
 {
-    for (const char* const form : {"%Y-%m-%dT%H:%M:%SZ", "%Y-%m-%dT%H:%M:%S", "%Y-%m-%dT%H:%MZ",
-                                   "%Y-%m-%dT%H:%M", "%Y-%m-%d"}) {
-        std::tm parts = {};
-        const char* const end = strptime(text.c_str(), form, &parts);
-        if (!end || *end != '\0')
-            continue;
-        const date::year_month_day day(date::year(parts.tm_year + 1900),
-                                       date::month(static_cast<unsigned>(parts.tm_mon + 1)),
-                                       date::day(static_cast<unsigned>(parts.tm_mday)));
-        const Utc time = date::sys_days(day) + std::chrono::hours(parts.tm_hour) +
-                         std::chrono::minutes(parts.tm_min) + std::chrono::seconds(parts.tm_sec);
-        if (day.ok() && time >= Utc() && time < calendarEnd)
-            return time;
-    }
-    refuse(text, "UTC from 1970 to 9999; right would be one such as 2026-03-29T00:59:50Z");
+    const std::optional<Utc> time = readUtc(chronal::tools::parseUtc(text));
+    if (!time)
+        refuse(text, "time within the years 1970 to 9999");
+    return *time;
 }
 
 template <class Number>
@@ -173,11 +156,13 @@ void describe(CLI::App& app, Settings& settings)
               "(default: $XDG_RUNTIME_DIR)");
     addParsed(app, "--zone", "NAME", settings.service.zone, parseZone,
               "Time zone at the start (default: UTC)");
-    addParsed(app, "--period", "SPAN", settings.service.notificationPeriod, parsePeriod,
+    addParsed(app, "--period", "DURATION", settings.service.notificationPeriod, parsePeriod,
               "Time between two notifications of the current time, such as 250ms, 2s or 1min; "
               "not accelerated (default: 1s)");
-    addParsed(app, "--start-time", "TIME", settings.startTime, parseStartTime,
-              "UTC at the start, such as 2026-03-29T00:59:50Z (default: the machine's)");
+    addParsed(
+        app, "--start-time", "TIME", settings.startTime, parseStartTime,
+        "UTC at the start, such as 2026-03-29T00:59:50Z, in any form that chronalctl(1) tells "
+        "(default: the machine's)");
     addParsed(app, "--speed", "N", settings.speed, parseSpeed,
               "Lets time run N times faster, 0.001 to 1000000 (default: 1)");
     addParsed(app, "--drop-after", "N", settings.faults.dropAfter, parseCount,

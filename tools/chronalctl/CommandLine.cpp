@@ -32,13 +32,16 @@ const tools::ManPageText& manPageText()
 {
     static const tools::ManPageText text = {
         "talk to the time service",
-        {{"TIMES AND SPANS",
+        {{"TIMES, SPANS AND DURATIONS",
           {"A TIME is a date with or without a time of day (2026-03-29, 2026-03-29T01:00Z, "
            "\"2026-03-29 01:00:00.250\", 2026-03-29T03:00:00+02:00), UTC unless it names an "
-           "offset; "
+           "offset (+02:00, +0200, +02); "
            "or seconds since 1970-01-01 (@1774746000.5). A local time has neither Z nor an offset.",
            "A SPAN is a sign, which may be left out, and counts with units from larger to smaller "
-           "ones (+1h30m, -90s, 1d2h, 250ms; units d, h, m, s, ms, us), or an offset (+05:30)."}},
+           "ones (+1h30m, -90s, 1d2h, 250ms; units d, h, m or min, s, ms, us), or an offset "
+           "(+05:30).",
+           "A DURATION is a number of seconds (5, 0.5), or counts with the units of a span (250ms, "
+           "2s, 1min)."}},
          {"EXIT STATUS",
           {"0: done. 1: refused by the service. 2: bad usage. 3: no service, no answer in time, or "
            "nowhere to print it. "
@@ -62,11 +65,16 @@ const tools::ManPageText& manPageText()
     return text;
 }
 
+std::string upperCase(std::string text)
+{
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+    return text;
+}
+
 ReferenceTimeId parseSource(const std::string& text)
 {
-    std::string name = text;
-    std::transform(name.begin(), name.end(), name.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+    const std::string name = upperCase(text);
     if (name == "TELETEXT")
         return referenceTimeTeletext;
     // The invalid one can be named, to see how it is refused.
@@ -81,8 +89,9 @@ ReferenceTimeId parseSource(const std::string& text)
 
 bool parseSwitch(const std::string& text)
 {
-    if (text == "on" || text == "off")
-        return text == "on";
+    const std::string name = upperCase(text);
+    if (name == "ON" || name == "OFF")
+        return name == "ON";
     throw std::invalid_argument("'" + text + "' is neither on nor off");
 }
 
@@ -97,6 +106,14 @@ Number parseNumber(const std::string& text)
                                     std::to_string(least) + " to " +
                                     std::to_string(std::numeric_limits<Number>::max()));
     return number;
+}
+
+std::chrono::microseconds parseWait(const std::string& text)
+{
+    const std::chrono::microseconds wait = tools::parseDuration(text);
+    if (wait == wait.zero())
+        throw std::invalid_argument("'" + text + "' is no time to wait");
+    return wait;
 }
 
 /// With what else a message holds, more does not fit into one.
@@ -294,8 +311,8 @@ void CommandLine::addOptions()
               "for example one of chronal-simd")
         ->envname("CHRONAL_SOCKET");
     app.add_flag("--json", options.json, "Print one JSON object a line, for an error as well");
-    addParsed(app, "--timeout", options.timeout, parseWait, "SECONDS",
-              "How long to wait for the service, and for each answer; 5 if not given");
+    addParsed(app, "--timeout", options.timeout, parseWait, "DURATION",
+              "How long to wait for the service, and for each answer; 5s if not given");
     app.set_version_flag("--version", "chronalctl " CHRONAL_VERSION, "Print the version and exit");
     app.set_help_flag("-h,--help", "Print what can be said here and exit");
     tools::addManual(app, manPageText());
@@ -346,7 +363,7 @@ void CommandLine::addSource(CLI::App& command)
 void CommandLine::addUtc(CLI::App& command, const std::string& name, nubOsalTime_struct& time,
                          const std::string& description)
 {
-    addArgument(command, name, time, parseUtc, description);
+    addArgument(command, name, time, tools::parseUtc, description);
     addReason(command, EINVAL, "'{" + name + "}' is not within the years 1970 to 9999",
               [this, &time] { return !arguments.negate && !isInCalendar(time); });
 }
@@ -354,7 +371,7 @@ void CommandLine::addUtc(CLI::App& command, const std::string& name, nubOsalTime
 void CommandLine::addLocal(CLI::App& command, const std::string& name, nubOsalTime_struct& time,
                            const std::string& description)
 {
-    addArgument(command, name, time, parseLocal, description);
+    addArgument(command, name, time, tools::parseLocal, description);
     addReason(command, EINVAL, "'{" + name + "}' is not within the years 1970 to 9999 of UTC",
               [this, &time] { return !arguments.negate && !isInCalendar(time, day); });
     addReason(command, EINVAL,
@@ -372,7 +389,7 @@ CLI::Option* CommandLine::addSpan(CLI::App& command, const std::string& name,
     addReason(command, EINVAL,
               "'{" + name + "}' is too much; right would be a deviation from -24h to +24h",
               [&span] { return isOverADay(span); });
-    return addParsed(command, name, span, parseSpan, "", description);
+    return addParsed(command, name, span, tools::parseSpan, "", description);
 }
 
 void CommandLine::addReason(const CLI::App& command, int error, const std::string& text,
@@ -407,7 +424,7 @@ void CommandLine::addWatching()
 
 void CommandLine::addWatchOptions(CLI::App& command)
 {
-    addParsed(command, "--for", arguments.watch.duration, parseWait, "SECONDS",
+    addParsed(command, "--for", arguments.watch.duration, parseWait, "DURATION",
               "End after this time");
     addParsed(command, "--count", arguments.watch.count, parseNumber<std::uint64_t, 1>, "N",
               "End after so many notifications");
@@ -525,8 +542,9 @@ void CommandLine::addSettings()
                                [this] { setSettings(options, arguments); });
     set.require_option(1, 0);
     for (std::size_t index = 0; index < arguments.times.size(); ++index)
-        addParsed(set, "--time" + std::to_string(index + 1), arguments.times[index], parseUtc,
-                  "TIME", "Time " + std::to_string(index + 1) + " of the settings");
+        addParsed(set, "--time" + std::to_string(index + 1), arguments.times[index],
+                  tools::parseUtc, "TIME",
+                  "Time " + std::to_string(index + 1) + " of the settings");
     addValue(set, "The settings' number");
     addParsed(set, "--server", arguments.server, parseText, "NAME", "The NTP server");
     addReason(set, EINVAL,
