@@ -6,6 +6,7 @@
 #include <chrono>
 #include <climits>
 #include <csignal>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -20,6 +21,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <fabric-host/DebugSink.h>
 
 #include "Clock.h"
 #include "Manual.h"
@@ -196,16 +198,19 @@ std::unique_ptr<Clock> ownClock(const Settings& settings)
                                          settings.speed);
 }
 
-/// Lines to standard output, for a service that whoever reads them must not hold up: those that
-/// there is no room for are left out and counted.
+/// Lines for a reader who must not hold up the service: those that there is no room for are left
+/// out and counted.
 class LineLog
 {
 public:
+    explicit LineLog(int descriptor) : output(descriptor) {}
+
     void write(const std::string& line);
 
 private:
     bool flush();
 
+    const int output;
     std::string unwritten; ///< of the last line
     std::size_t leftOut = 0;
 };
@@ -219,7 +224,7 @@ void LineLog::write(const std::string& line)
     if (leftOut != 0)
         unwritten = "lines left out, since nobody read them: " + std::to_string(leftOut) + '\n';
     leftOut = 0;
-    unwritten += line + '\n';
+    unwritten += line;
     flush();
 }
 
@@ -227,12 +232,12 @@ void LineLog::write(const std::string& line)
 bool LineLog::flush()
 {
     while (!unwritten.empty()) {
-        pollfd output = {STDOUT_FILENO, POLLOUT, 0};
-        if (poll(&output, 1, 0) == 0)
+        pollfd room = {output, POLLOUT, 0};
+        if (poll(&room, 1, 0) == 0)
             return false;
         // A pipe that has room at all has room for so much.
         const std::size_t size = std::min<std::size_t>(unwritten.size(), PIPE_BUF);
-        const ssize_t written = ::write(STDOUT_FILENO, unwritten.data(), size);
+        const ssize_t written = ::write(output, unwritten.data(), size);
         if (written < 0 && (errno == EINTR || errno == EAGAIN))
             return false;
         // What cannot be written at all, since its reader has left, is of no interest to anybody.
@@ -246,6 +251,8 @@ void showTrouble()
 {
     const char* const others = std::getenv("NUB_DEBUG");
     setenv("NUB_DEBUG", (std::string("*:3000,") + (others ? others : "")).c_str(), 1);
+    static LineLog lines(STDERR_FILENO);
+    fabric::host::setDebugSink([](std::uint32_t, const std::string& line) { lines.write(line); });
 }
 
 void serve(const Settings& settings)
@@ -253,16 +260,16 @@ void serve(const Settings& settings)
     const std::string socket = settings.socket.empty() ? defaultSocket() : settings.socket;
     const std::unique_ptr<Clock> clock = ownClock(settings);
     TimeService service(settings.service, clock ? *clock : systemClock());
-    LineLog log;
-    const auto writeLine = [&](const std::string& line) { log.write(line); };
+    LineLog log(STDOUT_FILENO);
+    const auto writeLine = [&](const std::string& line) { log.write(line + '\n'); };
     Rehearsal rehearsal(service, settings.faults,
                         settings.verbose ? Rehearsal::Log(writeLine) : Rehearsal::Log());
     fabric::host::SocketServer server(rehearsal, socket, {SIGINT, SIGTERM});
-    log.write("listening on " + socket);
+    writeLine("listening on " + socket);
     server.run();
     const fabric::host::ServerCounters counters = server.counters();
     if (settings.verbose)
-        log.write("ended; frames refused: " + std::to_string(counters.framesRefused) +
+        writeLine("ended; frames refused: " + std::to_string(counters.framesRefused) +
                   ", clients dropped: " + std::to_string(counters.clientsDropped));
 }
 
