@@ -111,7 +111,7 @@ Number parseNumber(const std::string& text)
 std::chrono::microseconds parseWait(const std::string& text)
 {
     const std::chrono::microseconds wait = tools::parseDuration(text);
-    if (wait == wait.zero())
+    if (wait.count() == 0)
         throw std::invalid_argument("'" + text + "' is no time to wait");
     return wait;
 }
@@ -618,7 +618,7 @@ void CommandLine::parse(int argc, const char* const* argv)
     // "help COMMAND" is another way to say "COMMAND --help".
     if (!said.empty() && said.front() == "help") {
         said.erase(said.begin());
-        said.push_back("--help");
+        said.emplace_back("--help");
     }
     std::reverse(said.begin(), said.end()); // as CLI11 wants it
     app.parse(std::move(said));

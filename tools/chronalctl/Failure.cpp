@@ -66,8 +66,9 @@ Failure noService(const std::string& socket, std::chrono::microseconds waited,
     const std::string text = "no " + serviceOf(socket) + within(waited);
     if (!reason)
         return {ExitStatus::noAnswer, 0, text};
-    const bool nobodyListens = reason == ENOENT || reason == ECONNREFUSED || reason == ENOTDIR;
-    return noAnswerBecause(*reason, text, nobodyListens ? whereNobodyListens(socket) : "");
+    const int error = *reason;
+    const bool nobodyListens = error == ENOENT || error == ENOTDIR || error == ECONNREFUSED;
+    return noAnswerBecause(error, text, nobodyListens ? whereNobodyListens(socket) : "");
 }
 
 Failure noAnswer(const std::string& socket, std::chrono::microseconds waited)
