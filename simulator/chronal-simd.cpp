@@ -1,30 +1,37 @@
 // The simulated time service as a process of its own.
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <chrono>
+#include <climits>
 #include <csignal>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <ctime>
 #include <exception>
 #include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
-#include <string_view>
 #include <vector>
 
+#include <poll.h>
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
-#include <date/date.h>
+#include <fabric-host/DebugSink.h>
+#include <fabric-host/SocketPath.h>
 
 #include "Clock.h"
 #include "Manual.h"
 #include "Protocol.h"
 #include "Rehearsal.h"
-#include "SocketFile.h"
 #include "SocketServer.h"
+#include "SocketText.h"
 #include "TimeService.h"
+#include "TimeText.h"
+#include "WireTime.h"
 
 namespace {
 
@@ -50,13 +57,6 @@ struct Settings
     throw std::invalid_argument("'" + text + "' is no " + expected);
 }
 
-std::string parseSocket(const std::string& text)
-{
-    if (text.empty())
-        refuse(text, "path; right would be one such as /tmp/chronal.sock, or an existing folder");
-    return fabric::host::socketAt(text);
-}
-
 std::string parseZone(const std::string& text)
 {
     if (!findZone(text))
@@ -66,36 +66,20 @@ std::string parseZone(const std::string& text)
 
 std::chrono::milliseconds parsePeriod(const std::string& text)
 {
-    constexpr std::int64_t longest = std::chrono::milliseconds(std::chrono::hours(24)).count();
-    std::int64_t count = 0;
-    const char* const end = text.data() + text.size();
-    const auto [rest, error] = std::from_chars(text.data(), end, count);
-    const std::string_view unit(rest, static_cast<std::size_t>(end - rest));
-    const std::int64_t factor = unit == "ms" ? 1 : unit == "s" ? 1000 : unit == "min" ? 60000 : 0;
-    const bool valid =
-        error == std::errc() && factor != 0 && count > 0 && count <= longest / factor;
-    if (!valid)
-        refuse(text, "whole number of ms, s or min from 1ms to a day; right would be 250ms or 2s");
-    return std::chrono::milliseconds(count * factor);
+    using std::chrono::milliseconds;
+    const std::chrono::microseconds period = chronal::tools::parseDuration(text);
+    const auto whole = std::chrono::duration_cast<milliseconds>(period);
+    if (whole != period || whole < milliseconds(1) || whole > std::chrono::hours(24))
+        refuse(text, "period; right would be whole milliseconds, from 1ms to a day");
+    return whole;
 }
 
 Utc parseStartTime(const std::string& text)
 {
-    for (const char* const form : {"%Y-%m-%dT%H:%M:%SZ", "%Y-%m-%dT%H:%M:%S", "%Y-%m-%dT%H:%MZ",
-                                   "%Y-%m-%dT%H:%M", "%Y-%m-%d"}) {
-        std::tm parts = {};
-        const char* const end = strptime(text.c_str(), form, &parts);
-        if (!end || *end != '\0')
-            continue;
-        const date::year_month_day day(date::year(parts.tm_year + 1900),
-                                       date::month(static_cast<unsigned>(parts.tm_mon + 1)),
-                                       date::day(static_cast<unsigned>(parts.tm_mday)));
-        const Utc time = date::sys_days(day) + std::chrono::hours(parts.tm_hour) +
-                         std::chrono::minutes(parts.tm_min) + std::chrono::seconds(parts.tm_sec);
-        if (day.ok() && time >= Utc() && time < calendarEnd)
-            return time;
-    }
-    refuse(text, "UTC from 1970 to 9999; right would be one such as 2026-03-29T00:59:50Z");
+    const std::optional<Utc> time = readUtc(chronal::tools::parseUtc(text));
+    if (!time)
+        refuse(text, "time within the years 1970 to 9999");
+    return *time;
 }
 
 template <class Number>
@@ -169,16 +153,18 @@ void describe(CLI::App& app, Settings& settings)
 {
     app.description("Simulated time service: serves the clients that connect to its socket.");
     app.set_version_flag("--version", "chronal-simd " CHRONAL_VERSION);
-    addParsed(app, "--socket", "PATH", settings.socket, parseSocket,
+    addParsed(app, "--socket", "PATH", settings.socket, chronal::tools::parseSocket,
               "Socket to listen at, or the folder for one named chronal.sock "
               "(default: $XDG_RUNTIME_DIR)");
     addParsed(app, "--zone", "NAME", settings.service.zone, parseZone,
               "Time zone at the start (default: UTC)");
-    addParsed(app, "--period", "SPAN", settings.service.notificationPeriod, parsePeriod,
+    addParsed(app, "--period", "DURATION", settings.service.notificationPeriod, parsePeriod,
               "Time between two notifications of the current time, such as 250ms, 2s or 1min; "
               "not accelerated (default: 1s)");
-    addParsed(app, "--start-time", "TIME", settings.startTime, parseStartTime,
-              "UTC at the start, such as 2026-03-29T00:59:50Z (default: the machine's)");
+    addParsed(
+        app, "--start-time", "TIME", settings.startTime, parseStartTime,
+        "UTC at the start, such as 2026-03-29T00:59:50Z, in any form that chronalctl(1) tells "
+        "(default: the machine's)");
     addParsed(app, "--speed", "N", settings.speed, parseSpeed,
               "Lets time run N times faster, 0.001 to 1000000 (default: 1)");
     addParsed(app, "--drop-after", "N", settings.faults.dropAfter, parseCount,
@@ -192,8 +178,8 @@ void describe(CLI::App& app, Settings& settings)
         ->check(faultOfCommand);
     app.add_flag("--verbose", settings.verbose,
                  "Writes a line for every message, and at the end how many frames were refused "
-                 "and clients dropped");
-    chronal::tools::addManual(app, manPageText);
+                 "and clients dropped; waits for no reader, and tells how many lines it left out");
+    chronal::tools::addManual(app, manPageText, {{"COMMAND", commandList(" ")}});
 }
 
 std::string defaultSocket()
@@ -212,10 +198,52 @@ std::unique_ptr<Clock> ownClock(const Settings& settings)
                                          settings.speed);
 }
 
-void writeLine(const std::string& line)
+/// Lines for a reader who must not hold up the service: those that there is no room for are left
+/// out and counted.
+class LineLog
 {
-    std::puts(line.c_str());
-    std::fflush(stdout);
+public:
+    explicit LineLog(int descriptor) : output(descriptor) {}
+
+    void write(const std::string& line);
+
+private:
+    bool flush();
+
+    const int output;
+    std::string unwritten; ///< of the last line
+    std::size_t leftOut = 0;
+};
+
+void LineLog::write(const std::string& line)
+{
+    if (!flush()) {
+        ++leftOut;
+        return;
+    }
+    if (leftOut != 0)
+        unwritten = "lines left out, since nobody read them: " + std::to_string(leftOut) + '\n';
+    leftOut = 0;
+    unwritten += line;
+    flush();
+}
+
+/// False when there is no room for the rest.
+bool LineLog::flush()
+{
+    while (!unwritten.empty()) {
+        pollfd room = {output, POLLOUT, 0};
+        if (poll(&room, 1, 0) == 0)
+            return false;
+        // A pipe that has room at all has room for so much.
+        const std::size_t size = std::min<std::size_t>(unwritten.size(), PIPE_BUF);
+        const ssize_t written = ::write(output, unwritten.data(), size);
+        if (written < 0 && (errno == EINTR || errno == EAGAIN))
+            return false;
+        // What cannot be written at all, since its reader has left, is of no interest to anybody.
+        unwritten.erase(0, written < 0 ? std::string::npos : static_cast<std::size_t>(written));
+    }
+    return true;
 }
 
 /// Only what stands in NUB_DEBUG as well can switch it off again.
@@ -223,6 +251,8 @@ void showTrouble()
 {
     const char* const others = std::getenv("NUB_DEBUG");
     setenv("NUB_DEBUG", (std::string("*:3000,") + (others ? others : "")).c_str(), 1);
+    static LineLog lines(STDERR_FILENO);
+    fabric::host::setDebugSink([](std::uint32_t, const std::string& line) { lines.write(line); });
 }
 
 void serve(const Settings& settings)
@@ -230,7 +260,10 @@ void serve(const Settings& settings)
     const std::string socket = settings.socket.empty() ? defaultSocket() : settings.socket;
     const std::unique_ptr<Clock> clock = ownClock(settings);
     TimeService service(settings.service, clock ? *clock : systemClock());
-    Rehearsal rehearsal(service, settings.faults, settings.verbose ? writeLine : Rehearsal::Log());
+    LineLog log(STDOUT_FILENO);
+    const auto writeLine = [&](const std::string& line) { log.write(line + '\n'); };
+    Rehearsal rehearsal(service, settings.faults,
+                        settings.verbose ? Rehearsal::Log(writeLine) : Rehearsal::Log());
     fabric::host::SocketServer server(rehearsal, socket, {SIGINT, SIGTERM});
     writeLine("listening on " + socket);
     server.run();

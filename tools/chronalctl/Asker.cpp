@@ -19,13 +19,14 @@ Report Asker::ask(const Send& send)
     answer.reset();
     const unsigned lossesBefore = losses;
     send(*this, expected);
-    if (expected.messageId == 0)
-        throw notSent(socket, lastReason);
+    // A connection that takes no command has gone, which is reported a moment later.
     changed.wait_for(lock, timeout, [&] { return answer.has_value() || losses != lossesBefore; });
     if (answer)
         return *answer;
     if (losses != lossesBefore)
-        throw lostBeforeAnswer(socket, lastReason);
+        throw lostBeforeAnswer(socket, lastReason.value_or(0));
+    if (expected.messageId == 0)
+        throw notSent(socket, timeout);
     throw noAnswer(socket, timeout);
 }
 

@@ -37,8 +37,8 @@ private:
     std::mutex mutex;
     std::condition_variable changed;
     bool isConnected = false;
-    unsigned losses = 0; ///< of the connection, which may come back before anybody looks
-    int lastReason = 0;
+    unsigned losses = 0;           ///< of the connection, which may come back before anybody looks
+    std::optional<int> lastReason; ///< why there is no connection
     fabric::MsgIds expected = {};
     std::optional<Report> answer;
 };

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <charconv>
 #include <limits>
+#include <optional>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
@@ -13,6 +14,7 @@
 
 #include "Manual.h"
 #include "Output.h"
+#include "SocketText.h"
 #include "TimeText.h"
 
 namespace chronal::ctl {
@@ -30,13 +32,16 @@ const tools::ManPageText& manPageText()
 {
     static const tools::ManPageText text = {
         "talk to the time service",
-        {{"TIMES AND SPANS",
+        {{"TIMES, SPANS AND DURATIONS",
           {"A TIME is a date with or without a time of day (2026-03-29, 2026-03-29T01:00Z, "
            "\"2026-03-29 01:00:00.250\", 2026-03-29T03:00:00+02:00), UTC unless it names an "
-           "offset; "
+           "offset (+02:00, +0200, +02); "
            "or seconds since 1970-01-01 (@1774746000.5). A local time has neither Z nor an offset.",
            "A SPAN is a sign, which may be left out, and counts with units from larger to smaller "
-           "ones (+1h30m, -90s, 1d2h, 250ms; units d, h, m, s, ms, us), or an offset (+05:30)."}},
+           "ones (+1h30m, -90s, 1d2h, 250ms; units d, h, m or min, s, ms, us), or an offset "
+           "(+05:30).",
+           "A DURATION is a number of seconds (5, 0.5), or counts with the units of a span (250ms, "
+           "2s, 1min)."}},
          {"EXIT STATUS",
           {"0: done. 1: refused by the service. 2: bad usage. 3: no service, no answer in time, or "
            "nowhere to print it. "
@@ -60,11 +65,16 @@ const tools::ManPageText& manPageText()
     return text;
 }
 
+std::string upperCase(std::string text)
+{
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+    return text;
+}
+
 ReferenceTimeId parseSource(const std::string& text)
 {
-    std::string name = text;
-    std::transform(name.begin(), name.end(), name.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+    const std::string name = upperCase(text);
     if (name == "TELETEXT")
         return referenceTimeTeletext;
     // The invalid one can be named, to see how it is refused.
@@ -79,8 +89,9 @@ ReferenceTimeId parseSource(const std::string& text)
 
 bool parseSwitch(const std::string& text)
 {
-    if (text == "on" || text == "off")
-        return text == "on";
+    const std::string name = upperCase(text);
+    if (name == "ON" || name == "OFF")
+        return name == "ON";
     throw std::invalid_argument("'" + text + "' is neither on nor off");
 }
 
@@ -97,10 +108,22 @@ Number parseNumber(const std::string& text)
     return number;
 }
 
-std::string parseNonEmpty(const std::string& text)
+std::chrono::microseconds parseWait(const std::string& text)
 {
-    if (text.empty())
-        throw std::invalid_argument("is empty");
+    const std::chrono::microseconds wait = tools::parseDuration(text);
+    if (wait.count() == 0)
+        throw std::invalid_argument("'" + text + "' is no time to wait");
+    return wait;
+}
+
+/// With what else a message holds, more does not fit into one.
+std::string parseText(const std::string& text)
+{
+    constexpr std::size_t longest = 65000;
+    if (text.size() > longest)
+        throw std::invalid_argument("has " + std::to_string(text.size()) +
+                                    " characters; a message has room for " +
+                                    std::to_string(longest));
     return text;
 }
 
@@ -208,24 +231,34 @@ void printAnswer(const Options& options, const Answer& answer)
     print(options.json ? asJson(answer) : asTable(answer));
 }
 
+/// What is refused does not keep the rest from being shown, but is the outcome.
 void showStatus(const Options& options)
 {
     Connection<Asker> service = connect(options);
+    std::optional<Failure> firstRefusal;
+    const auto ask = [&](const std::string& command, const Asker::Send& send) {
+        Report report = service->ask(send);
+        if (report.result < 0 && !firstRefusal)
+            firstRefusal = refusal(command, report.result);
+        return report;
+    };
     Status status;
     for (const ReferenceTimeId source : allSources)
         status.sources.push_back(
-            askFor(service, "ref-time get " + Helpers::getRefTimeStr(source),
-                   [&](UserAdapter& adapter, Ids& ids) { adapter.cmdRefTimeFetch(ids, source); }));
-    status.timezone = askFor(service, "timezone get",
-                             [](UserAdapter& adapter, Ids& ids) { adapter.cmdTimezoneFetch(ids); });
-    status.nextDeviation =
-        askFor(service, "deviation next get RTC", [](UserAdapter& adapter, Ids& ids) {
-            adapter.cmdNextTimeDeviationChangeFetch(ids, referenceTimeRtc);
-        });
-    status.settings = askFor(service, "settings get", [](UserAdapter& adapter, Ids& ids) {
+            {Helpers::getRefTimeStr(source),
+             ask("ref-time get " + Helpers::getRefTimeStr(source),
+                 [&](UserAdapter& adapter, Ids& ids) { adapter.cmdRefTimeFetch(ids, source); })});
+    status.timezone =
+        ask("timezone get", [](UserAdapter& adapter, Ids& ids) { adapter.cmdTimezoneFetch(ids); });
+    status.nextDeviation = ask("deviation next get RTC", [](UserAdapter& adapter, Ids& ids) {
+        adapter.cmdNextTimeDeviationChangeFetch(ids, referenceTimeRtc);
+    });
+    status.settings = ask("settings get", [](UserAdapter& adapter, Ids& ids) {
         adapter.cmdDateTimeSettingsFetch(ids);
     });
     printAnswer(options, status);
+    if (firstRefusal)
+        throw Failure(*firstRefusal);
 }
 
 /// The command replaces all settings, so what is not given is fetched first.
@@ -273,14 +306,15 @@ CommandLine::CommandLine()
 
 void CommandLine::addOptions()
 {
-    addParsed(app, "--socket", options.socket, parseNonEmpty, "PATH",
-              "Talk to the service at this socket, for example one of chronal-simd")
+    addParsed(app, "--socket", options.socket, tools::parseSocket, "PATH",
+              "Talk to the service at this socket, or the one named chronal.sock in this folder; "
+              "for example one of chronal-simd")
         ->envname("CHRONAL_SOCKET");
     app.add_flag("--json", options.json, "Print one JSON object a line, for an error as well");
-    addParsed(app, "--timeout", options.timeout, parseWait, "SECONDS",
-              "How long to wait for the service, and for each answer; 5 if not given");
+    addParsed(app, "--timeout", options.timeout, parseWait, "DURATION",
+              "How long to wait for the service, and for each answer; 5s if not given");
     app.set_version_flag("--version", "chronalctl " CHRONAL_VERSION, "Print the version and exit");
-    app.set_help_flag("--help", "Print what can be said here and exit");
+    app.set_help_flag("-h,--help", "Print what can be said here and exit");
     tools::addManual(app, manPageText());
 }
 
@@ -329,7 +363,7 @@ void CommandLine::addSource(CLI::App& command)
 void CommandLine::addUtc(CLI::App& command, const std::string& name, nubOsalTime_struct& time,
                          const std::string& description)
 {
-    addArgument(command, name, time, parseUtc, description);
+    addArgument(command, name, time, tools::parseUtc, description);
     addReason(command, EINVAL, "'{" + name + "}' is not within the years 1970 to 9999",
               [this, &time] { return !arguments.negate && !isInCalendar(time); });
 }
@@ -337,7 +371,7 @@ void CommandLine::addUtc(CLI::App& command, const std::string& name, nubOsalTime
 void CommandLine::addLocal(CLI::App& command, const std::string& name, nubOsalTime_struct& time,
                            const std::string& description)
 {
-    addArgument(command, name, time, parseLocal, description);
+    addArgument(command, name, time, tools::parseLocal, description);
     addReason(command, EINVAL, "'{" + name + "}' is not within the years 1970 to 9999 of UTC",
               [this, &time] { return !arguments.negate && !isInCalendar(time, day); });
     addReason(command, EINVAL,
@@ -355,7 +389,7 @@ CLI::Option* CommandLine::addSpan(CLI::App& command, const std::string& name,
     addReason(command, EINVAL,
               "'{" + name + "}' is too much; right would be a deviation from -24h to +24h",
               [&span] { return isOverADay(span); });
-    return addParsed(command, name, span, parseSpan, "", description);
+    return addParsed(command, name, span, tools::parseSpan, "", description);
 }
 
 void CommandLine::addReason(const CLI::App& command, int error, const std::string& text,
@@ -390,7 +424,7 @@ void CommandLine::addWatching()
 
 void CommandLine::addWatchOptions(CLI::App& command)
 {
-    addParsed(command, "--for", arguments.watch.duration, parseWait, "SECONDS",
+    addParsed(command, "--for", arguments.watch.duration, parseWait, "DURATION",
               "End after this time");
     addParsed(command, "--count", arguments.watch.count, parseNumber<std::uint64_t, 1>, "N",
               "End after so many notifications");
@@ -508,10 +542,11 @@ void CommandLine::addSettings()
                                [this] { setSettings(options, arguments); });
     set.require_option(1, 0);
     for (std::size_t index = 0; index < arguments.times.size(); ++index)
-        addParsed(set, "--time" + std::to_string(index + 1), arguments.times[index], parseUtc,
-                  "TIME", "Time " + std::to_string(index + 1) + " of the settings");
+        addParsed(set, "--time" + std::to_string(index + 1), arguments.times[index],
+                  tools::parseUtc, "TIME",
+                  "Time " + std::to_string(index + 1) + " of the settings");
     addValue(set, "The settings' number");
-    set.add_option("--server", arguments.server, "The NTP server")->type_name("NAME");
+    addParsed(set, "--server", arguments.server, parseText, "NAME", "The NTP server");
     addReason(set, EINVAL,
               "NTP is in use and needs a server; to do without one: chronalctl ntp set '' --off",
               [this] { return arguments.server == ""; });
@@ -523,7 +558,7 @@ void CommandLine::addSettings()
                                    [this](UserAdapter& adapter, Ids& ids) {
                                        adapter.cmdDateTimeNtpSet(ids, arguments.text, arguments.on);
                                    });
-    ntpSet.add_option("SERVER", arguments.text, "Its name")->required()->type_name("");
+    addArgument(ntpSet, "SERVER", arguments.text, parseText, "Its name");
     ntpSet.add_flag("!--off", arguments.on, "Do not use it");
     addReason(ntpSet, EINVAL, "a server that is to be used needs a name; to use none: --off",
               [this] { return arguments.text.empty(); });
@@ -557,9 +592,7 @@ void CommandLine::addTimezone()
     CLI::App& set = addQuestion(group, "set", "Change it", [this](UserAdapter& adapter, Ids& ids) {
         adapter.cmdTimezoneSet(ids, arguments.text);
     });
-    set.add_option("ZONE", arguments.text, "Its name, for example Europe/Berlin")
-        ->required()
-        ->type_name("");
+    addArgument(set, "ZONE", arguments.text, parseText, "Its name, for example Europe/Berlin");
     addReason(set, ENOENT,
               "the service knows no time zone '{ZONE}'; right would be a name of the time-zone "
               "database, such as Europe/Berlin");
@@ -581,7 +614,14 @@ void CommandLine::parse(int argc, const char* const* argv)
 {
     // A line that cannot be read to its end is complained about in the form that it asks for.
     options.json = std::find(argv, argv + argc, std::string_view("--json")) != argv + argc;
-    app.parse(argc, argv);
+    std::vector<std::string> said(argv + std::min(argc, 1), argv + argc);
+    // "help COMMAND" is another way to say "COMMAND --help".
+    if (!said.empty() && said.front() == "help") {
+        said.erase(said.begin());
+        said.emplace_back("--help");
+    }
+    std::reverse(said.begin(), said.end()); // as CLI11 wants it
+    app.parse(std::move(said));
     // In a whole line the word may turn out to be the value of another option.
     options.json = options.json && app.get_option("--json")->count() != 0;
 }

@@ -3,6 +3,8 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
+#include <filesystem>
+#include <system_error>
 
 #include <chronal/Helpers.h>
 
@@ -15,14 +17,23 @@ std::string serviceOf(const std::string& socket)
     return "service " + (socket.empty() ? "in this process" : "at " + socket);
 }
 
-std::string because(int reason)
-{
-    return reason == 0 ? "" : std::string(": ") + std::strerror(reason);
-}
-
 Failure noAnswerBecause(int reason, const std::string& text, const std::string& advice = "")
 {
-    return {ExitStatus::noAnswer, -reason, text + because(reason), advice};
+    return {ExitStatus::noAnswer, -reason, text + ": " + reasonText(reason), advice};
+}
+
+/// What would be right where nobody listens.
+std::string whereNobodyListens(const std::string& socket)
+{
+    const std::filesystem::path path = socket;
+    const std::filesystem::path folder = path.has_parent_path() ? path.parent_path() : ".";
+    std::error_code ignored;
+    const std::filesystem::file_status there = status(path, ignored);
+    if (exists(there) && !is_socket(there))
+        return socket + " is no socket";
+    if (!is_directory(folder, ignored))
+        return "There is no folder " + folder.string();
+    return "To simulate one there: chronal-simd --socket " + socket;
 }
 
 std::string within(std::chrono::microseconds waited)
@@ -36,36 +47,49 @@ std::string within(std::chrono::microseconds waited)
 
 } // namespace
 
-Failure refusal(const std::string& command, int result)
+std::string numberText(int number)
 {
     // As an unsigned number, since the most negative one has no positive counterpart.
-    const unsigned error = 0U - static_cast<unsigned>(result);
-    return {ExitStatus::refused, result,
-            "the service refused \"" + command + "\": " + std::to_string(result) + " (" +
-                std::strerror(static_cast<int>(error)) + ")"};
+    const unsigned error = 0U - static_cast<unsigned>(number);
+    return std::to_string(number) + " (" + std::strerror(static_cast<int>(error)) + ')';
 }
 
-Failure noService(const std::string& socket, std::chrono::microseconds waited, int reason)
+Failure refusal(const std::string& command, int result)
 {
-    const bool nobodyListens = reason == ENOENT || reason == ECONNREFUSED;
-    return noAnswerBecause(reason, "no " + serviceOf(socket) + within(waited),
-                           nobodyListens ? "To simulate one there: chronal-simd --socket " + socket
-                                         : "");
+    return {ExitStatus::refused, result,
+            "the service refused \"" + command + "\": " + numberText(result)};
+}
+
+Failure noService(const std::string& socket, std::chrono::microseconds waited,
+                  std::optional<int> reason)
+{
+    const std::string text = "no " + serviceOf(socket) + within(waited);
+    if (!reason)
+        return {ExitStatus::noAnswer, 0, text};
+    const int error = *reason;
+    const bool nobodyListens = error == ENOENT || error == ENOTDIR || error == ECONNREFUSED;
+    return noAnswerBecause(error, text, nobodyListens ? whereNobodyListens(socket) : "");
 }
 
 Failure noAnswer(const std::string& socket, std::chrono::microseconds waited)
 {
-    return noAnswerBecause(0, "no answer from the " + serviceOf(socket) + within(waited));
+    return {ExitStatus::noAnswer, 0, "no answer from the " + serviceOf(socket) + within(waited)};
 }
 
-Failure notSent(const std::string& socket, int reason)
+Failure notSent(const std::string& socket, std::chrono::microseconds waited)
 {
-    return noAnswerBecause(reason, "the command could not be sent to the " + serviceOf(socket));
+    return {ExitStatus::noAnswer, 0,
+            "the " + serviceOf(socket) + " took no command" + within(waited)};
 }
 
 Failure lostBeforeAnswer(const std::string& socket, int reason)
 {
     return noAnswerBecause(reason, "the " + serviceOf(socket) + " went away before it answered");
+}
+
+std::string reasonText(int reason)
+{
+    return reason == 0 ? "closed" : std::strerror(reason);
 }
 
 Failure notPrinted(int reason)

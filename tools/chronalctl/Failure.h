@@ -2,6 +2,7 @@
 #define CHRONALCTL_FAILURE_H
 
 #include <chrono>
+#include <optional>
 #include <stdexcept>
 #include <string>
 
@@ -29,15 +30,22 @@ struct Failure : std::runtime_error
     std::string advice; ///< what is probably behind it and what would be right; may be empty
 };
 
+/// "-13 (Permission denied)" of a negative error number.
+std::string numberText(int number);
+
 /// The service's refusal of a command, with its negative error number.
 Failure refusal(const std::string& command, int result);
 
 /// `socket` is where the service was looked for, or empty for the one in this process; `reason` is
-/// the error number that kept it from being reached, or 0.
-Failure noService(const std::string& socket, std::chrono::microseconds waited, int reason);
+/// the error number that keeps it from being reached, or 0 when it closed the connection.
+Failure noService(const std::string& socket, std::chrono::microseconds waited,
+                  std::optional<int> reason);
 Failure noAnswer(const std::string& socket, std::chrono::microseconds waited);
-Failure notSent(const std::string& socket, int reason);
+Failure notSent(const std::string& socket, std::chrono::microseconds waited);
 Failure lostBeforeAnswer(const std::string& socket, int reason);
+
+/// What a connection's end says: the text of an error number, or that it was closed.
+std::string reasonText(int reason);
 
 /// `reason` is the error number of writing to standard output.
 Failure notPrinted(int reason);

@@ -1,11 +1,15 @@
 #include "Monitor.h"
 
+#include <chrono>
+#include <condition_variable>
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
-#include <exception>
 #include <functional>
 #include <list>
 #include <mutex>
+#include <optional>
+#include <string>
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/signal_set.hpp>
@@ -21,7 +25,8 @@ namespace chronal::ctl {
 
 namespace {
 
-/// What the dispatch threads share: the output, and the end.
+/// What the dispatch threads share: the output, and the end. Only one who prints ever waits for who
+/// reads the output, and with no lock held.
 class Printer
 {
 public:
@@ -33,47 +38,57 @@ public:
 
     void print(const Report& report);
     /// The first failure counts.
-    void fail(const std::exception_ptr& error);
+    void fail(const Failure& error);
     /// From now on nothing is printed.
     void end();
-    /// Throws the failure, if there was one.
+    /// Throws the failure, if there was one. Ends the process with its status instead when a line
+    /// has been under way for longer than a reader needs.
     void check();
 
 private:
+    void failLocked(const Failure& error);
     void endLocked();
 
     const bool json;
     const std::optional<std::uint64_t> wanted;
     const std::function<void()> atEnd;
     std::mutex mutex;
+    std::condition_variable lineEnded;
+    bool lineUnderWay = false;
     std::uint64_t notifications = 0;
     bool ended = false;
-    std::exception_ptr failure;
+    std::optional<Failure> failure;
 };
 
 void Printer::print(const Report& report)
 {
-    const std::lock_guard<std::mutex> lock(mutex);
+    const std::string line = json ? asJson(report) : asLine(report);
+    std::unique_lock<std::mutex> lock(mutex);
+    lineEnded.wait(lock, [&] { return !lineUnderWay || ended; });
     if (ended)
         return;
+    lineUnderWay = true;
+    lock.unlock();
+    std::optional<Failure> notWritten;
     try {
-        ctl::print(json ? asJson(report) : asLine(report));
-    } catch (const Failure&) {
-        failure = std::current_exception();
-        endLocked();
+        ctl::print(line);
+    } catch (const Failure& error) {
+        notWritten = error;
     }
+    lock.lock();
+    lineUnderWay = false;
+    lineEnded.notify_all();
     const bool counts = std::strcmp(report.kind, "notification") == 0;
-    if (counts && ++notifications == wanted)
+    if (notWritten)
+        failLocked(*notWritten);
+    else if (counts && ++notifications == wanted)
         endLocked();
 }
 
-void Printer::fail(const std::exception_ptr& error)
+void Printer::fail(const Failure& error)
 {
     const std::lock_guard<std::mutex> lock(mutex);
-    if (ended)
-        return;
-    failure = error;
-    endLocked();
+    failLocked(error);
 }
 
 void Printer::end()
@@ -82,17 +97,45 @@ void Printer::end()
     endLocked();
 }
 
+void Printer::failLocked(const Failure& error)
+{
+    if (ended)
+        return;
+    failure = error;
+    endLocked();
+}
+
 void Printer::endLocked()
 {
     ended = true;
+    lineEnded.notify_all();
     atEnd();
 }
 
 void Printer::check()
 {
-    const std::lock_guard<std::mutex> lock(mutex);
+    constexpr auto patience = std::chrono::milliseconds(100);
+    std::unique_lock<std::mutex> lock(mutex);
+    // Leaving in order would wait for the thread that prints, and so for the reader.
+    if (!lineEnded.wait_for(lock, patience, [&] { return !lineUnderWay; }))
+        std::_Exit(static_cast<int>(failure ? failure->status : ExitStatus::done));
     if (failure)
-        std::rethrow_exception(failure);
+        throw Failure(*failure);
+}
+
+Report lossReport(int reason)
+{
+    return {"connection",
+            "not-connected",
+            {{"number", std::int64_t{-reason}}, {"reason", reasonText(reason)}}};
+}
+
+/// `report` with the name of the source that it is about.
+Report named(Report report, const ReferenceTimeId& source)
+{
+    report.fields.insert(report.fields.begin(),
+                         {"source", chronal::Helpers::getRefTimeStr(source)});
+    return report;
 }
 
 /// What everybody is notified of, and the state of the connection.
@@ -105,11 +148,17 @@ public:
     {
     }
 
-    /// What kept the service from being reached, or nothing once it was.
+    bool wasReached()
+    {
+        const std::lock_guard<std::mutex> lock(mutex);
+        return reached;
+    }
+
+    /// What kept the service from being reached, if that is known.
     std::optional<int> obstacle()
     {
         const std::lock_guard<std::mutex> lock(mutex);
-        return reached ? std::nullopt : std::optional<int>(lastReason);
+        return lastReason;
     }
 
 private:
@@ -128,9 +177,7 @@ private:
             const std::lock_guard<std::mutex> lock(mutex);
             lastReason = reason;
         }
-        printer.print({"connection",
-                       "not-connected",
-                       {{"reason", std::string(reason ? std::strerror(reason) : "closed")}}});
+        printer.print(lossReport(reason));
     }
 
     void answered(const fabric::MsgIds&, const Report&) override {}
@@ -145,7 +192,7 @@ private:
     const bool broadcasts;
     std::mutex mutex;
     bool reached = false;
-    int lastReason = 0;
+    std::optional<int> lastReason;
 };
 
 /// The current time of one source. The notification does not name its source, so each source has a
@@ -162,32 +209,36 @@ public:
 private:
     void connected() override
     {
+        wasConnected = true;
         // Nobody else sends here, and the answer is delivered on this same thread.
         cmdRefTimeSubscribe(subscription, source);
     }
 
-    void notConnected(int) override {}
+    void notConnected(int reason) override
+    {
+        // That the service cannot be reached, the listener says for all.
+        if (wasConnected)
+            printer.print(named(lossReport(reason), source));
+        wasConnected = false;
+    }
 
     void answered(const fabric::MsgIds& ids, const Report& answer) override
     {
         if (ids == subscription && answer.result < 0)
-            printer.fail(std::make_exception_ptr(refusal(
-                "ref-time subscribe " + chronal::Helpers::getRefTimeStr(source), answer.result)));
+            printer.fail(refusal("ref-time subscribe " + chronal::Helpers::getRefTimeStr(source),
+                                 answer.result));
     }
 
     void notified(const Report& notification) override
     {
-        if (std::strcmp(notification.name, "current-time") != 0)
-            return;
-        Report named = notification;
-        named.fields.insert(named.fields.begin(),
-                            {"source", chronal::Helpers::getRefTimeStr(source)});
-        printer.print(named);
+        if (std::strcmp(notification.name, "current-time") == 0)
+            printer.print(named(notification, source));
     }
 
     Printer& printer;
     const ReferenceTimeId source;
     fabric::MsgIds subscription = {};
+    bool wasConnected = false;
 };
 
 } // namespace
@@ -206,8 +257,8 @@ void monitor(const Options& options, const Watch& watch)
         subscribers.emplace_back(options.socket, printer, source);
 
     const auto failUnlessReached = [&](std::chrono::microseconds waited) {
-        if (const std::optional<int> reason = listener->obstacle())
-            printer.fail(std::make_exception_ptr(noService(options.socket, waited, *reason)));
+        if (!listener->wasReached())
+            printer.fail(noService(options.socket, waited, listener->obstacle()));
     };
     boost::asio::steady_timer firstConnection(waiting, options.timeout);
     firstConnection.async_wait([&](const auto&) { failUnlessReached(options.timeout); });

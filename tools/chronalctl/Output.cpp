@@ -70,6 +70,8 @@ Json jsonOf(const Field& field)
 
 Json jsonFields(const Report& report)
 {
+    if (report.result < 0)
+        return {{"refused", report.result}};
     Json object = Json::object();
     for (const Field& field : report.fields)
         object[field.name] = jsonOf(field);
@@ -88,8 +90,10 @@ std::string padded(std::string text, std::size_t width)
     return text;
 }
 
-/// Rows of cells in aligned columns.
-std::string aligned(const std::vector<std::vector<std::string>>& rows)
+using Row = std::vector<std::string>; // of cells
+
+/// Rows in aligned columns.
+std::string aligned(const std::vector<Row>& rows)
 {
     std::vector<std::size_t> widths;
     for (const auto& row : rows) {
@@ -106,14 +110,20 @@ std::string aligned(const std::vector<std::vector<std::string>>& rows)
     return text;
 }
 
-std::vector<std::string> sourceRow(const Report& source)
+Row refusedRow(const std::string& label, const Report& refused)
 {
-    const bool valid = std::get<bool>(source.field("valid").value);
-    const std::string name = textOf(source.field("source"));
-    if (!valid)
-        return {name, "has no time"};
-    return {name, textOf(source.field("utc")), textOf(source.field("local")),
-            textOf(source.field("deviation"))};
+    return {label, "refused: " + numberText(refused.result)};
+}
+
+Row sourceRow(const Status::Source& source)
+{
+    const Report& report = source.report;
+    if (report.result < 0)
+        return refusedRow(source.name, report);
+    if (!std::get<bool>(report.field("valid").value))
+        return {source.name, "has no time"};
+    return {source.name, textOf(report.field("utc")), textOf(report.field("local")),
+            textOf(report.field("deviation"))};
 }
 
 std::string nextChange(const Report& next)
@@ -124,13 +134,25 @@ std::string nextChange(const Report& next)
     return textOf(next.field("deviation")) + " from UTC " + textOf(next.field("utc")) + " on";
 }
 
+std::vector<Row> settingsRows(const Report& settings)
+{
+    if (settings.result < 0)
+        return {refusedRow("settings", settings)};
+    std::vector<Row> rows;
+    for (const char* name : {"automatic_time", "ntp_server", "ntp_used", "zone_sync"}) {
+        const Field& field = settings.field(name);
+        rows.push_back({labelOf(field), textOf(field)});
+    }
+    return rows;
+}
+
 } // namespace
 
 std::string asTable(const Report& report)
 {
     if (std::strcmp(report.name, "result") == 0)
         return "done\n";
-    std::vector<std::vector<std::string>> rows;
+    std::vector<Row> rows;
     for (const Field& field : report.fields)
         rows.push_back({labelOf(field), textOf(field)});
     return aligned(rows);
@@ -153,24 +175,27 @@ std::string asJson(const Report& report)
 
 std::string asTable(const Status& status)
 {
-    std::vector<std::vector<std::string>> sources = {{"source", "UTC", "local", "deviation"}};
+    const Report& zone = status.timezone;
+    const Report& next = status.nextDeviation;
+    std::vector<Row> sources = {{"source", "UTC", "local", "deviation"}};
     std::transform(status.sources.begin(), status.sources.end(), std::back_inserter(sources),
                    sourceRow);
-    std::vector<std::vector<std::string>> rest = {
-        {"zone", textOf(status.timezone.field("zone"))},
-        {"next change", nextChange(status.nextDeviation)}};
-    for (const char* name : {"automatic_time", "ntp_server", "ntp_used", "zone_sync"}) {
-        const Field& field = status.settings.field(name);
-        rest.push_back({labelOf(field), textOf(field)});
-    }
+    std::vector<Row> rest = settingsRows(status.settings);
+    rest.insert(
+        rest.begin(),
+        {zone.result < 0 ? refusedRow("zone", zone) : Row{"zone", textOf(zone.field("zone"))},
+         next.result < 0 ? refusedRow("next change", next) : Row{"next change", nextChange(next)}});
     return aligned(sources) + '\n' + aligned(rest);
 }
 
 std::string asJson(const Status& status)
 {
     Json sources = Json::array();
-    for (const Report& source : status.sources)
-        sources.push_back(jsonFields(source));
+    for (const Status::Source& source : status.sources) {
+        Json fields = {{"source", source.name}};
+        fields.update(jsonFields(source.report));
+        sources.push_back(fields);
+    }
     return jsonLine({{"answer", "status"},
                      {"sources", sources},
                      {"timezone", jsonFields(status.timezone)},

@@ -20,10 +20,17 @@ std::string asLine(const Report& report);
 /// One JSON object on one line. Times and spans are objects of seconds, microseconds and text.
 std::string asJson(const Report& report);
 
-/// Everything worth knowing about the service.
+/// Everything worth knowing about the service. Each report may be a refusal instead, which is shown
+/// in its place.
 struct Status
 {
-    std::vector<Report> sources;
+    struct Source
+    {
+        std::string name;
+        Report report;
+    };
+
+    std::vector<Source> sources;
     Report timezone;
     Report nextDeviation;
     Report settings;

@@ -157,23 +157,27 @@ std::string followers(const CLI::App& app)
 }
 
 /// Words for bash's compgen that complete an option's value; nothing where nobody can tell.
-std::string valueCompletion(const CLI::Option& option)
+std::string valueCompletion(const CLI::Option& option, const Words& known)
 {
-    if (option.get_type_name() == "PATH")
+    const std::string type = option.get_type_name();
+    if (type == "PATH")
         return "-f";
-    const std::string words = choices(option);
+    const auto found = known.find(type);
+    const std::string words = found != known.end() ? found->second : choices(option);
     return words.empty() ? "" : "-W '" + words + '\'';
 }
 
-void printValues(const CLI::App& app)
+void printValues(const CLI::App& app, const Words& words)
 {
     std::set<std::string> printed; // commands may have options of the same name
     visit(app, "", [&](const CLI::App& command, const std::string&) {
         for (const CLI::Option* option : options(command, false)) {
             if (!takesValue(*option) || !printed.insert(nameOf(*option)).second)
                 continue;
-            const std::string completion = valueCompletion(*option);
+            const std::string completion = valueCompletion(*option, words);
             std::cout << "        " << nameOf(*option) << ") ";
+            if (completion == "-f")
+                std::cout << "compopt -o filenames; "; // to go on in a folder
             if (!completion.empty())
                 std::cout << "mapfile -t COMPREPLY < <(compgen " << completion
                           << " -- \"$current\"); ";
@@ -216,7 +220,7 @@ void printManPage(const CLI::App& app, const ManPageText& text)
         printSection(section);
 }
 
-void printCompletion(const CLI::App& app)
+void printCompletion(const CLI::App& app, const Words& words)
 {
     const std::string& name = app.get_name();
     std::string function = '_' + name;
@@ -226,9 +230,13 @@ void printCompletion(const CLI::App& app)
               << function << "()\n"
               << "{\n"
               << "    local word words path=" << name << " current=${COMP_WORDS[COMP_CWORD]}\n"
+              << "    local previous=${COMP_WORDS[COMP_CWORD - 1]}\n"
               << "    COMPREPLY=()\n"
-              << "    case ${COMP_WORDS[COMP_CWORD - 1]} in\n";
-    printValues(app);
+              // For bash, the "=" of --socket=PATH is a word.
+              << "    [[ $previous != = ]] || previous=${COMP_WORDS[COMP_CWORD - 2]}\n"
+              << "    [[ $current != = ]] || current=\n"
+              << "    case $previous in\n";
+    printValues(app, words);
     std::cout << "    esac\n"
               << "    for word in \"${COMP_WORDS[@]:1:COMP_CWORD-1}\"; do\n"
               << "        case \"$path $word\" in\n";
@@ -240,13 +248,14 @@ void printCompletion(const CLI::App& app)
         std::cout << "        '" << path << "') words='" << followers(command) << "' ;;\n";
     });
     std::cout << "    esac\n"
-              << "    mapfile -t COMPREPLY < <(compgen -W \"$words" << optionNames(app)
-              << "\" -- \"$current\")\n"
+              << "    words+='" << optionNames(app) << "'\n"
+              << "    mapfile -t COMPREPLY < <(compgen -W \"$words\" -- \"$current\" ||\n"
+              << "        compgen -W \"$words\" -- \"${current^^}\")\n"
               << "}\n"
               << "complete -F " << function << ' ' << name << '\n';
 }
 
-void addManual(CLI::App& app, const ManPageText& text)
+void addManual(CLI::App& app, const ManPageText& text, const Words& words)
 {
     const auto addHidden = [&](const char* name, const std::function<void()>& print) {
         app.add_flag_callback(name,
@@ -257,7 +266,7 @@ void addManual(CLI::App& app, const ManPageText& text)
             ->group("");
     };
     addHidden("--help-man", [&app, text] { printManPage(app, text); });
-    addHidden("--help-completion", [&app] { printCompletion(app); });
+    addHidden("--help-completion", [&app, words] { printCompletion(app, words); });
 }
 
 } // namespace chronal::tools

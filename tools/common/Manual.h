@@ -1,6 +1,7 @@
 #ifndef CHRONAL_TOOLS_MANUAL_H
 #define CHRONAL_TOOLS_MANUAL_H
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -26,13 +27,16 @@ struct ManPageText
 /// To standard output, for man(1).
 void printManPage(const CLI::App& app, const ManPageText& text);
 
+/// What may be said for a type of value, by the type's name, with blanks in between.
+using Words = std::map<std::string, std::string>;
+
 /// To standard output, for bash to source. Completes subcommands, options, file names for options
-/// of type PATH, and one of the words for anything of a type like "{on,off}".
-void printCompletion(const CLI::App& app);
+/// of type PATH, and one of the words for anything of a type that has some or is like "{on,off}".
+void printCompletion(const CLI::App& app, const Words& words);
 
 /// Adds the hidden options --help-man and --help-completion, which print these and end the program
 /// as --help does.
-void addManual(CLI::App& app, const ManPageText& text);
+void addManual(CLI::App& app, const ManPageText& text, const Words& words = {});
 
 } // namespace chronal::tools
 

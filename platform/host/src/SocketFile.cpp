@@ -16,6 +16,8 @@
 
 #include <boost/asio/io_context.hpp>
 
+#include <fabric-host/SocketPath.h>
+
 namespace fabric {
 namespace host {
 namespace {

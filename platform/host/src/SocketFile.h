@@ -7,13 +7,8 @@
 
 #include <boost/asio/local/stream_protocol.hpp>
 
-#include <fabric/Export.h>
-
 namespace fabric {
 namespace host {
-
-/// The path of the socket at `place`: chronal.sock in it, if it is a folder or ends with a slash.
-FABRIC_API std::string socketAt(const std::string& place);
 
 /// Connects, without ever waiting: a service that does not accept has failed with EAGAIN. Returns 0
 /// or a positive error number.

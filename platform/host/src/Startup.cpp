@@ -1,6 +1,7 @@
 #include <fabric-host/MessageCatalogue.h>
 #include <fabric-host/Service.h>
 #include <fabric-host/Session.h>
+#include <fabric-host/SocketPath.h>
 
 #include <cstdlib>
 #include <memory>
@@ -9,7 +10,6 @@
 #include <utility>
 
 #include "MemoryLink.h"
-#include "SocketFile.h"
 #include "SocketLink.h"
 
 namespace fabric {

@@ -10,7 +10,7 @@
 
 #include <date/date.h>
 
-namespace chronal::ctl {
+namespace chronal::tools {
 
 namespace {
 
@@ -27,7 +27,7 @@ int number(const std::ssub_match& digits)
     return digits.matched ? std::stoi(digits.str()) : 0;
 }
 
-/// Decimals of a second, at most six.
+/// Decimals of a second, the first six of them.
 std::int32_t microseconds(const std::ssub_match& decimals)
 {
     std::string digits = decimals.str();
@@ -78,7 +78,7 @@ std::int64_t secondsToDate(const std::string& text, int year, int month, int day
 /// "@seconds.decimals", the "@" taken off.
 nubOsalTime_struct parseSinceEpoch(const std::string& text, const std::string& digits)
 {
-    static const std::regex form(R"((-?)(\d{1,19})(?:\.(\d{1,6}))?)");
+    static const std::regex form(R"((-?)(\d{1,19})(?:\.(\d{1,9}))?)");
     std::smatch match;
     if (!std::regex_match(digits, match, form))
         fail(text, "is no number of seconds; right would be @1774746000 or @1774746000.25");
@@ -96,14 +96,15 @@ nubOsalTime_struct parseTime(const std::string& text, bool isLocal)
         return parseSinceEpoch(text, text.substr(1));
 
     static const std::regex form(R"((\d{4})-(\d\d)-(\d\d))"
-                                 R"((?:[T ](\d\d):(\d\d)(?::(\d\d)(?:[.,](\d{1,6}))?)?)"
-                                 R"((Z|([+-])(\d\d):(\d\d))?)?)");
+                                 R"((?:[T ](\d\d):(\d\d)(?::(\d\d)(?:[.,](\d{1,9}))?)?)"
+                                 R"((Z|([+-])(\d\d)(?::?(\d\d))?)?)?)");
     std::smatch match;
     if (!std::regex_match(text, match, form))
-        fail(text, isLocal ? "is no local time; right would be 2026-03-29T03:00:00, with up to six "
-                             "decimals, or @1774753200"
-                           : "is no time; right would be 2026-03-29T01:00:00Z, with up to six "
-                             "decimals, or @1774746000");
+        fail(text, isLocal
+                       ? "is no local time; right would be 2026-03-29T03:00:00, with up to nine "
+                         "decimals, or @1774753200"
+                       : "is no time; right would be 2026-03-29T01:00:00Z, with up to nine "
+                         "decimals, or @1774746000");
     if (isLocal && match[8].matched)
         fail(text, "is not local: leave out the \"" + match[8].str() + "\"");
 
@@ -123,9 +124,11 @@ struct Unit
 
 constexpr Unit units[] = {{"d", 86400, 0, 0}, {"h", 3600, 0, 2},  {"m", 60, 0, 2},
                           {"s", 1, 0, 2},     {"ms", 0, 1000, 3}, {"us", 0, 1, 3}};
-constexpr char unitsExpected[] =
-    "is no span; right would be +1h30m, -90s, 1d2h or 250ms: units d, h, m, s, ms, us, each once "
-    "and in this order";
+constexpr char spanExpected[] =
+    "is no span; right would be +1h30m, -90s, 1d2h or 250ms: units d, h, m or min, s, ms, us, each "
+    "once and in this order";
+constexpr char durationExpected[] =
+    "is no duration; right would be seconds, as 5 or 0.5, or with units, as 250ms, 2s or 1min";
 
 /// Takes the characters off the front of `rest` that are among `wanted`.
 std::string_view takeAnyOf(std::string_view& rest, const char* wanted)
@@ -153,21 +156,25 @@ bool add(nubOsalTime_struct& sum, const Unit& unit, std::int64_t count)
     return !__builtin_add_overflow(sum.seconds, whole, &sum.seconds);
 }
 
-/// One or more counts with their units, from larger to smaller ones.
-nubOsalTime_struct parseMagnitude(const std::string& text, std::string_view rest)
+/// One or more counts with their units, from larger to smaller ones; `expected` is what to say of
+/// anything else.
+nubOsalTime_struct parseMagnitude(const std::string& text, std::string_view rest,
+                                  const char* expected)
 {
     nubOsalTime_struct sum = {};
     const Unit* next = std::begin(units);
     for (bool first = true; first || !rest.empty(); first = false) {
         const std::size_t dots = first ? 0 : takeAnyOf(rest, ".").size();
         const std::string_view digits = takeAnyOf(rest, "0123456789");
-        const std::string_view name = takeAnyOf(rest, "dhmsu");
+        std::string_view name = takeAnyOf(rest, "dhminsu");
+        if (name == "min")
+            name = "m";
         while (next != std::end(units) && next->name != name)
             ++next;
         // After a dot only what the library prints there: ".5h" would be taken for half an hour.
         if (digits.empty() || next == std::end(units) || dots > 1 ||
             (dots == 1 && digits.size() != next->printedDigits))
-            fail(text, unitsExpected);
+            fail(text, expected);
         std::int64_t count = 0;
         if (std::from_chars(digits.begin(), digits.end(), count).ec != std::errc() ||
             !add(sum, *next, count))
@@ -202,21 +209,22 @@ nubOsalTime_struct parseSpan(const std::string& text)
         magnitude.remove_prefix(1);
     if (magnitude == "0")
         return makeTime(0, 0);
-    const nubOsalTime_struct span = parseMagnitude(text, magnitude);
+    const nubOsalTime_struct span = parseMagnitude(text, magnitude, spanExpected);
     return negative ? negated(span) : span;
 }
 
-std::chrono::microseconds parseWait(const std::string& text)
+std::chrono::microseconds parseDuration(const std::string& text)
 {
     constexpr std::int64_t longest = 366 * 86400;
-    static const std::regex plain(R"((\d{1,8})(?:\.(\d{1,6}))?)");
+    static const std::regex decimal(R"((\d{1,8})(?:\.(\d{1,6}))?s?)");
     std::smatch match;
-    nubOsalTime_struct wait = {};
-    if (std::regex_match(text, match, plain))
-        wait = makeTime(std::stoi(match[1]), microseconds(match[2]));
-    if (wait.seconds > longest || (wait.seconds == 0 && wait.microseconds == 0))
-        fail(text, "is no time to wait; right would be seconds, as 5 or 0.5, up to a year");
-    return std::chrono::seconds(wait.seconds) + std::chrono::microseconds(wait.microseconds);
+    const nubOsalTime_struct duration = std::regex_match(text, match, decimal)
+                                            ? makeTime(number(match[1]), microseconds(match[2]))
+                                            : parseMagnitude(text, text, durationExpected);
+    if (duration.seconds > longest)
+        fail(text, "is longer than a year");
+    return std::chrono::seconds(duration.seconds) +
+           std::chrono::microseconds(duration.microseconds);
 }
 
-} // namespace chronal::ctl
+} // namespace chronal::tools

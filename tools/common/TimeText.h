@@ -1,5 +1,5 @@
-#ifndef CHRONALCTL_TIME_TEXT_H
-#define CHRONALCTL_TIME_TEXT_H
+#ifndef CHRONAL_TOOLS_TIME_TEXT_H
+#define CHRONAL_TOOLS_TIME_TEXT_H
 
 #include <chrono>
 #include <string>
@@ -8,11 +8,11 @@
 
 /// Times and spans in the forms that people write. Each function throws std::invalid_argument with
 /// a text that says what was wrong and what would be right.
-namespace chronal::ctl {
+namespace chronal::tools {
 
 /// A date with or without a time: "2026-03-29", "2026-03-29T01:00Z", "2026-03-29 01:00:00.250",
-/// "2026-03-29T03:00:00+02:00"; UTC unless it names an offset. Or seconds since 1970-01-01:
-/// "@1774746000.5".
+/// "2026-03-29T03:00:00+02:00", "+0200" or "+02"; UTC unless it names an offset. Or seconds since
+/// 1970-01-01: "@1774746000.5". Of nine decimals, six count.
 nubOsalTime_struct parseUtc(const std::string& text);
 
 /// The same as a local time, which has neither "Z" nor an offset.
@@ -22,9 +22,10 @@ nubOsalTime_struct parseLocal(const std::string& text);
 /// The two fields never have opposite signs.
 nubOsalTime_struct parseSpan(const std::string& text);
 
-/// A time to wait, in seconds: "5" or "0.5". Above zero, at most a year.
-std::chrono::microseconds parseWait(const std::string& text);
+/// Seconds, "5" or "0.5", or with the units of a span: "250ms", "2s", "1min", "1h30m". At most a
+/// year.
+std::chrono::microseconds parseDuration(const std::string& text);
 
-} // namespace chronal::ctl
+} // namespace chronal::tools
 
 #endif

@@ -1,0 +1,17 @@
+#ifndef FABRIC_HOST_SOCKET_PATH_H
+#define FABRIC_HOST_SOCKET_PATH_H
+
+#include <string>
+
+#include <fabric/Export.h>
+
+namespace fabric {
+namespace host {
+
+/// The path of the socket at `place`: chronal.sock in it, if it is a folder or ends with a slash.
+FABRIC_API std::string socketAt(const std::string& place);
+
+} // namespace host
+} // namespace fabric
+
+#endif
