@@ -12,7 +12,7 @@ class FABRIC_API Event
 public:
     /// Copies identity and sender; the ids are zero until the middleware sets them.
     Event(const MsgMeta& identity, const EndpointId& from) : meta(identity), sender(from), ids() {}
-    virtual ~Event();
+    virtual ~Event() = default;
 
     Event(const Event&) = delete;
     Event& operator=(const Event&) = delete;

@@ -50,7 +50,7 @@ public:
 
 /// A message under way: an event and a share of its payload. Always on the heap, since sendEvent()
 /// takes it over.
-class SerializableMessageEvent : public Event
+class SerializableMessageEvent final : public Event
 {
 public:
     SerializableMessageEvent(const MsgMeta& identity, const EndpointId& from,

@@ -1,7 +1,0 @@
-#include <fabric/Event.h>
-
-namespace fabric {
-
-Event::~Event() = default;
-
-} // namespace fabric
