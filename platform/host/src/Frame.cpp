@@ -125,13 +125,7 @@ inline std::uint32_t kindAndVersion(std::uint8_t kind) noexcept
     return std::uint32_t{kind} << 24 | std::uint32_t{frameVersion} << 16;
 }
 
-bool headerHolds(const FrameBytes& frame) noexcept
-{
-    return frame.size() >= frameHeaderSize && frame.size() <= maxFrameSize &&
-           get(frame.data()) == frame.size() && get(frame.data() + 16) == kindAndVersion(frame[16]);
-}
-
-/// Why it does not.
+/// Why it is none.
 std::string headerFault(const FrameBytes& frame)
 {
     const std::string start = "frame of " + std::to_string(frame.size()) + " bytes ";
@@ -147,6 +141,12 @@ std::string headerFault(const FrameBytes& frame)
 }
 
 } // namespace
+
+bool isFrame(const FrameBytes& frame) noexcept
+{
+    return frame.size() >= frameHeaderSize && frame.size() <= maxFrameSize &&
+           get(frame.data()) == frame.size() && get(frame.data() + 16) == kindAndVersion(frame[16]);
+}
 
 bool belongsTo(const MessageCatalogue& catalogue, const SerializableMessageEvent& event,
                std::string& reason)
@@ -217,7 +217,7 @@ int encodeFrame(const SerializableMessageEvent& event, FrameBytes& frame)
 std::unique_ptr<SerializableMessageEvent>
 decodeFrame(const FrameBytes& frame, const MessageCatalogue& catalogue, std::string& reason)
 {
-    if (!headerHolds(frame)) {
+    if (!isFrame(frame)) {
         reason = headerFault(frame);
         return nullptr;
     }

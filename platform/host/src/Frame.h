@@ -30,6 +30,9 @@ constexpr std::size_t frameHeaderSize = 36;
 constexpr std::size_t maxFrameSize = 64 * 1024;
 constexpr std::uint8_t frameVersion = 1;
 
+/// Whether a frame is one by its length and its version, whatever is in it.
+bool isFrame(const FrameBytes& frame) noexcept;
+
 /// Whether the message's identity is in the catalogue and its record is the one of that identity.
 FABRIC_API bool belongsTo(const MessageCatalogue& catalogue, const SerializableMessageEvent& event,
                           std::string& reason);

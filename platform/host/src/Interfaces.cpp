@@ -16,6 +16,11 @@ namespace host {
 
 Link::~Link() = default;
 
+bool Link::triesAgain() const noexcept
+{
+    return false;
+}
+
 void Link::frameRefused(std::uint32_t) noexcept {}
 
 Service::~Service() = default;

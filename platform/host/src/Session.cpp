@@ -237,7 +237,7 @@ void Session::Impl::detach(ClientInterface& client)
 void Session::Impl::connect()
 {
     const std::lock_guard<std::mutex> lock(linkMutex);
-    if (ending || (opened && !lost))
+    if (ending || (opened && (!lost || link->triesAgain())))
         return;
     closeLink(); // a lost one may have come up again in this moment
     lost = false;

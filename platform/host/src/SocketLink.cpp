@@ -13,6 +13,7 @@
 #include <boost/asio/steady_timer.hpp>
 
 #include "Contained.h"
+#include "Frame.h"
 #include "Log.h"
 #include "SocketFile.h"
 #include "SocketStream.h"
@@ -72,7 +73,8 @@ private:
     private:
         int frameReceived(FrameBytes frame) override
         {
-            owner.delay = firstDelay;
+            if (isFrame(frame)) // whoever sends anything else is to be tried less and less often
+                owner.delay = firstDelay;
             return owner.listener.frameReceived(frame) ? 0 : ENOBUFS;
         }
 

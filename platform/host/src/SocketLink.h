@@ -16,8 +16,8 @@ namespace host {
 ///
 /// Opened once, it connects whenever the service can be reached, until it is closed: after a
 /// failure, and after the end of a connection, it tries again, first after 50 ms, then after twice
-/// as long each time, up to 2 s. Of failures in a row only the first is reported, and each that has
-/// another error number.
+/// as long each time, up to 2 s; a frame from the service starts that anew. Of failures in a row
+/// only the first is reported, and each that has another error number.
 ///
 /// Reasons of linkDown(): 0 when the service has ended in good order, ECONNRESET or EPIPE when it
 /// is gone without, EBADMSG after a malformed frame, ENOBUFS when the listener's queue was full.
@@ -31,6 +31,7 @@ public:
     void open(LinkListener& listener) override;
     void close() override;
     int send(const FrameBytes& frame) override;
+    bool triesAgain() const noexcept override { return true; }
     void frameRefused(std::uint32_t connection) noexcept override;
 
 private:

@@ -51,6 +51,9 @@ public:
     /// when the queue is full, or what else keeps it from going). Never blocks. Any thread.
     virtual int send(const FrameBytes& frame) = 0;
 
+    /// Whether the link tries again on its own after linkFailed() and linkDown(); false here.
+    virtual bool triesAgain() const noexcept;
+
     /// Tells the link that the listener found a frame of a connection malformed. A link whose other
     /// end may be anybody goes down with EBADMSG, if that connection still stands; it does nothing
     /// here. Any thread.

@@ -66,7 +66,8 @@ public:
     void detach(ClientInterface& client);
 
     /// Opens the connection, also one that was lost; returns at once, the clients are told the
-    /// outcome. Nothing happens if it stands already.
+    /// outcome. Nothing happens if it stands already, or if it is lost and its link tries again on
+    /// its own.
     void connect();
 
     /// Closes the connection; the clients are told, with reason 0. What has been received by then
