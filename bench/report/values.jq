@@ -15,11 +15,13 @@ def times: [.benchmarks[] | select(.run_type == "iteration")] | group_by(.family
 
 def round_trip($who): "min/round-trip/\($who) \(.best_median_ns)",
   "median/round-trip/\($who) \(.median_ns)", "p99/round-trip/\($who) \(.p99_ns)",
-  "of-floor/round-trip/\($who) \(.of_floor)",
-  "per-second/round-trip/\($who) \(.per_second)", "best-per-second/round-trip/\($who) \(.best_per_second)";
+  "of-floor/round-trip/\($who) \(.of_floor)";
+
+def under_way($who): "per-second/round-trip/\($who) \(.per_second)";
 
 (.times | times),
 (.round_trip | (.memory | round_trip("own")), (.threads | round_trip("floor"))),
+(.under_way | (.memory | under_way("own")), (.threads | under_way("floor"))),
 (.round_trips | times),
 (.counts as $counts | def total: .library + .host + .allocator + .rest;
   ($counts[] | select(.operation == "decode/nothing") | total) as $nothing
