@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include <fcntl.h>
 #include <poll.h>
 #include <unistd.h>
 
@@ -25,6 +26,7 @@
 
 #include "Clock.h"
 #include "Manual.h"
+#include "ParsedOption.h"
 #include "Protocol.h"
 #include "Rehearsal.h"
 #include "SocketServer.h"
@@ -36,6 +38,7 @@
 namespace {
 
 using namespace chronal::sim;
+using chronal::tools::addParsed;
 
 constexpr int exitFailure = 1;
 constexpr int exitUsage = 2;
@@ -135,39 +138,25 @@ const chronal::tools::ManPageText manPageText = {
        "  chronalctl --socket /tmp/chronal.sock status"}},
      {"SEE ALSO", {"chronalctl(1)"}}}};
 
-template <class Result, class Value>
-void addParsed(CLI::App& app, const std::string& name, const char* type, Value& value,
-               Result (*parse)(const std::string&), const char* description)
-{
-    const auto read = [&value, parse, name](const std::string& text) {
-        try {
-            value = parse(text);
-        } catch (const std::invalid_argument& error) {
-            throw CLI::ValidationError(name, error.what());
-        }
-    };
-    app.add_option_function<std::string>(name, read, description)->type_name(type);
-}
-
 void describe(CLI::App& app, Settings& settings)
 {
     app.description("Simulated time service: serves the clients that connect to its socket.");
     app.set_version_flag("--version", "chronal-simd " CHRONAL_VERSION);
-    addParsed(app, "--socket", "PATH", settings.socket, chronal::tools::parseSocket,
+    addParsed(app, "--socket", settings.socket, chronal::tools::parseSocket, "PATH",
               "Socket to listen at, or the folder for one named chronal.sock "
               "(default: $XDG_RUNTIME_DIR)");
-    addParsed(app, "--zone", "NAME", settings.service.zone, parseZone,
+    addParsed(app, "--zone", settings.service.zone, parseZone, "NAME",
               "Time zone at the start (default: UTC)");
-    addParsed(app, "--period", "DURATION", settings.service.notificationPeriod, parsePeriod,
+    addParsed(app, "--period", settings.service.notificationPeriod, parsePeriod, "DURATION",
               "Time between two notifications of the current time, such as 250ms, 2s or 1min; "
               "not accelerated (default: 1s)");
     addParsed(
-        app, "--start-time", "TIME", settings.startTime, parseStartTime,
+        app, "--start-time", settings.startTime, parseStartTime, "TIME",
         "UTC at the start, such as 2026-03-29T00:59:50Z, in any form that chronalctl(1) tells "
         "(default: the machine's)");
-    addParsed(app, "--speed", "N", settings.speed, parseSpeed,
+    addParsed(app, "--speed", settings.speed, parseSpeed, "N",
               "Lets time run N times faster, 0.001 to 1000000 (default: 1)");
-    addParsed(app, "--drop-after", "N", settings.faults.dropAfter, parseCount,
+    addParsed(app, "--drop-after", settings.faults.dropAfter, parseCount, "N",
               "Disconnects each client after N commands");
     app.add_option("--refuse", settings.faults.refused,
                    "Refuses a command with -13; may be repeated. The commands are:\n" +
@@ -198,12 +187,23 @@ std::unique_ptr<Clock> ownClock(const Settings& settings)
                                          settings.speed);
 }
 
+/// A terminal says that it has room when it has some, and then waits for more; so it is opened once
+/// more, as one that does not wait.
+int withoutWaiting(int descriptor)
+{
+    if (isatty(descriptor) == 0)
+        return descriptor;
+    const std::string name = "/proc/self/fd/" + std::to_string(descriptor);
+    const int opened = open(name.c_str(), O_WRONLY | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    return opened >= 0 ? opened : descriptor;
+}
+
 /// Lines for a reader who must not hold up the service: those that there is no room for are left
 /// out and counted.
 class LineLog
 {
 public:
-    explicit LineLog(int descriptor) : output(descriptor) {}
+    explicit LineLog(int descriptor) : output(withoutWaiting(descriptor)) {}
 
     void write(const std::string& line);
 

@@ -57,6 +57,14 @@ finish()
     return "$status"
 }
 
+# finishes STATUS NAME: waits for its end, which has that status.
+finishes()
+{
+    local status=0
+    finish "$2" || status=$?
+    ((status == $1)) || fail "$2 ended with $status instead of $1"
+}
+
 # stop SIGNAL NAME
 stop()
 {

@@ -14,6 +14,7 @@
 
 #include "Manual.h"
 #include "Output.h"
+#include "ParsedOption.h"
 #include "SocketText.h"
 #include "TimeText.h"
 
@@ -127,28 +128,8 @@ std::string parseText(const std::string& text)
     return text;
 }
 
-/// What `read` throws becomes an error of usage.
-template <class Read>
-void readArgument(const std::string& name, const Read& read)
-{
-    try {
-        read();
-    } catch (const std::invalid_argument& error) {
-        throw CLI::ValidationError(name, error.what());
-    }
-}
-
-/// An option or argument whose text `parse` reads.
-template <class Result, class Value>
-CLI::Option* addParsed(CLI::App& app, const std::string& name, Value& value,
-                       Result (*parse)(const std::string&), const std::string& type,
-                       const std::string& description)
-{
-    const auto read = [&value, parse, name](const std::string& text) {
-        readArgument(name, [&] { value = parse(text); });
-    };
-    return app.add_option_function<std::string>(name, read, description)->type_name(type);
-}
+using tools::addParsed;
+using tools::readArgument;
 
 template <class Result, class Value>
 void addArgument(CLI::App& app, const std::string& name, Value& value,
@@ -610,6 +591,23 @@ void CommandLine::addValue(CLI::App& command, const char* description)
     addParsed(command, "--value", arguments.value, parseNumber<int>, "NUMBER", description);
 }
 
+namespace {
+
+bool isCommand(const CLI::App& app, const std::vector<std::string>& words)
+{
+    const CLI::App* command = &app;
+    for (const std::string& word : words) {
+        const auto named = command->get_subcommands(
+            [&](const CLI::App* candidate) { return candidate->check_name(word); });
+        if (named.empty())
+            return false;
+        command = named.front();
+    }
+    return true;
+}
+
+} // namespace
+
 void CommandLine::parse(int argc, const char* const* argv)
 {
     // A line that cannot be read to its end is complained about in the form that it asks for.
@@ -618,7 +616,8 @@ void CommandLine::parse(int argc, const char* const* argv)
     // "help COMMAND" is another way to say "COMMAND --help".
     if (!said.empty() && said.front() == "help") {
         said.erase(said.begin());
-        said.emplace_back("--help");
+        if (isCommand(app, said)) // else it is told like any other that there is none
+            said.emplace_back("--help");
     }
     std::reverse(said.begin(), said.end()); // as CLI11 wants it
     app.parse(std::move(said));
@@ -676,6 +675,8 @@ Failure CommandLine::badUsage(const CLI::ParseError& error) const
     for (const CLI::App* command : commands)
         names += (names.empty() ? "" : ", ") + command->get_name();
     const std::vector<std::string> unknown = app.remaining(true);
+    if (!unknown.empty() && unknown.front().front() == '-')
+        return {ExitStatus::badUsage, 0, "not expected: " + unknown.front(), advice};
     const std::string wrong =
         unknown.empty() ? "what to do is missing" : "'" + unknown.front() + "' is no command";
     return {ExitStatus::badUsage, 0,

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <system_error>
@@ -52,6 +53,13 @@ std::string numberText(int number)
     // As an unsigned number, since the most negative one has no positive counterpart.
     const unsigned error = 0U - static_cast<unsigned>(number);
     return std::to_string(number) + " (" + std::strerror(static_cast<int>(error)) + ')';
+}
+
+void complain(const Failure& failure)
+{
+    std::fprintf(stderr, "chronalctl: %s\n", failure.what());
+    if (!failure.advice.empty())
+        std::fprintf(stderr, "%s\n", failure.advice.c_str());
 }
 
 Failure refusal(const std::string& command, int result)

@@ -33,6 +33,9 @@ struct Failure : std::runtime_error
 /// "-13 (Permission denied)" of a negative error number.
 std::string numberText(int number);
 
+/// Says it on standard error.
+void complain(const Failure& failure);
+
 /// The service's refusal of a command, with its negative error number.
 Failure refusal(const std::string& command, int result);
 

@@ -11,6 +11,9 @@
 #include <optional>
 #include <string>
 
+#include <poll.h>
+#include <unistd.h>
+
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/signal_set.hpp>
 #include <boost/asio/steady_timer.hpp>
@@ -117,8 +120,12 @@ void Printer::check()
     constexpr auto patience = std::chrono::milliseconds(100);
     std::unique_lock<std::mutex> lock(mutex);
     // Leaving in order would wait for the thread that prints, and so for the reader.
-    if (!lineEnded.wait_for(lock, patience, [&] { return !lineUnderWay; }))
+    if (!lineEnded.wait_for(lock, patience, [&] { return !lineUnderWay; })) {
+        pollfd room = {STDERR_FILENO, POLLOUT, 0}; // it may have the same reader
+        if (failure && poll(&room, 1, 0) > 0)
+            complain(*failure);
         std::_Exit(static_cast<int>(failure ? failure->status : ExitStatus::done));
+    }
     if (failure)
         throw Failure(*failure);
 }

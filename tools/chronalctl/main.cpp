@@ -11,9 +11,7 @@ using namespace chronal::ctl;
 
 ExitStatus complain(const CommandLine& commandLine, const Failure& failure)
 {
-    std::fprintf(stderr, "chronalctl: %s\n", failure.what());
-    if (!failure.advice.empty())
-        std::fprintf(stderr, "%s\n", failure.advice.c_str());
+    complain(failure);
     try {
         if (commandLine.wantsJson())
             print(asJson(commandLine.words(), failure));

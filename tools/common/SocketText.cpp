@@ -14,7 +14,7 @@ std::string parseSocket(const std::string& text)
     if (text.empty())
         throw std::invalid_argument("'' is no path; right would be one such as /tmp/chronal.sock, "
                                     "or an existing folder");
-    const std::string path = fabric::host::socketAt(text);
+    std::string path = fabric::host::socketAt(text);
     if (path.size() > longest)
         throw std::invalid_argument("'" + path + "' has " + std::to_string(path.size()) +
                                     " characters; the path of a socket has at most " +

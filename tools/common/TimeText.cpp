@@ -216,13 +216,17 @@ nubOsalTime_struct parseSpan(const std::string& text)
 std::chrono::microseconds parseDuration(const std::string& text)
 {
     constexpr std::int64_t longest = 366 * 86400;
-    static const std::regex decimal(R"((\d{1,8})(?:\.(\d{1,6}))?s?)");
+    constexpr char tooLong[] = "is longer than a year";
+    static const std::regex decimal(R"((\d+)(?:\.(\d{1,6}))?s?)");
     std::smatch match;
-    const nubOsalTime_struct duration = std::regex_match(text, match, decimal)
+    const bool inSeconds = std::regex_match(text, match, decimal);
+    if (inSeconds && match.length(1) > 8)
+        fail(text, tooLong);
+    const nubOsalTime_struct duration = inSeconds
                                             ? makeTime(number(match[1]), microseconds(match[2]))
                                             : parseMagnitude(text, text, durationExpected);
     if (duration.seconds > longest)
-        fail(text, "is longer than a year");
+        fail(text, tooLong);
     return std::chrono::seconds(duration.seconds) +
            std::chrono::microseconds(duration.microseconds);
 }
