@@ -1,13 +1,13 @@
 # Draws `points` as `plot`. No background, and colours that show on a light page and on a dark one.
 
-set terminal svg size 860,560 dynamic font "sans-serif,13"
+set terminal svg size 860,520 dynamic font "sans-serif,13"
 set output plot
 set datafile missing "?"
 
 grey = "#737d87"
 set border 1 linecolor rgb grey
 set title "Time, as a multiple of what the required work costs by itself" textcolor rgb grey
-set key below horizontal samplen 1 textcolor rgb grey
+set key below horizontal samplen 1 width -1 textcolor rgb grey
 set logscale x
 set xrange [0.2:500]
 set xtics nomirror scale 0.5 textcolor rgb grey

@@ -1,5 +1,6 @@
 # Reads the values; writes a line for each operation to be drawn, which are those with a floor, but
-# neither callbacks that are not overridden nor several threads: row, operation, then the minima of
+# neither callbacks that are not overridden nor several threads, and of the many kinds of frames
+# those that peers are measured with: row, operation, then the minima of
 # own, sd-bus, sd-bus over a daemon, protobuf and std::put_time as multiples of the floor's, "?"
 # where there is none.
 
@@ -13,11 +14,14 @@ $1 ~ /^min\/.*\/floor$/ && $1 !~ /-unheard\/|-by-/ {
 END {
     whos = split("own sd-bus sd-bus-daemon protobuf put_time", who)
     for (i = 1; i <= rows; ++i) {
-        printf "%d \"%s\"", i, order[i]
+        line = ""
+        peers = 0
         for (j = 1; j <= whos; ++j) {
             name = order[i] "/" who[j]
-            printf " %s", name in time ? sprintf("%.3f", time[name] / time[order[i] "/floor"]) : "?"
+            peers += j > 1 && name in time
+            line = line " " (name in time ? sprintf("%.3f", time[name] / time[order[i] "/floor"]) : "?")
         }
-        print ""
+        if (peers || order[i] !~ /^(en|de)code\//)
+            printf "%d \"%s\"%s\n", ++drawn, order[i], line
     }
 }
