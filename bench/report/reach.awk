@@ -20,6 +20,12 @@ BEGIN {
 
 FILENAME == "-" { value[$1] = $2; next }
 /^#/ || NF == 0 { next }
+$1 == "because" {
+    sub(/^because +/, "    ")
+    if (missing)
+        print
+    next
+}
 !header++ { printf "%-70s%19s %10s\n", "reach", "limit", "measured" }
 
 {
@@ -29,9 +35,11 @@ FILENAME == "-" { value[$1] = $2; next }
     printf "%-70s%9s %9s", $0, said[relation], shown(limit)
     if (!(name in value) || (per != 1 && !(per in value))) {
         printf " %10s  not measured\n", "-"
+        missing = 0
         next
     }
     is = value[name] / (per == 1 ? 1 : value[per])
     reached = relation == "at-most" ? is <= limit : relation == "at-least" ? is >= limit : is == limit
+    missing = !reached
     printf " %10s  %s\n", shown(is), reached ? "reached" : missed(is, limit)
 }
