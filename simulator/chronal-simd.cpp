@@ -26,6 +26,7 @@
 
 #include "Clock.h"
 #include "Manual.h"
+#include "NumberText.h"
 #include "ParsedOption.h"
 #include "Protocol.h"
 #include "Rehearsal.h"
@@ -85,26 +86,15 @@ Utc parseStartTime(const std::string& text)
     return *time;
 }
 
-template <class Number>
-Number parseNumber(const std::string& text, Number least, Number most, const char* expected)
-{
-    Number number = 0;
-    const char* const end = text.data() + text.size();
-    const auto [rest, error] = std::from_chars(text.data(), end, number);
-    const bool valid = error == std::errc() && rest == end && number >= least && number <= most;
-    if (!valid)
-        refuse(text, expected);
-    return number;
-}
-
 double parseSpeed(const std::string& text)
 {
-    return parseNumber(text, 0.001, 1e6, "number from 0.001 to 1000000");
-}
-
-std::size_t parseCount(const std::string& text)
-{
-    return parseNumber<std::size_t>(text, 1, 1000000000, "whole number from 1 to 1000000000");
+    double speed = 0;
+    const char* const end = text.data() + text.size();
+    const auto [rest, error] = std::from_chars(text.data(), end, speed);
+    const bool valid = error == std::errc() && rest == end && speed >= 0.001 && speed <= 1e6;
+    if (!valid)
+        refuse(text, "number from 0.001 to 1000000");
+    return speed;
 }
 
 std::string commandList(const char* separator)
@@ -156,7 +146,8 @@ void describe(CLI::App& app, Settings& settings)
         "(default: the machine's)");
     addParsed(app, "--speed", settings.speed, parseSpeed, "N",
               "Lets time run N times faster, 0.001 to 1000000 (default: 1)");
-    addParsed(app, "--drop-after", settings.faults.dropAfter, parseCount, "N",
+    addParsed(app, "--drop-after", settings.faults.dropAfter,
+              chronal::tools::parseWholeNumber<std::size_t, 1, 1000000000>, "N",
               "Disconnects each client after N commands");
     app.add_option("--refuse", settings.faults.refused,
                    "Refuses a command with -13; may be repeated. The commands are:\n" +

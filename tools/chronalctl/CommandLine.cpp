@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
-#include <charconv>
-#include <limits>
 #include <optional>
 #include <stdexcept>
 #include <string_view>
@@ -13,6 +11,7 @@
 #include <chronal/Helpers.h>
 
 #include "Manual.h"
+#include "NumberText.h"
 #include "Output.h"
 #include "ParsedOption.h"
 #include "SocketText.h"
@@ -94,19 +93,6 @@ bool parseSwitch(const std::string& text)
     if (name == "ON" || name == "OFF")
         return name == "ON";
     throw std::invalid_argument("'" + text + "' is neither on nor off");
-}
-
-template <class Number, Number least = std::numeric_limits<Number>::min()>
-Number parseNumber(const std::string& text)
-{
-    Number number = 0;
-    const char* const end = text.data() + text.size();
-    const auto [rest, error] = std::from_chars(text.data(), end, number);
-    if (text.empty() || rest != end || error != std::errc() || number < least)
-        throw std::invalid_argument("'" + text + "' is no whole number from " +
-                                    std::to_string(least) + " to " +
-                                    std::to_string(std::numeric_limits<Number>::max()));
-    return number;
 }
 
 std::chrono::microseconds parseWait(const std::string& text)
@@ -407,8 +393,8 @@ void CommandLine::addWatchOptions(CLI::App& command)
 {
     addParsed(command, "--for", arguments.watch.duration, parseWait, "DURATION",
               "End after this time");
-    addParsed(command, "--count", arguments.watch.count, parseNumber<std::uint64_t, 1>, "N",
-              "End after so many notifications");
+    addParsed(command, "--count", arguments.watch.count, tools::parseWholeNumber<std::uint64_t, 1>,
+              "N", "End after so many notifications");
 }
 
 void CommandLine::addRefTime()
@@ -588,7 +574,8 @@ void CommandLine::addTimezone()
 
 void CommandLine::addValue(CLI::App& command, const char* description)
 {
-    addParsed(command, "--value", arguments.value, parseNumber<int>, "NUMBER", description);
+    addParsed(command, "--value", arguments.value, tools::parseWholeNumber<int>, "NUMBER",
+              description);
 }
 
 namespace {

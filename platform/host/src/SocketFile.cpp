@@ -4,7 +4,6 @@
 #include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -24,8 +23,6 @@ namespace {
 
 namespace asio = boost::asio;
 typedef asio::local::stream_protocol Protocol;
-
-constexpr std::size_t longestPath = sizeof(sockaddr_un::sun_path) - 1;
 
 /// Others hold a folder for a moment only, unless one of them has been stopped in it.
 constexpr std::chrono::seconds longestLock(1);
@@ -88,7 +85,7 @@ std::string socketAt(const std::string& place)
 
 int connectTo(const std::string& path, Protocol::socket& socket)
 {
-    if (path.size() > longestPath)
+    if (path.size() > longestSocketPath)
         return ENAMETOOLONG;
     const Protocol::endpoint endpoint(path);
     boost::system::error_code error;
@@ -107,8 +104,9 @@ SocketFile::SocketFile(const std::string& path, Protocol::acceptor& acceptor) : 
 {
     if (name.empty())
         fail("the path of the socket is empty");
-    if (name.size() > longestPath)
-        fail("the path of a socket has at most " + std::to_string(longestPath) + " characters");
+    if (name.size() > longestSocketPath)
+        fail("the path of a socket has at most " + std::to_string(longestSocketPath) +
+             " characters");
 
     const std::string folder = folderOf(name);
     const FolderLock lock(folder);
