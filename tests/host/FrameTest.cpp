@@ -57,8 +57,10 @@ TEST(Frame, MalformedFramesAreRefusedWithTheReason)
 {
     const std::pair<std::function<void(FrameBytes&)>, const char*> rows[] = {
         {[](FrameBytes& frame) { frame.clear(); }, "frame of 0 bytes is shorter than a header"},
-        {[](FrameBytes& frame) { frame[0] = 0x80; }, "gives its length as 2147483710"},
-        {[](FrameBytes& frame) { frame.resize(maxFrameSize + 1); }, "65537 bytes is too long"},
+        {[](FrameBytes& frame) { frame[0] = 0x80; },
+         "gives its length as 2147483710, not 36 to 65536"},
+        {[](FrameBytes& frame) { frame.resize(maxFrameSize + 1); },
+         "frame of 65537 bytes gives its length as"},
         {[](FrameBytes& frame) { frame[7] = 8; }, "unknown service: service 8, resource 100"},
         {[](FrameBytes& frame) { frame[11] = 99; }, "unknown identity: service 7, resource 99"},
         {[](FrameBytes& frame) { frame[15] = 9; }, "operation 9, kind 0"},

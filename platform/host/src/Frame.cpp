@@ -129,12 +129,15 @@ inline std::uint32_t kindAndVersion(std::uint8_t kind) noexcept
 std::string headerFault(const FrameBytes& frame)
 {
     const std::string start = "frame of " + std::to_string(frame.size()) + " bytes ";
-    if (frame.size() < frameHeaderSize)
+    if (frame.size() < sizeof(std::uint32_t))
         return start + "is shorter than a header";
-    if (frame.size() > maxFrameSize)
-        return start + "is too long";
-    if (get(frame.data()) != frame.size())
-        return start + "gives its length as " + std::to_string(get(frame.data()));
+    const std::size_t length = get(frame.data());
+    const std::string given = start + "gives its length as " + std::to_string(length);
+    if (length < frameHeaderSize || length > maxFrameSize)
+        return given + ", not " + std::to_string(frameHeaderSize) + " to " +
+               std::to_string(maxFrameSize);
+    if (length != frame.size())
+        return given;
     if (frame[17] != frameVersion)
         return "unknown version " + std::to_string(frame[17]);
     return "reserved bytes are not zero";

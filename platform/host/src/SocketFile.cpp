@@ -66,6 +66,21 @@ private:
     const int failure;
 };
 
+/// Not one of those that a program inherits: it would keep the connection from ending. Returns 0 or
+/// an error number.
+template <class Socket>
+int openSocket(Socket& socket)
+{
+    const int descriptor = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (descriptor < 0)
+        return errno;
+    boost::system::error_code error;
+    socket.assign(Protocol(), descriptor, error);
+    if (error)
+        ::close(descriptor);
+    return error.value();
+}
+
 std::string folderOf(const std::string& path)
 {
     const std::size_t slash = path.rfind('/');
@@ -88,10 +103,10 @@ int connectTo(const std::string& path, Protocol::socket& socket)
     if (path.size() > longestSocketPath)
         return ENAMETOOLONG;
     const Protocol::endpoint endpoint(path);
+    if (const int failure = openSocket(socket))
+        return failure;
     boost::system::error_code error;
-    socket.open(Protocol(), error);
-    if (!error)
-        socket.native_non_blocking(true, error);
+    socket.native_non_blocking(true, error);
     if (error)
         return error.value();
     // Asio would wait for a queue that is full, and take that for a connection.
@@ -116,13 +131,13 @@ SocketFile::SocketFile(const std::string& path, Protocol::acceptor& acceptor) : 
         fail("folder " + folder + ": " + std::strerror(lock.error()));
     clearPlace();
 
-    boost::system::error_code error;
-    acceptor.open(Protocol(), error);
+    if (const int failure = openSocket(acceptor))
+        fail(failure);
     // The file gets the mode of the socket, so nobody else can open it at any time.
-    if (!error && ::fchmod(acceptor.native_handle(), S_IRUSR | S_IWUSR) != 0)
+    if (::fchmod(acceptor.native_handle(), S_IRUSR | S_IWUSR) != 0)
         fail(errno);
-    if (!error)
-        acceptor.bind(Protocol::endpoint(name), error);
+    boost::system::error_code error;
+    acceptor.bind(Protocol::endpoint(name), error);
     if (error)
         fail(error.value());
     if (const int failure = listen(acceptor)) {

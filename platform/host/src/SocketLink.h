@@ -17,10 +17,8 @@ namespace host {
 /// Opened once, it connects whenever the service can be reached, until it is closed: after a
 /// failure, and after the end of a connection, it tries again, first after 50 ms, then after twice
 /// as long each time, up to 2 s; a frame from the service starts that anew. Of failures in a row
-/// only the first is reported, and each that has another error number.
-///
-/// Reasons of linkDown(): 0 when the service has ended in good order, ECONNRESET or EPIPE when it
-/// is gone without, EBADMSG after a malformed frame, ENOBUFS when the listener's queue was full.
+/// only the first is reported, and each that has another error number. The reasons of linkDown()
+/// are those that start() names.
 class FABRIC_API SocketLink final : public Link
 {
 public:

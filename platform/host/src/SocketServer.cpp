@@ -1,5 +1,7 @@
 #include "SocketServer.h"
 
+#include <fcntl.h>
+
 #include <cerrno>
 #include <chrono>
 #include <cstring>
@@ -196,6 +198,7 @@ void SocketServer::Impl::welcome(Protocol::socket socket)
         log(logTrouble, "fabric-host: client refused: there are %zu already\n", clients.size());
         return;
     }
+    ::fcntl(socket.native_handle(), F_SETFD, FD_CLOEXEC);
     const auto client = std::make_shared<Client>(std::move(socket), *this);
     clients.insert(client);
     contained([&] { client->start(); }, [&](const char*) { client->end(ENOMEM); });

@@ -234,6 +234,8 @@ void SocketStream::close()
         return;
     open = false;
     outgoing.clear();
+    // Also for a child process that has been forked off with this end.
+    ::shutdown(socket.native_handle(), SHUT_RDWR);
     boost::system::error_code ignored;
     socket.close(ignored);
 }

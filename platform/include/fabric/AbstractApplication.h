@@ -25,9 +25,10 @@ public:
 
     /// Sends the message and fills `ids`, with zeros if it fails. Owns `event` from the call on and
     /// destroys it, whatever the outcome. `flags` is 0. Never blocks; any thread, also from inside
-    /// a handler. Returns 0, or a negative error number: -ENOTCONN without a connection, -EAGAIN
-    /// when the queue is full, -EMSGSIZE for a message over the limit, -EINVAL for one that the
-    /// service does not know or that has no payload and for other flags, -ENOMEM without memory.
+    /// a handler. Returns 0, or a negative error number: -ENOTCONN without a connection, the one
+    /// that a connection has just broken with (-EPIPE, -ECONNRESET, -EBADMSG), -EAGAIN when the
+    /// queue is full, -EMSGSIZE for a message over the limit, -EINVAL for one that the service does
+    /// not know or that has no payload and for other flags, -ENOMEM without memory.
     virtual int sendEvent(MsgIds& ids, int flags, SerializableMessageEvent* event) = 0;
 
     StateHolder& stateHolder; ///< not owned

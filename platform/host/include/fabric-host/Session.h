@@ -118,6 +118,12 @@ struct StartOptions
 /// disconnect(): when the service comes late, clients are told that the connection failed, and once
 /// more only if the error number changes; when it goes, they are told so, and later that it is
 /// back.
+///
+/// Reasons that clients get are error numbers. Of a connection that failed: ENOENT or ECONNREFUSED
+/// where no service listens, EACCES where this user may not, and whatever else connecting says. Of
+/// one that has gone: 0 when either side ended it in good order, ECONNRESET or EPIPE when the
+/// service is gone without, EBADMSG after a malformed frame of it, ENOBUFS when callbacks were so
+/// slow that the session's queue was full.
 std::unique_ptr<Session> start(const StartOptions& options = StartOptions());
 
 } // namespace host
