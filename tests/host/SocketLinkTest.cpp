@@ -2,7 +2,9 @@
 #include "Sample.h"
 #include "SocketServer.h"
 
+#include <fcntl.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <boost/asio/io_context.hpp>
@@ -132,6 +134,34 @@ TEST(SocketLinkTest, ARefusalEndsTheConnectionThatTheFrameCameFromAndNoOther)
     EXPECT_EQ(0, link.send(command));
     EXPECT_THAT(listener.journal.await(5),
                 ElementsAre("up", "frame", "down " + std::to_string(EBADMSG), "up", "frame"));
+    link.close();
+}
+
+/// How many sockets the programs get that this one starts.
+int inheritedSockets()
+{
+    int count = 0;
+    for (int descriptor = 0; descriptor < 256; ++descriptor) {
+        struct stat state = {};
+        count += fstat(descriptor, &state) == 0 && S_ISSOCK(state.st_mode) &&
+                 (fcntl(descriptor, F_GETFD) & FD_CLOEXEC) == 0;
+    }
+    return count;
+}
+
+TEST(SocketLinkTest, ProgramsThatAreStartedInBetweenHoldNoConnection)
+{
+    const int before = inheritedSockets();
+    const Folder folder;
+    const std::string path = folder.name + std::string("/socket");
+    const Served served(path);
+    Listener listener;
+    SocketLink link(path);
+    link.open(listener);
+    listener.journal.await(1);
+    EXPECT_EQ(0, link.send(encoded(*message(ask, 1))));
+    listener.journal.await(2); // so that the service has accepted it
+    EXPECT_EQ(before, inheritedSockets());
     link.close();
 }
 
