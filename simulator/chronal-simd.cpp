@@ -1,23 +1,20 @@
 // The simulated time service as a process of its own.
 
 #include <algorithm>
-#include <cerrno>
 #include <charconv>
 #include <chrono>
-#include <climits>
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <iostream>
 #include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
-#include <fcntl.h>
-#include <poll.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -25,6 +22,7 @@
 #include <fabric-host/SocketPath.h>
 
 #include "Clock.h"
+#include "LineLog.h"
 #include "Manual.h"
 #include "NumberText.h"
 #include "ParsedOption.h"
@@ -32,6 +30,7 @@
 #include "Rehearsal.h"
 #include "SocketServer.h"
 #include "SocketText.h"
+#include "StandardStreams.h"
 #include "TimeService.h"
 #include "TimeText.h"
 #include "WireTime.h"
@@ -178,63 +177,16 @@ std::unique_ptr<Clock> ownClock(const Settings& settings)
                                          settings.speed);
 }
 
-/// A terminal says that it has room when it has some, and then waits for more; so it is opened once
-/// more, as one that does not wait.
-int withoutWaiting(int descriptor)
+/// Standard error. What cannot be written there can be told nobody.
+LineLog& troubleLog()
 {
-    if (isatty(descriptor) == 0)
-        return descriptor;
-    const std::string name = "/proc/self/fd/" + std::to_string(descriptor);
-    const int opened = open(name.c_str(), O_WRONLY | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
-    return opened >= 0 ? opened : descriptor;
+    static LineLog lines(STDERR_FILENO, [](const std::string&) {});
+    return lines;
 }
 
-/// Lines for a reader who must not hold up the service: those that there is no room for are left
-/// out and counted.
-class LineLog
+void complain(const std::string& what)
 {
-public:
-    explicit LineLog(int descriptor) : output(withoutWaiting(descriptor)) {}
-
-    void write(const std::string& line);
-
-private:
-    bool flush();
-
-    const int output;
-    std::string unwritten; ///< of the last line
-    std::size_t leftOut = 0;
-};
-
-void LineLog::write(const std::string& line)
-{
-    if (!flush()) {
-        ++leftOut;
-        return;
-    }
-    if (leftOut != 0)
-        unwritten = "lines left out, since nobody read them: " + std::to_string(leftOut) + '\n';
-    leftOut = 0;
-    unwritten += line;
-    flush();
-}
-
-/// False when there is no room for the rest.
-bool LineLog::flush()
-{
-    while (!unwritten.empty()) {
-        pollfd room = {output, POLLOUT, 0};
-        if (poll(&room, 1, 0) == 0)
-            return false;
-        // A pipe that has room at all has room for so much.
-        const std::size_t size = std::min<std::size_t>(unwritten.size(), PIPE_BUF);
-        const ssize_t written = ::write(output, unwritten.data(), size);
-        if (written < 0 && (errno == EINTR || errno == EAGAIN))
-            return false;
-        // What cannot be written at all, since its reader has left, is of no interest to anybody.
-        unwritten.erase(0, written < 0 ? std::string::npos : static_cast<std::size_t>(written));
-    }
-    return true;
+    troubleLog().write("chronal-simd: " + what + '\n');
 }
 
 /// Only what stands in NUB_DEBUG as well can switch it off again.
@@ -242,8 +194,8 @@ void showTrouble()
 {
     const char* const others = std::getenv("NUB_DEBUG");
     setenv("NUB_DEBUG", (std::string("*:3000,") + (others ? others : "")).c_str(), 1);
-    static LineLog lines(STDERR_FILENO);
-    fabric::host::setDebugSink([](std::uint32_t, const std::string& line) { lines.write(line); });
+    fabric::host::setDebugSink(
+        [](std::uint32_t, const std::string& line) { troubleLog().write(line); });
 }
 
 void serve(const Settings& settings)
@@ -251,7 +203,7 @@ void serve(const Settings& settings)
     const std::string socket = settings.socket.empty() ? defaultSocket() : settings.socket;
     const std::unique_ptr<Clock> clock = ownClock(settings);
     TimeService service(settings.service, clock ? *clock : systemClock());
-    LineLog log(STDOUT_FILENO);
+    LineLog log(STDOUT_FILENO, [](const std::string& why) { complain("standard output: " + why); });
     const auto writeLine = [&](const std::string& line) { log.write(line + '\n'); };
     Rehearsal rehearsal(service, settings.faults,
                         settings.verbose ? Rehearsal::Log(writeLine) : Rehearsal::Log());
@@ -259,9 +211,13 @@ void serve(const Settings& settings)
     writeLine("listening on " + socket);
     server.run();
     const fabric::host::ServerCounters counters = server.counters();
-    if (settings.verbose)
-        writeLine("ended; frames refused: " + std::to_string(counters.framesRefused) +
-                  ", clients dropped: " + std::to_string(counters.clientsDropped));
+    if (!settings.verbose)
+        return;
+    const std::size_t lost =
+        log.finish("ended; frames refused: " + std::to_string(counters.framesRefused) +
+                   ", clients dropped: " + std::to_string(counters.clientsDropped) + '\n');
+    if (lost != 0)
+        complain("lines left out at the end: " + std::to_string(lost));
 }
 
 int fail(const std::string& what, int status)
@@ -274,6 +230,7 @@ int fail(const std::string& what, int status)
 
 int main(int argc, char** argv)
 {
+    chronal::tools::holdStandardStreams();
     std::signal(SIGPIPE, SIG_IGN); // whoever reads the lines may leave
     try {
         Settings settings;
@@ -282,7 +239,8 @@ int main(int argc, char** argv)
         try {
             app.parse(argc, argv);
         } catch (const CLI::Success& request) { // --help, --version
-            return app.exit(request);
+            app.exit(request);
+            return std::cout.flush() ? 0 : fail("cannot write to standard output", exitFailure);
         } catch (const CLI::ParseError& error) {
             return fail(std::string(error.what()) + "\nSee: chronal-simd --help", exitUsage);
         }

@@ -1,9 +1,12 @@
+#include <cerrno>
 #include <cstdio>
 #include <exception>
+#include <iostream>
 
 #include "CommandLine.h"
 #include "Failure.h"
 #include "Output.h"
+#include "StandardStreams.h"
 
 namespace {
 
@@ -32,7 +35,7 @@ ExitStatus run(CommandLine& commandLine, int argc, char** argv)
         if (error.get_exit_code() != 0)
             return complain(commandLine, commandLine.badUsage(error));
         commandLine.exit(error);
-        return ExitStatus::done;
+        return std::cout.flush() ? ExitStatus::done : complain(commandLine, notPrinted(errno));
     } catch (const Failure& failure) {
         return complain(commandLine, failure);
     } catch (const std::exception& error) {
@@ -44,6 +47,7 @@ ExitStatus run(CommandLine& commandLine, int argc, char** argv)
 
 int main(int argc, char** argv)
 {
+    chronal::tools::holdStandardStreams();
     try {
         CommandLine commandLine;
         return static_cast<int>(run(commandLine, argc, argv));

@@ -1,0 +1,95 @@
+#include "LineLog.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <utility>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+namespace chronal::sim {
+
+namespace {
+
+constexpr int farewell = 100; // milliseconds
+
+/// A terminal says that it has room when it has some, and then waits for more; so it is opened once
+/// more, as one that does not wait.
+int withoutWaiting(int descriptor)
+{
+    if (isatty(descriptor) == 0)
+        return descriptor;
+    const std::string name = "/proc/self/fd/" + std::to_string(descriptor);
+    const int opened = open(name.c_str(), O_WRONLY | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    return opened >= 0 ? opened : descriptor;
+}
+
+} // namespace
+
+LineLog::LineLog(int descriptor, Complain failed)
+    : output(withoutWaiting(descriptor)), complain(std::move(failed))
+{
+}
+
+void LineLog::write(const std::string& line)
+{
+    if (!flush(0)) {
+        ++leftOut;
+        return;
+    }
+    if (insideLine)
+        unwritten = "\n";
+    if (leftOut != 0)
+        unwritten += "lines left out: " + std::to_string(leftOut) + '\n';
+    unwritten += line;
+    underWay = std::exchange(leftOut, 0) + 1;
+    flush(0);
+}
+
+std::size_t LineLog::finish(const std::string& line)
+{
+    flush(farewell);
+    write(line);
+    flush(farewell);
+    return underWay + leftOut;
+}
+
+/// False when there is no room for the rest, not even after `wait` milliseconds.
+bool LineLog::flush(int wait)
+{
+    while (!unwritten.empty()) {
+        pollfd room = {output, POLLOUT, 0};
+        if (poll(&room, 1, wait) == 0)
+            return false;
+        // A pipe that has room at all has room for so much.
+        const std::size_t size = std::min<std::size_t>(unwritten.size(), PIPE_BUF);
+        const ssize_t written = ::write(output, unwritten.data(), size);
+        if (written == 0 || (written < 0 && (errno == EINTR || errno == EAGAIN)))
+            return false;
+        if (written < 0) {
+            lose(errno);
+            return true;
+        }
+        insideLine = unwritten[static_cast<std::size_t>(written) - 1] != '\n';
+        unwritten.erase(0, static_cast<std::size_t>(written));
+    }
+    underWay = 0;
+    return true;
+}
+
+void LineLog::lose(int error)
+{
+    unwritten.clear();
+    // Nobody is there, who has left or has never been.
+    const bool nobody = error == EPIPE || error == EBADF;
+    if (!nobody)
+        leftOut += underWay;
+    underWay = 0;
+    if (!nobody && !std::exchange(complained, true))
+        complain(std::strerror(error));
+}
+
+} // namespace chronal::sim
