@@ -4,6 +4,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
+#include <cstring>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -65,6 +66,12 @@ public:
     {
         UserAdapter::onServiceConnected();
         connection(true, "the service is there");
+    }
+
+    void onServiceConnectionFailed(int reason) override
+    {
+        UserAdapter::onServiceConnectionFailed(reason);
+        connection(false, std::string("no service yet: ") + std::strerror(reason));
     }
 
     void onServiceDisconnected(int reason) override
