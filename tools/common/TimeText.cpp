@@ -125,8 +125,8 @@ struct Unit
 constexpr Unit units[] = {{"d", 86400, 0, 0}, {"h", 3600, 0, 2},  {"m", 60, 0, 2},
                           {"s", 1, 0, 2},     {"ms", 0, 1000, 3}, {"us", 0, 1, 3}};
 constexpr char spanExpected[] =
-    "is no span; right would be +1h30m, -90s, 1d2h or 250ms: units d, h, m or min, s, ms, us, each "
-    "once and in this order";
+    "is no span; right would be +01:30, +1h30m, -90s, 1d2h or 250ms: units d, h, m or min, s, ms, "
+    "us, each once and in this order";
 constexpr char durationExpected[] =
     "is no duration; right would be seconds, as 5 or 0.5, or with units, as 250ms, 2s or 1min";
 
@@ -198,7 +198,7 @@ nubOsalTime_struct parseLocal(const std::string& text)
 
 nubOsalTime_struct parseSpan(const std::string& text)
 {
-    static const std::regex offset(R"(([+-])(\d\d):(\d\d))");
+    static const std::regex offset(R"(([+-])(\d\d):?(\d\d))");
     std::smatch match;
     if (std::regex_match(text, match, offset))
         return makeTime(offsetSeconds(text, match, 1), 0);
@@ -217,9 +217,10 @@ std::chrono::microseconds parseDuration(const std::string& text)
 {
     constexpr std::int64_t longest = 366 * 86400;
     constexpr char tooLong[] = "is longer than a year";
-    static const std::regex decimal(R"((\d+)(?:\.(\d{1,6}))?s?)");
+    static const std::regex decimal(R"(0*(\d+)(?:\.(\d{1,6}))?s?)");
     std::smatch match;
-    const bool inSeconds = std::regex_match(text, match, decimal);
+    // Matching takes stack for each character.
+    const bool inSeconds = text.size() <= 64 && std::regex_match(text, match, decimal);
     if (inSeconds && match.length(1) > 8)
         fail(text, tooLong);
     const nubOsalTime_struct duration = inSeconds
