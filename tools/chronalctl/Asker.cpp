@@ -10,7 +10,7 @@ Asker::Asker(fabric::AbstractApplication& app, fabric::AbstractComponent& comp,
 {
 }
 
-Report Asker::ask(const Send& send)
+Report Asker::ask(const Send& send, const std::string& wanted)
 {
     // Held while sending, so that the answer cannot be looked at before its ids are known.
     std::unique_lock<std::mutex> lock(mutex);
@@ -21,6 +21,8 @@ Report Asker::ask(const Send& send)
     send(*this, expected);
     // A connection that takes no command has gone, which is reported a moment later.
     changed.wait_for(lock, timeout, [&] { return answer.has_value() || losses != lossesBefore; });
+    if (answer && answer->result >= 0 && answer->name != wanted)
+        throw wrongAnswer(socket, answer->name, wanted);
     if (answer)
         return *answer;
     if (losses != lossesBefore)

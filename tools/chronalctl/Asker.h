@@ -23,8 +23,9 @@ public:
           std::chrono::microseconds timeout, const std::string& socket);
 
     /// Waits for the connection, sends one command, and waits for the answer that bears its ids;
-    /// each no longer than the timeout. Throws Failure when there is none.
-    Report ask(const Send& send);
+    /// each no longer than the timeout. Throws Failure when there is none, or one that is neither
+    /// the report of this name nor a refusal.
+    Report ask(const Send& send, const std::string& wanted);
 
 private:
     void connected() override;

@@ -179,9 +179,10 @@ bool isTooLong(const std::string& text)
 }
 
 /// The answer to a command. Throws Failure if that is a refusal.
-Report askFor(Connection<Asker>& service, const std::string& command, const Asker::Send& send)
+Report askFor(Connection<Asker>& service, const std::string& command, const std::string& wanted,
+              const Asker::Send& send)
 {
-    Report report = service->ask(send);
+    Report report = service->ask(send, wanted);
     if (report.result < 0)
         throw refusal(command, report.result);
     return report;
@@ -203,8 +204,8 @@ void showStatus(const Options& options)
 {
     Connection<Asker> service = connect(options);
     std::optional<Failure> firstRefusal;
-    const auto ask = [&](const std::string& command, const Asker::Send& send) {
-        Report report = service->ask(send);
+    const auto ask = [&](const std::string& command, const char* wanted, const Asker::Send& send) {
+        Report report = service->ask(send, wanted);
         if (report.result < 0 && !firstRefusal)
             firstRefusal = refusal(command, report.result);
         return report;
@@ -213,14 +214,15 @@ void showStatus(const Options& options)
     for (const ReferenceTimeId source : allSources)
         status.sources.push_back(
             {Helpers::getRefTimeStr(source),
-             ask("ref-time get " + Helpers::getRefTimeStr(source),
+             ask("ref-time get " + Helpers::getRefTimeStr(source), "ref-time",
                  [&](UserAdapter& adapter, Ids& ids) { adapter.cmdRefTimeFetch(ids, source); })});
-    status.timezone =
-        ask("timezone get", [](UserAdapter& adapter, Ids& ids) { adapter.cmdTimezoneFetch(ids); });
-    status.nextDeviation = ask("deviation next get RTC", [](UserAdapter& adapter, Ids& ids) {
-        adapter.cmdNextTimeDeviationChangeFetch(ids, referenceTimeRtc);
-    });
-    status.settings = ask("settings get", [](UserAdapter& adapter, Ids& ids) {
+    status.timezone = ask("timezone get", "timezone",
+                          [](UserAdapter& adapter, Ids& ids) { adapter.cmdTimezoneFetch(ids); });
+    status.nextDeviation =
+        ask("deviation next get RTC", "next-deviation", [](UserAdapter& adapter, Ids& ids) {
+            adapter.cmdNextTimeDeviationChangeFetch(ids, referenceTimeRtc);
+        });
+    status.settings = ask("settings get", "settings", [](UserAdapter& adapter, Ids& ids) {
         adapter.cmdDateTimeSettingsFetch(ids);
     });
     printAnswer(options, status);
@@ -232,20 +234,20 @@ void showStatus(const Options& options)
 void setSettings(const Options& options, const Arguments& given)
 {
     Connection<Asker> service = connect(options);
-    const Report old = askFor(service, "settings get", [](UserAdapter& adapter, Ids& ids) {
-        adapter.cmdDateTimeSettingsFetch(ids);
-    });
+    const Report old =
+        askFor(service, "settings get", "settings",
+               [](UserAdapter& adapter, Ids& ids) { adapter.cmdDateTimeSettingsFetch(ids); });
     const auto time = [&](std::size_t index, const char* name) {
         return given.times[index].value_or(std::get<Time>(old.field(name).value).value);
     };
     const auto value = static_cast<int>(std::get<std::int64_t>(old.field("value").value));
     const std::string server =
         given.server.value_or(std::get<std::string>(old.field("ntp_server").value));
-    printAnswer(options, askFor(service, "settings set", [&](UserAdapter& adapter, Ids& ids) {
-                    adapter.cmdDateTimeSettingsSet(ids, time(0, "time1"), time(1, "time2"),
-                                                   time(2, "time3"), time(3, "time4"),
-                                                   given.value.value_or(value), server);
-                }));
+    const auto set = [&](UserAdapter& adapter, Ids& ids) {
+        adapter.cmdDateTimeSettingsSet(ids, time(0, "time1"), time(1, "time2"), time(2, "time3"),
+                                       time(3, "time4"), given.value.value_or(value), server);
+    };
+    printAnswer(options, askFor(service, "settings set", "result", set));
 }
 
 } // namespace
@@ -259,6 +261,9 @@ CommandLine::CommandLine()
     // Options of the program may stand anywhere on the line.
     app.fallthrough();
     app.require_subcommand(1);
+    // Of every command.
+    app.footer("Options for all commands, such as --socket, --json and --timeout: "
+               "chronalctl --help");
     addOptions();
     addWatching();
     addRefTime();
@@ -266,7 +271,7 @@ CommandLine::CommandLine()
     addTimeAt();
     addSettings();
     addTimezone();
-    // After the commands, which would take it over.
+    // Its own, which the commands would take over before.
     app.footer("Exit status: 0 done, 1 refused by the service, 2 bad usage, 3 no service or no "
                "answer.\nchronalctl(1) tells more, also how errors look with --json.");
 }
@@ -300,21 +305,21 @@ CLI::App& CommandLine::addCommand(CLI::App& parent, const char* name, const char
 }
 
 CLI::App& CommandLine::addQuestion(CLI::App& parent, const char* name, const char* description,
-                                   Asker::Send send)
+                                   Asker::Send send, const char* answer)
 {
-    return addCommand(parent, name, description, [this, send = std::move(send)] {
+    return addCommand(parent, name, description, [this, answer, send = std::move(send)] {
         Connection<Asker> service = connect(options);
-        printAnswer(options, askFor(service, words(), send));
+        printAnswer(options, askFor(service, words(), answer, send));
     });
 }
 
 void CommandLine::addSourceQuestion(CLI::App& parent, const char* name, const char* description,
-                                    SendForSource send)
+                                    SendForSource send, const char* answer)
 {
-    CLI::App& added =
-        addQuestion(parent, name, description, [this, send](UserAdapter& adapter, Ids& ids) {
-            (adapter.*send)(ids, arguments.source);
-        });
+    CLI::App& added = addQuestion(
+        parent, name, description,
+        [this, send](UserAdapter& adapter, Ids& ids) { (adapter.*send)(ids, arguments.source); },
+        answer);
     addSource(added);
 }
 
@@ -330,7 +335,8 @@ void CommandLine::addSource(CLI::App& command)
 void CommandLine::addUtc(CLI::App& command, const std::string& name, nubOsalTime_struct& time,
                          const std::string& description)
 {
-    addArgument(command, name, time, tools::parseUtc, description);
+    addArgument(command, name, time, tools::parseUtc,
+                description + ", such as 2026-03-29T01:00:00Z or @1774746000");
     addReason(command, EINVAL, "'{" + name + "}' is not within the years 1970 to 9999",
               [this, &time] { return !arguments.negate && !isInCalendar(time); });
 }
@@ -338,7 +344,8 @@ void CommandLine::addUtc(CLI::App& command, const std::string& name, nubOsalTime
 void CommandLine::addLocal(CLI::App& command, const std::string& name, nubOsalTime_struct& time,
                            const std::string& description)
 {
-    addArgument(command, name, time, tools::parseLocal, description);
+    addArgument(command, name, time, tools::parseLocal,
+                description + ", such as 2026-03-29T03:00:00");
     addReason(command, EINVAL, "'{" + name + "}' is not within the years 1970 to 9999 of UTC",
               [this, &time] { return !arguments.negate && !isInCalendar(time, day); });
     addReason(command, EINVAL,
@@ -375,8 +382,12 @@ void CommandLine::addWatching()
                    [this] { monitor(options, arguments.watch); });
     const auto readSources = [this](const std::vector<std::string>& names) {
         readArgument("SOURCE", [&] {
-            std::transform(names.begin(), names.end(), std::back_inserter(arguments.watch.sources),
-                           parseSource);
+            for (const std::string& name : names) {
+                const ReferenceTimeId source = parseSource(name);
+                auto& sources = arguments.watch.sources;
+                if (std::find(sources.begin(), sources.end(), source) == sources.end())
+                    sources.push_back(source);
+            }
         });
     };
     monitorCommand
@@ -400,16 +411,19 @@ void CommandLine::addWatchOptions(CLI::App& command)
 void CommandLine::addRefTime()
 {
     CLI::App& group = addGroup(app, "ref-time", "The time of one source");
-    addSourceQuestion(group, "get", "Show a source's times", &UserAdapter::cmdRefTimeFetch);
+    addSourceQuestion(group, "get", "Show a source's times", &UserAdapter::cmdRefTimeFetch,
+                      "ref-time");
     addSetTime(group, "set", "Set a source's UTC time", &CommandLine::addUtc,
                &UserAdapter::cmdRefTimeSet);
     addSetTime(group, "set-local", "Set a source's local time", &CommandLine::addLocal,
                &UserAdapter::cmdRefLocalTimeSet);
 
-    CLI::App& at = addQuestion(group, "at", "Show what a source shows at a moment",
-                               [this](UserAdapter& adapter, Ids& ids) {
-                                   adapter.cmdRefTimeAt(ids, arguments.time, arguments.source);
-                               });
+    CLI::App& at = addQuestion(
+        group, "at", "Show what a source shows at a moment",
+        [this](UserAdapter& adapter, Ids& ids) {
+            adapter.cmdRefTimeAt(ids, arguments.time, arguments.source);
+        },
+        "ref-time-at");
     addSource(at);
     addUtc(at, "TIME", arguments.time, "The moment, in UTC");
 
@@ -442,7 +456,7 @@ void CommandLine::addSetTime(CLI::App& parent, const char* name, const char* des
     addReason(set, EBUSY, sourceLocked);
     (this->*addTime)(set, "TIME", arguments.time, "The source's time from now on");
     addSpan(set, "--deviation", arguments.deviation,
-            "Local time less UTC; the zone's if not given, or 0")
+            "Local time less UTC, such as +1h30m; the zone's if not given, or 0")
         ->type_name("SPAN");
     addReason(set, EINVAL, "'{TIME}', negated, is not within the years 1970 to 9999",
               [this] { return arguments.negate; });
@@ -457,7 +471,7 @@ void CommandLine::addDeviation()
     addSourceQuestion(next, "get",
                       "Show when it changes next, and to what (DEVIATION_INVALID: no change; "
                       "DEVIATION_UNKNOWN: the source has no time)",
-                      &UserAdapter::cmdNextTimeDeviationChangeFetch);
+                      &UserAdapter::cmdNextTimeDeviationChangeFetch, "next-deviation");
     CLI::App& set = addQuestion(next, "set", "Announce its next change",
                                 [this](UserAdapter& adapter, Ids& ids) {
                                     adapter.cmdNextTimeDeviationChangeSet(
@@ -466,7 +480,8 @@ void CommandLine::addDeviation()
     addSource(set);
     addReason(set, EBUSY, sourceLocked);
     addUtc(set, "TIME", arguments.time, "When it changes, in UTC");
-    addSpan(set, "SPAN", arguments.deviation, "The deviation from then on")->required();
+    addSpan(set, "SPAN", arguments.deviation, "The deviation from then on, such as +1h30m")
+        ->required();
 
     CLI::App& dst = addGroup(app, "dst", "Daylight saving");
     CLI::App& announce =
@@ -480,8 +495,10 @@ void CommandLine::addDeviation()
     addReason(announce, EBUSY, sourceLocked);
     addUtc(announce, "BEGIN", arguments.time, "When it begins, in UTC");
     addUtc(announce, "END", arguments.end, "When it ends, in UTC");
-    addSpan(announce, "DURING", arguments.deviation, "The deviation in between")->required();
-    addSpan(announce, "AFTER", arguments.deviationAfter, "The deviation afterwards")->required();
+    addSpan(announce, "DURING", arguments.deviation, "The deviation in between, such as +2h")
+        ->required();
+    addSpan(announce, "AFTER", arguments.deviationAfter, "The deviation afterwards, such as +1h")
+        ->required();
     addReason(announce, EINVAL, "'{BEGIN}' is not before '{END}'",
               [this] { return nubOsalCompareTime(&arguments.time, &arguments.end) >= 0; });
 }
@@ -489,22 +506,24 @@ void CommandLine::addDeviation()
 void CommandLine::addTimeAt()
 {
     CLI::App& group = addGroup(app, "at", "UTC and local time of one moment, by the zone");
-    CLI::App& utc =
-        addQuestion(group, "utc", "Of a moment in UTC", [this](UserAdapter& adapter, Ids& ids) {
-            adapter.cmdUTCTimeAt(ids, arguments.time);
-        });
+    CLI::App& utc = addQuestion(
+        group, "utc", "Of a moment in UTC",
+        [this](UserAdapter& adapter, Ids& ids) { adapter.cmdUTCTimeAt(ids, arguments.time); },
+        "time-at");
     addUtc(utc, "TIME", arguments.time, "The moment");
     CLI::App& local = addQuestion(
         group, "local", "Of a moment in local time",
-        [this](UserAdapter& adapter, Ids& ids) { adapter.cmdLocaltimeAt(ids, arguments.time); });
+        [this](UserAdapter& adapter, Ids& ids) { adapter.cmdLocaltimeAt(ids, arguments.time); },
+        "time-at");
     addLocal(local, "TIME", arguments.time, "The moment");
 }
 
 void CommandLine::addSettings()
 {
     CLI::App& group = addGroup(app, "settings", "The date-and-time settings");
-    addQuestion(group, "get", "Show them",
-                [](UserAdapter& adapter, Ids& ids) { adapter.cmdDateTimeSettingsFetch(ids); });
+    addQuestion(
+        group, "get", "Show them",
+        [](UserAdapter& adapter, Ids& ids) { adapter.cmdDateTimeSettingsFetch(ids); }, "settings");
     CLI::App& set = addCommand(group, "set", "Change some of them; the others stay as they are",
                                [this] { setSettings(options, arguments); });
     set.require_option(1, 0);
@@ -554,8 +573,9 @@ void CommandLine::addSettings()
 void CommandLine::addTimezone()
 {
     CLI::App& group = addGroup(app, "timezone", "The time zone");
-    addQuestion(group, "get", "Show it",
-                [](UserAdapter& adapter, Ids& ids) { adapter.cmdTimezoneFetch(ids); });
+    addQuestion(
+        group, "get", "Show it",
+        [](UserAdapter& adapter, Ids& ids) { adapter.cmdTimezoneFetch(ids); }, "timezone");
     CLI::App& set = addQuestion(group, "set", "Change it", [this](UserAdapter& adapter, Ids& ids) {
         adapter.cmdTimezoneSet(ids, arguments.text);
     });
@@ -654,14 +674,18 @@ Failure CommandLine::badUsage(const CLI::ParseError& error) const
     const std::string advice = "See: " + path + " --help";
     const auto commands = parsed().get_subcommands({});
     // An option that is wrong is told as such, also where a command is missing.
-    const bool wantsCommand =
-        error.get_exit_code() == static_cast<int>(CLI::ExitCodes::RequiredError);
-    if (commands.empty() || !wantsCommand)
+    const std::vector<std::string> unknown = app.remaining(true);
+    const auto isAbout = [&](CLI::ExitCodes code) {
+        return error.get_exit_code() == static_cast<int>(code);
+    };
+    if (isAbout(CLI::ExitCodes::ExtrasError))
+        return {ExitStatus::badUsage, 0, "not expected: " + CLI::detail::join(unknown, " "),
+                advice};
+    if (commands.empty() || !isAbout(CLI::ExitCodes::RequiredError))
         return {ExitStatus::badUsage, 0, error.what(), advice};
     std::string names;
     for (const CLI::App* command : commands)
         names += (names.empty() ? "" : ", ") + command->get_name();
-    const std::vector<std::string> unknown = app.remaining(true);
     if (!unknown.empty() && unknown.front().front() == '-')
         return {ExitStatus::badUsage, 0, "not expected: " + unknown.front(), advice};
     const std::string wrong =

@@ -90,9 +90,9 @@ private:
                          std::function<void()> carryOut);
     /// A command that is one message and its answer.
     CLI::App& addQuestion(CLI::App& parent, const char* name, const char* description,
-                          Asker::Send send);
+                          Asker::Send send, const char* answer = "result");
     void addSourceQuestion(CLI::App& parent, const char* name, const char* description,
-                           SendForSource send);
+                           SendForSource send, const char* answer = "result");
     void addSetTime(CLI::App& parent, const char* name, const char* description, AddTime addTime,
                     SendForTime send);
     void addSource(CLI::App& command);

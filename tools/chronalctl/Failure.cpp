@@ -84,6 +84,12 @@ Failure noAnswer(const std::string& socket, std::chrono::microseconds waited)
     return {ExitStatus::noAnswer, 0, "no answer from the " + serviceOf(socket) + within(waited)};
 }
 
+Failure wrongAnswer(const std::string& socket, const std::string& answer, const std::string& wanted)
+{
+    return {ExitStatus::noAnswer, 0,
+            "the " + serviceOf(socket) + " answered with " + answer + " instead of " + wanted};
+}
+
 Failure notSent(const std::string& socket, std::chrono::microseconds waited)
 {
     return {ExitStatus::noAnswer, 0,

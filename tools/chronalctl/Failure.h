@@ -44,6 +44,8 @@ Failure refusal(const std::string& command, int result);
 Failure noService(const std::string& socket, std::chrono::microseconds waited,
                   std::optional<int> reason);
 Failure noAnswer(const std::string& socket, std::chrono::microseconds waited);
+Failure wrongAnswer(const std::string& socket, const std::string& answer,
+                    const std::string& wanted);
 Failure notSent(const std::string& socket, std::chrono::microseconds waited);
 Failure lostBeforeAnswer(const std::string& socket, int reason);
 
