@@ -2,7 +2,11 @@
 # Needs $case, the name of the case that runs.
 # shellcheck shell=bash
 
-folder=$(mktemp -d)
+# In the environment, and in a long path of folders for what is temporary, there may be anything.
+unset NUB_DEBUG CHRONAL_SOCKET
+folder=$(mktemp -d /tmp/chronal-XXXXXX)
+mkfifo "$folder/nothing"
+exec {nothing}<> "$folder/nothing"
 declare -A pids=()
 
 clean_up()
@@ -33,19 +37,19 @@ launch()
     pids[$1]=$!
 }
 
-# await NAME PATTERN [COUNT]: until so many lines of NAME match.
+# await NAME PATTERN [COUNT]: until so many lines of NAME match, for $bound seconds at most.
 await()
 {
-    local deadline=$((SECONDS + 30))
+    local deadline=$((SECONDS + ${bound-30}))
     until (($(count "$1" "$2") >= ${3-1})); do
         ((SECONDS < deadline)) || fail "waited in vain for $1 to say '$2' ${3-1} times"
-        read -rt 0.02 <> <(:) || true
+        read -rt 0.02 -u "$nothing" || true
     done
 }
 
 count()
 {
-    grep -cE "$2" "$folder/$1.out" || true
+    grep -cE -e "$2" "$folder/$1.out" || true
 }
 
 # finish NAME: waits for its end and gives its exit status.

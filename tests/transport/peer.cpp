@@ -33,10 +33,11 @@ void speak(Protocol::socket socket)
 void run(const std::string& way, const std::string& path)
 {
     asio::io_context io;
-    if (way == "listen")
-        return speak(Protocol::acceptor(io, path).accept());
     Protocol::socket socket(io);
-    socket.connect(path);
+    if (way == "listen")
+        socket = Protocol::acceptor(io, path).accept();
+    else
+        socket.connect(path);
     speak(std::move(socket));
 }
 
