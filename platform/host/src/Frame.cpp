@@ -132,7 +132,7 @@ std::string headerFault(const FrameBytes& frame)
     if (frame.size() < sizeof(std::uint32_t))
         return start + "is shorter than a header";
     const std::size_t length = get(frame.data());
-    const std::string given = start + "gives its length as " + std::to_string(length);
+    std::string given = start + "gives its length as " + std::to_string(length);
     if (length < frameHeaderSize || length > maxFrameSize)
         return given + ", not " + std::to_string(frameHeaderSize) + " to " +
                std::to_string(maxFrameSize);
