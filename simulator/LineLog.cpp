@@ -83,12 +83,12 @@ bool LineLog::flush(int wait)
 void LineLog::lose(int error)
 {
     unwritten.clear();
+    const std::size_t lost = std::exchange(underWay, 0);
     // Nobody is there, who has left or has never been.
-    const bool nobody = error == EPIPE || error == EBADF;
-    if (!nobody)
-        leftOut += underWay;
-    underWay = 0;
-    if (!nobody && !std::exchange(complained, true))
+    if (error == EPIPE || error == EBADF)
+        return;
+    leftOut += lost;
+    if (!std::exchange(complained, true))
         complain(std::strerror(error));
 }
 

@@ -116,25 +116,35 @@ struct Listener final : LinkListener
     Journal journal;
 };
 
-TEST(SocketLinkTest, ARefusalEndsTheConnectionThatTheFrameCameFromAndNoOther)
+/// A link that has found its service.
+struct Linked
 {
+    Linked()
+    {
+        link.open(listener);
+        listener.journal.await(1);
+    }
+    ~Linked() { link.close(); }
+
     const Folder folder;
     const std::string path = folder.name + std::string("/socket");
-    const Served served(path);
+    const Served served{path};
     Listener listener;
-    SocketLink link(path);
-    link.open(listener);
+    SocketLink link{path};
+};
+
+TEST(SocketLinkTest, ARefusalEndsTheConnectionThatTheFrameCameFromAndNoOther)
+{
+    Linked linked;
     const FrameBytes command = encoded(*message(ask, 1));
-    listener.journal.await(1);
-    EXPECT_EQ(0, link.send(command));
-    listener.journal.await(2);
-    link.frameRefused(1);
-    listener.journal.await(4);
-    link.frameRefused(1);
-    EXPECT_EQ(0, link.send(command));
-    EXPECT_THAT(listener.journal.await(5),
+    EXPECT_EQ(0, linked.link.send(command));
+    linked.listener.journal.await(2);
+    linked.link.frameRefused(1);
+    linked.listener.journal.await(4);
+    linked.link.frameRefused(1);
+    EXPECT_EQ(0, linked.link.send(command));
+    EXPECT_THAT(linked.listener.journal.await(5),
                 ElementsAre("up", "frame", "down " + std::to_string(EBADMSG), "up", "frame"));
-    link.close();
 }
 
 /// How many sockets a program has that this one starts.
@@ -150,17 +160,10 @@ int inheritedSockets()
 TEST(SocketLinkTest, ProgramsThatAreStartedInBetweenHoldNoConnection)
 {
     const int before = inheritedSockets();
-    const Folder folder;
-    const std::string path = folder.name + std::string("/socket");
-    const Served served(path);
-    Listener listener;
-    SocketLink link(path);
-    link.open(listener);
-    listener.journal.await(1);
-    EXPECT_EQ(0, link.send(encoded(*message(ask, 1))));
-    listener.journal.await(2); // so that the service has accepted it
+    Linked linked;
+    EXPECT_EQ(0, linked.link.send(encoded(*message(ask, 1))));
+    linked.listener.journal.await(2); // so that the service has accepted it
     EXPECT_EQ(before, inheritedSockets());
-    link.close();
 }
 
 TEST(SocketLinkTest, OfTooManyClientsTheLastOnesAreDisconnected)

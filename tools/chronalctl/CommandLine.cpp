@@ -87,6 +87,12 @@ ReferenceTimeId parseSource(const std::string& text)
                                 "' is no source; right would be RTC, NTP, DVB, TTX or ATSC");
 }
 
+void addOnce(std::vector<ReferenceTimeId>& sources, ReferenceTimeId source)
+{
+    if (std::find(sources.begin(), sources.end(), source) == sources.end())
+        sources.push_back(source);
+}
+
 bool parseSwitch(const std::string& text)
 {
     const std::string name = upperCase(text);
@@ -382,12 +388,8 @@ void CommandLine::addWatching()
                    [this] { monitor(options, arguments.watch); });
     const auto readSources = [this](const std::vector<std::string>& names) {
         readArgument("SOURCE", [&] {
-            for (const std::string& name : names) {
-                const ReferenceTimeId source = parseSource(name);
-                auto& sources = arguments.watch.sources;
-                if (std::find(sources.begin(), sources.end(), source) == sources.end())
-                    sources.push_back(source);
-            }
+            for (const std::string& name : names)
+                addOnce(arguments.watch.sources, parseSource(name));
         });
     };
     monitorCommand

@@ -133,7 +133,7 @@ std::string headerFault(const FrameBytes& frame)
         return start + "is shorter than a header";
     const std::size_t length = get(frame.data());
     std::string given = start + "gives its length as " + std::to_string(length);
-    if (length < frameHeaderSize || length > maxFrameSize)
+    if (!isFrameLength(length))
         return given + ", not " + std::to_string(frameHeaderSize) + " to " +
                std::to_string(maxFrameSize);
     if (length != frame.size())
@@ -147,8 +147,8 @@ std::string headerFault(const FrameBytes& frame)
 
 bool isFrame(const FrameBytes& frame) noexcept
 {
-    return frame.size() >= frameHeaderSize && frame.size() <= maxFrameSize &&
-           get(frame.data()) == frame.size() && get(frame.data() + 16) == kindAndVersion(frame[16]);
+    return isFrameLength(frame.size()) && get(frame.data()) == frame.size() &&
+           get(frame.data() + 16) == kindAndVersion(frame[16]);
 }
 
 bool belongsTo(const MessageCatalogue& catalogue, const SerializableMessageEvent& event,

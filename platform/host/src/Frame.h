@@ -30,6 +30,11 @@ constexpr std::size_t frameHeaderSize = 36;
 constexpr std::size_t maxFrameSize = 64 * 1024;
 constexpr std::uint8_t frameVersion = 1;
 
+constexpr bool isFrameLength(std::size_t length) noexcept
+{
+    return length >= frameHeaderSize && length <= maxFrameSize;
+}
+
 /// Whether a frame is one by its length and its version, whatever is in it.
 bool isFrame(const FrameBytes& frame) noexcept;
 

@@ -69,7 +69,7 @@ void SocketStream::takeFrames()
     while (filled - taken >= wanted) {
         const std::uint8_t* const start = &input[taken];
         const std::size_t length = lengthOfFrame(start);
-        const bool possible = length >= frameHeaderSize && length <= maxFrameSize;
+        const bool possible = isFrameLength(length);
         if (possible && length > filled - taken) {
             wanted = length;
             break;
