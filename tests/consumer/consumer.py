@@ -1,0 +1,81 @@
+"""Projects and programs outside this tree that use the library, as its documents describe."""
+
+import os
+import re
+import shlex
+import subprocess
+from pathlib import Path
+
+import pytest
+
+SOURCE = Path(__file__).resolve().parents[2]
+FLAGS = shlex.split(os.environ.get("CXXFLAGS", ""))
+EMULATOR = shlex.split(os.environ.get("EMULATOR", ""))
+
+
+def run(*command, **options):
+    """Returns what a command prints on either stream; fails with that text if the command does."""
+    environment = {
+        name: value
+        for name, value in os.environ.items()
+        if name not in ("NUB_DEBUG", "CHRONAL_SOCKET", "DESTDIR")
+    }
+    environment.update(options.pop("env", {}))
+    done = subprocess.run(
+        [str(word) for word in command],
+        env=environment,
+        stdout=subprocess.PIPE,
+        stderr=subprocess.STDOUT,
+        text=True,
+        check=False,
+        **options,
+    )
+    if done.returncode != 0:
+        pytest.fail(f"{shlex.join(done.args)} ended with {done.returncode}:\n{done.stdout}")
+    return done.stdout
+
+
+def compile_cpp(*arguments):
+    return run(os.environ["CXX"], *FLAGS, *arguments)
+
+
+def blocks(document, language):
+    """The code blocks of a language in a document of this tree."""
+    text = (SOURCE / document).read_text()
+    return re.findall(rf"^```{language}\n(.*?)^```", text, re.MULTILINE | re.DOTALL)
+
+
+def write_project(folder, cmake, source):
+    """A project of a CMake block, as a document shows it, and the source file that it names."""
+    folder.mkdir(exist_ok=True)
+    name = re.search(r"add_executable\(\S+ ([^ )]+)\)", cmake).group(1)
+    (folder / name).write_text(source)
+    preamble = "cmake_minimum_required(VERSION 3.25)\nproject(consumer LANGUAGES CXX)\n"
+    (folder / "CMakeLists.txt").write_text(preamble + cmake)
+    return folder / "build" / Path(name).stem
+
+
+def check_readme_client(program):
+    assert run(program).startswith("NTP says '")
+
+
+def build_with_find_package(folder, installation):
+    program = write_project(folder, blocks("README.md", "cmake")[0], blocks("README.md", "cpp")[0])
+    config = next(installation.rglob("chronal-api-config.cmake"))
+    run("cmake", "-S", folder, "-B", folder / "build", "-DCMAKE_CXX_STANDARD=11",
+        f"-Dchronal-api_DIR={config.parent}")
+    run("cmake", "--build", folder / "build")
+    check_readme_client(program)
+
+
+def build_with_pkg_config(folder, installation):
+    folder.mkdir()
+    where = {"PKG_CONFIG_PATH": str(next(installation.rglob("chronal-devkit.pc")).parent)}
+    package = run("pkg-config", "--cflags", "--libs", "chronal-devkit", env=where)
+    libraries = run("pkg-config", "--variable=libdir", "chronal-devkit", env=where).strip()
+    for number, block in enumerate(blocks("README.md", "cpp")):
+        source = folder / f"{number}.cpp"
+        source.write_text(block)
+        compile_cpp("-std=c++11", source, "-o", source.with_suffix(""), *shlex.split(package),
+                    f"-Wl,-rpath,{libraries}")
+        check_readme_client(source.with_suffix(""))

@@ -1,0 +1,25 @@
+"""An installation of what has been built, in a prefix that was not known when it was built."""
+
+import os
+
+import pytest
+from consumer import build_with_find_package, build_with_pkg_config, run
+
+
+@pytest.fixture(name="prefix", scope="module")
+def fixture_prefix(tmp_path_factory):
+    prefix = tmp_path_factory.mktemp("prefix")
+    run("cmake", "--install", os.environ["BUILD_DIRECTORY"], "--prefix", prefix)
+    return prefix
+
+
+@pytest.mark.parametrize("build", [build_with_find_package, build_with_pkg_config])
+def test_readme_client_runs(build, prefix, tmp_path):
+    build(tmp_path / "client", prefix)
+
+
+def test_programs_find_their_libraries(prefix):
+    programs = list((prefix / "bin").iterdir())
+    assert programs
+    for program in programs:
+        run(program, "--version")
