@@ -1,6 +1,5 @@
 # The platform that the library is built against by default: the declarations of this folder and,
-# behind them, the stand-in for development hosts. A device's own file defines chronal::platform as
-# an imported target with the include directories and libraries of its middleware.
+# behind them, the stand-in for development hosts. docs/porting.md shows a device's own file.
 
 add_subdirectory(${CMAKE_CURRENT_LIST_DIR}/host platform/host)
 

@@ -634,7 +634,7 @@ void UserAdapter::onServiceConnected()
     for (const Registration& row : registrations) {
         const fabric::MsgMeta key = {serviceInterface->getServiceId(), row.resource, row.operation,
                                      row.kind};
-        const fabric::EventHandler handler(this, row.receiver);
+        const fabric::Arg1Method<int, const fabric::Event&> handler(this, row.receiver);
         handlerIds.addHandler(row.kind == kindReply ? component.addEventHandler(key, 0, handler)
                                                     : application.addEventHandler(key, 0, handler));
     }

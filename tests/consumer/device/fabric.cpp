@@ -1,0 +1,119 @@
+#include "fabric.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <map>
+#include <stdexcept>
+#include <utility>
+
+namespace fabric {
+
+namespace {
+
+std::map<int, std::pair<MsgMeta, Arg1Method<int, const Event&>>> handlers;
+
+int add(const MsgMeta& key, const Arg1Method<int, const Event&>& handler)
+{
+    const int id = static_cast<int>(handlers.size());
+    handlers.emplace(id, std::make_pair(key, handler));
+    return id;
+}
+
+} // namespace
+
+bool Event::refused = false;
+
+Event::Event(const MsgMeta& identity, const EndpointId& sender)
+    : stamp(0), meta(identity), from(sender), ids("of the event")
+{
+    if (refused)
+        throw std::length_error("no more events");
+}
+
+Event::~Event() = default;
+
+StateHolder::StateHolder() : lock(PTHREAD_MUTEX_INITIALIZER) {}
+
+StatePart::StatePart(StateHolder& state) : holder(state), generation(1), name{} {}
+StatePart::~StatePart() = default;
+
+pthread_mutex_t* StatePart::stateMutex()
+{
+    return &holder.lock;
+}
+
+AbstractComponent::AbstractComponent(std::uint32_t id) : name("component"), componentId(id) {}
+
+int AbstractComponent::addEventHandler(const MsgMeta& key, int,
+                                       const Arg1Method<int, const Event&>& handler) const
+{
+    return add(key, handler);
+}
+
+int AbstractApplication::addEventHandler(const MsgMeta& key, int,
+                                         const Arg1Method<int, const Event&>& handler)
+{
+    return add(key, handler);
+}
+
+int AbstractApplication::sendEvent(MsgIds& ids, int, Event* event)
+{
+    const auto& message = static_cast<const SerializableMessageEvent&>(*event);
+    std::printf("sent %u %u %u by %d/%u: %u bytes\n", event->meta.resourceId,
+                event->meta.operationId, event->meta.kind, event->from.node,
+                event->from.componentId, message.data->endianTable->size);
+    delete event;
+    ids.text = "filled in";
+    return -EAGAIN;
+}
+
+int AbstractApplication::registrations()
+{
+    return static_cast<int>(handlers.size());
+}
+
+void AbstractApplication::deliver(const Event& event)
+{
+    for (const auto& handler : handlers)
+        if (std::memcmp(&handler.second.first, &event.meta, 13) == 0)
+            handler.second.second.caller->invoke(event);
+}
+
+std::uint32_t ServiceInterface::getServiceId() const
+{
+    return 7;
+}
+
+EventHandlerIdSet::EventHandlerIdSet(const AbstractComponent&) : mask(0), reserved{} {}
+
+EventHandlerIdSet::~EventHandlerIdSet()
+{
+    reset();
+}
+
+void EventHandlerIdSet::addHandler(int id)
+{
+    mask |= 1 << id;
+}
+
+void EventHandlerIdSet::reset()
+{
+    for (int id = 0; mask != 0; ++id, mask >>= 1)
+        if (mask & 1)
+            handlers.erase(id);
+}
+
+} // namespace fabric
+
+void fabricTwineDeserReleaseMessage(unsigned, const fabric::MsgMeta*, const nubEndianTable_t* table,
+                                    void* payload)
+{
+    for (const nubEndianEntry_t* entry = table->entries; entry->code != 0; ++entry) {
+        if (entry->argument.table != &__nub_EndianTable_nubDeserString_t)
+            continue;
+        const void* const field = static_cast<char*>(payload) + (entry->code & 0xFFFF);
+        char* const chars = static_cast<const nubDeserString_t*>(field)->chars;
+        std::printf("releasing \"%s\"\n", chars);
+        std::free(chars);
+    }
+}

@@ -1,0 +1,68 @@
+"""The recipe of docs/porting.md, followed to the letter for a device as unlike ours as it allows."""
+
+import os
+import re
+from pathlib import Path
+
+from consumer import EMULATOR, SOURCE, blocks, compile_cpp, run, write_project
+
+HERE = Path(__file__).parent / "device"
+
+EXPECTED = """\
+12 handlers
+sent 31032014 26032007 0 by -1/42: {size} bytes
+releasing "Europe/Berlin"
+ids filled in
+releasing "Asia/Tokyo"
+caught: no more events
+NTP says '2026-03-28 11:40:00.250', with ids of the event
+api-chronal-service-adapter:N:onServiceDisconnected(): Called: Reason is 5.
+0 handlers
+"""
+
+
+def make_device(device):
+    """A device's middleware, with the headers that the document names."""
+    headers = re.findall(r"`((fabric|nub)/\w+\.h)`", (SOURCE / "docs/porting.md").read_text())
+    for header, library in headers:
+        path = device / "include" / header
+        path.parent.mkdir(parents=True, exist_ok=True)
+        path.write_text(f'#include "{HERE}/{library}.h"\n')
+    (device / "lib").mkdir()
+    for library in ("nub", "fabric"):
+        compile_cpp("-shared", "-fPIC", f"-Wl,-soname,lib{library}.so", HERE / f"{library}.cpp",
+                    "-o", device / f"lib/lib{library}.so")
+    compilers = {"C": os.environ.get("CC"), "CXX": os.environ["CXX"]}
+    system = "set(CMAKE_SYSTEM_NAME Linux)\n" if EMULATOR else ""
+    (device / "toolchain.cmake").write_text(system + "".join(
+        f"set(CMAKE_{language}_COMPILER {path})\n" for language, path in compilers.items() if path
+    ))
+
+
+def test_device_is_served_as_the_document_says(tmp_path):
+    device, build, project = tmp_path / "device", tmp_path / "library", tmp_path / "application"
+    make_device(device)
+
+    def printed(language):
+        texts = blocks("docs/porting.md", language)
+        return [text.replace("/opt/device", str(device)).replace("build/device", str(build))
+                for text in texts]
+
+    def run_on_device(program):
+        # As on a device, the loader knows where the libraries are.
+        return run(*EMULATOR, program, env={"LD_LIBRARY_PATH": str(device / "lib")})
+
+    platform, consumer = printed("cmake")
+    build_library, with_find_package, with_pkg_config = printed("sh")
+
+    (device / "platform.cmake").write_text(platform)
+    run("bash", "-euc", build_library, cwd=SOURCE)
+    run_on_device(build / "tests/layout-test")
+
+    found = write_project(project, consumer, (HERE / "client.cpp").read_text())
+    run("bash", "-euc", with_find_package, cwd=project)
+    compiler = f"{os.environ['CXX']} {os.environ['CXXFLAGS']}"
+    run("bash", "-euc", with_pkg_config, cwd=project, env={"CXX": compiler})
+    expected = EXPECTED.format(size=24 if EMULATOR else 32)
+    for program in (found, project / found.name):
+        assert re.sub(r"adapter:\d+:", "adapter:N:", run_on_device(program)) == expected
