@@ -1,0 +1,71 @@
+"""This tree as a part of another project."""
+
+import os
+
+import pytest
+from consumer import SOURCE, blocks, check_readme_client, run, write_project
+
+# Both have the same build directory, so that the second finds the first one's objects.
+ADD_SUBDIRECTORY = f"add_subdirectory({SOURCE} chronal)"
+FETCH_CONTENT = f"""include(FetchContent)
+FetchContent_Declare(chronal-api SOURCE_DIR {SOURCE} BINARY_DIR ${{CMAKE_BINARY_DIR}}/chronal)
+FetchContent_MakeAvailable(chronal-api)"""
+
+
+@pytest.fixture(name="folder", scope="module")
+def fixture_folder(tmp_path_factory):
+    return tmp_path_factory.mktemp("parent")
+
+
+def configure(folder, way, *options, libraries="chronal::api chronal::devkit"):
+    """Configures the project of the README with the tree included `way`. Returns its program."""
+    cmake = blocks("README.md", "cmake")[0]
+    assert "find_package(chronal-api REQUIRED)" in cmake
+    assert "chronal::api chronal::devkit" in cmake
+    cmake = cmake.replace("find_package(chronal-api REQUIRED)", "enable_testing()\n" + way)
+    cmake = cmake.replace("chronal::api chronal::devkit", libraries)
+    program = write_project(folder, cmake, blocks("README.md", "cpp")[0])
+    return program, run("cmake", "--fresh", "-S", folder, "-B", folder / "build", *options)
+
+
+@pytest.mark.parametrize(
+    "way", [ADD_SUBDIRECTORY, FETCH_CONTENT], ids=["add_subdirectory", "FetchContent"]
+)
+def test_readme_client_runs_and_nothing_else_comes_along(way, folder, tmp_path):
+    program, _ = configure(folder, way)
+    build = program.parent
+    run("cmake", "--build", build)
+    check_readme_client(program)
+
+    assert "-Werror" not in (build / "build.ninja").read_text()
+    assert "Total Tests: 0" in run("ctest", "--test-dir", build, "-N")
+    run("cmake", "--install", build, "--prefix", tmp_path)
+    assert not list(tmp_path.iterdir())
+    programs = [
+        path
+        for path in build.rglob("*")
+        if path.is_file() and os.access(path, os.X_OK) and ".so" not in path.name
+        and "CMakeFiles" not in path.parts
+    ]
+    assert programs == [program]
+
+
+def test_the_simulator_is_built_only_when_it_is_linked(tmp_path):
+    program, _ = configure(tmp_path, ADD_SUBDIRECTORY, libraries="chronal::api")
+    commands = run("cmake", "--build", program.parent, "--", "-n")
+    assert "libchronal-api.so" in commands
+    assert "simulator" not in commands
+
+
+def test_the_library_alone_needs_no_time_zone_library(tmp_path):
+    toolchain = tmp_path / "toolchain.cmake"
+    toolchain.write_text(
+        f"""set(CMAKE_CXX_COMPILER {os.environ["CXX"]})
+        set(CMAKE_FIND_ROOT_PATH {tmp_path})
+        set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
+        set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)"""
+    )
+    _, output = configure(
+        tmp_path, ADD_SUBDIRECTORY, f"-DCMAKE_TOOLCHAIN_FILE={toolchain}", libraries="chronal::api"
+    )
+    assert "there is no chronal::devkit, because" in output
