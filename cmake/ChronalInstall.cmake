@@ -7,10 +7,13 @@ set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/chronal-api)
 set(CHRONAL_HAS_HOST FALSE)
 set(CHRONAL_HAS_DEVKIT FALSE)
 
-# Writes NAME.pc. Paths in it are relative to its own place, so that the prefix may be moved.
+# Writes NAME.pc. The prefix in it is relative to its own directory, so that it may be moved; a
+# directory that is configured as an absolute path stays where it is.
 function(chronal_install_pkgconfig name description libs requires)
   cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX
     BASE_DIRECTORY ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig OUTPUT_VARIABLE prefix)
+  cmake_path(APPEND includedir "\${prefix}" "${CMAKE_INSTALL_INCLUDEDIR}")
+  cmake_path(APPEND libdir "\${prefix}" "${CMAKE_INSTALL_LIBDIR}")
   configure_file(${PROJECT_SOURCE_DIR}/cmake/package.pc.in ${name}.pc @ONLY)
   install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${name}.pc
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -3,7 +3,11 @@ function(chronal_program target)
   if(CHRONAL_INSTALL)
     cmake_path(RELATIVE_PATH CMAKE_INSTALL_FULL_LIBDIR
       BASE_DIRECTORY ${CMAKE_INSTALL_FULL_BINDIR} OUTPUT_VARIABLE libraries)
-    set_target_properties(${target} PROPERTIES INSTALL_RPATH "$ORIGIN/${libraries}")
+    string(PREPEND libraries "$ORIGIN/")
+    if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}")
+      set(libraries ${CMAKE_INSTALL_LIBDIR}) # does not move with the prefix
+    endif()
+    set_target_properties(${target} PROPERTIES INSTALL_RPATH "${libraries}")
     install(TARGETS ${target})
   endif()
 

@@ -3,7 +3,15 @@
 import os
 
 import pytest
-from consumer import SOURCE, blocks, check_readme_client, run, write_project
+from consumer import (
+    SOURCE,
+    blocks,
+    build_with_find_package,
+    build_with_pkg_config,
+    check_readme_client,
+    run,
+    write_project,
+)
 
 # Both have the same build directory, so that the second finds the first one's objects.
 ADD_SUBDIRECTORY = f"add_subdirectory({SOURCE} chronal)"
@@ -69,3 +77,39 @@ def test_the_library_alone_needs_no_time_zone_library(tmp_path):
         tmp_path, ADD_SUBDIRECTORY, f"-DCMAKE_TOOLCHAIN_FILE={toolchain}", libraries="chronal::api"
     )
     assert "there is no chronal::devkit, because" in output
+
+
+@pytest.mark.parametrize("absolute", ["LIBDIR", "INCLUDEDIR"])
+def test_an_absolute_directory_stays_where_it_is(absolute, folder, tmp_path):
+    directories = {"LIBDIR": "lib", "INCLUDEDIR": "include"}
+    directories[absolute] = tmp_path / "elsewhere"
+    options = [f"-DCMAKE_INSTALL_{name}={value}" for name, value in directories.items()]
+    program, _ = configure(folder, ADD_SUBDIRECTORY, "-DCHRONAL_INSTALL=ON",
+                           f"-DCMAKE_INSTALL_PREFIX={tmp_path}/prefix", *options)
+    run("cmake", "--build", program.parent)
+    # Packages that lie in the prefix move with it.
+    prefix = tmp_path / ("prefix" if absolute == "LIBDIR" else "moved")
+    run("cmake", "--install", program.parent, "--prefix", prefix)
+    build_with_find_package(tmp_path / "find-package", tmp_path)
+    build_with_pkg_config(tmp_path / "pkg-config", tmp_path)
+
+
+def test_a_program_finds_an_absolute_library_directory(tmp_path):
+    (tmp_path / "library.cpp").write_text("int answer() { return 0; }")
+    (tmp_path / "program.cpp").write_text("int answer(); int main() { return answer(); }")
+    (tmp_path / "CMakeLists.txt").write_text(
+        f"""cmake_minimum_required(VERSION 3.25)
+        project(program LANGUAGES CXX)
+        include(GNUInstallDirs)
+        include({SOURCE}/cmake/ChronalProgram.cmake)
+        add_library(library SHARED library.cpp)
+        install(TARGETS library)
+        add_executable(program program.cpp)
+        target_link_libraries(program PRIVATE library)
+        chronal_program(program)"""
+    )
+    run("cmake", "-S", tmp_path, "-B", tmp_path / "build", "-DCHRONAL_INSTALL=ON",
+        f"-DCMAKE_INSTALL_LIBDIR={tmp_path}/elsewhere")
+    run("cmake", "--build", tmp_path / "build")
+    run("cmake", "--install", tmp_path / "build", "--prefix", tmp_path / "prefix")
+    run(tmp_path / "prefix/bin/program")
