@@ -1,0 +1,31 @@
+"""The service on a terminal."""
+
+import os
+import pty
+
+import pytest
+
+
+@pytest.fixture
+def terminal():
+    """The program's end of a terminal that nobody reads."""
+    try:
+        unread, end = pty.openpty()
+    except OSError as error:
+        pytest.skip(f"needs a terminal, and this machine gives none: {error}")
+    yield end
+    os.close(end)
+    os.close(unread)
+
+
+def test_a_terminal_that_is_not_read_does_not_hold_up_the_service(
+    terminal, request, environment, start, chronalctl
+):
+    simd = request.config.getoption("simd")
+    environment["CHRONAL_SOCKET"] = "it"
+    words = ["--socket", "it", "--verbose", "--period", "1ms"]
+    service = start(simd, *words, stdout=terminal, stderr=terminal)
+    monitor = start(request.config.getoption("chronalctl"), "monitor", "RTC")
+    monitor.wait_for("^current-time", 300)  # each a line for the terminal, which takes fewer
+    assert chronalctl("timezone", "get").returncode == 0
+    assert service.stop() == 0
