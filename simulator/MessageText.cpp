@@ -1,9 +1,8 @@
 #include "MessageText.h"
 
-#include <cstdio>
-
 #include <chronal/Helpers.h>
 #include <chronal/MessageRecords.h>
+#include <fabric-host/Printable.h>
 
 #include "Protocol.h"
 #include "WireTime.h"
@@ -36,15 +35,7 @@ std::string text(std::int32_t word)
 
 std::string text(const nubDeserString_t& string)
 {
-    std::string quoted = "\"";
-    for (const char character : readText(string)) {
-        const auto byte = static_cast<unsigned char>(character);
-        char escape[5];
-        std::snprintf(escape, sizeof(escape), "\\x%02x", unsigned{byte});
-        const bool plain = byte >= ' ' && byte < 0x7f && byte != '"' && byte != '\\';
-        quoted += plain ? std::string(1, character) : escape;
-    }
-    return quoted + '"';
+    return '"' + fabric::host::printable(readText(string), "\"\\") + '"';
 }
 
 class Fields

@@ -19,6 +19,7 @@
 
 #include <CLI/CLI.hpp>
 #include <fabric-host/DebugSink.h>
+#include <fabric-host/Printable.h>
 #include <fabric-host/SocketPath.h>
 
 #include "Clock.h"
@@ -39,6 +40,7 @@ namespace {
 
 using namespace chronal::sim;
 using chronal::tools::addParsed;
+using fabric::host::printable;
 
 constexpr int exitFailure = 1;
 constexpr int exitUsage = 2;
@@ -186,7 +188,7 @@ LineLog& troubleLog()
 
 void complain(const std::string& what)
 {
-    troubleLog().write("chronal-simd: " + what + '\n');
+    troubleLog().write("chronal-simd: " + printable(what) + '\n');
 }
 
 /// Only what stands in NUB_DEBUG as well can switch it off again.
@@ -208,7 +210,7 @@ void serve(const Settings& settings)
     Rehearsal rehearsal(service, settings.faults,
                         settings.verbose ? Rehearsal::Log(writeLine) : Rehearsal::Log());
     fabric::host::SocketServer server(rehearsal, socket, {SIGINT, SIGTERM});
-    writeLine("listening on " + socket);
+    writeLine("listening on " + printable(socket));
     server.run();
     const fabric::host::ServerCounters counters = server.counters();
     if (!settings.verbose)
@@ -220,9 +222,9 @@ void serve(const Settings& settings)
         complain("lines left out at the end: " + std::to_string(lost));
 }
 
-int fail(const std::string& what, int status)
+int fail(const std::string& what, int status, const char* advice = "")
 {
-    std::fprintf(stderr, "chronal-simd: %s\n", what.c_str());
+    std::fprintf(stderr, "chronal-simd: %s\n%s", printable(what).c_str(), advice);
     return status;
 }
 
@@ -242,7 +244,7 @@ int main(int argc, char** argv)
             app.exit(request);
             return std::cout.flush() ? 0 : fail("cannot write to standard output", exitFailure);
         } catch (const CLI::ParseError& error) {
-            return fail(std::string(error.what()) + "\nSee: chronal-simd --help", exitUsage);
+            return fail(error.what(), exitUsage, "See: chronal-simd --help\n");
         }
         showTrouble();
         serve(settings);

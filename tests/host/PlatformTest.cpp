@@ -137,6 +137,13 @@ TEST(Debug, ALineGoesToTheSinkOrIsOneWriteWhateverItsLengthAndKeepsErrno)
     }
 }
 
+TEST(Debug, ALineHoldsNoControlCharacterBeforeItsEnd)
+{
+    const nubDebugChunk_t chunk = {5 << 16 | 3000, 0, 0};
+    const auto write = [&] { nubDebugOutput0(&chunk, "%s\n", "\x1b[2J\nforged \u202e \u00fc"); };
+    EXPECT_EQ("\\x1b[2J\\x0aforged \\u202e \u00fc\n", standardErrorOf(write));
+}
+
 TEST(Debug, ALineIsWrittenInFullByAThreadThatIsBeingCancelled)
 {
     const nubDebugChunk_t chunk = {5 << 16 | 3000, 0, 0};

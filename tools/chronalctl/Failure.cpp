@@ -8,8 +8,11 @@
 #include <system_error>
 
 #include <chronal/Helpers.h>
+#include <fabric-host/Printable.h>
 
 namespace chronal::ctl {
+
+using fabric::host::printable;
 
 namespace {
 
@@ -57,9 +60,9 @@ std::string numberText(int number)
 
 void complain(const Failure& failure)
 {
-    std::fprintf(stderr, "chronalctl: %s\n", failure.what());
+    std::fprintf(stderr, "chronalctl: %s\n", printable(failure.what()).c_str());
     if (!failure.advice.empty())
-        std::fprintf(stderr, "%s\n", failure.advice.c_str());
+        std::fprintf(stderr, "%s\n", printable(failure.advice).c_str());
 }
 
 Failure refusal(const std::string& command, int result)

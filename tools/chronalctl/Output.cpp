@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 
 #include <chronal/Helpers.h>
+#include <fabric-host/Printable.h>
 
 namespace chronal::ctl {
 
@@ -26,20 +27,13 @@ struct Overloaded : Functions...
 template <class... Functions>
 Overloaded(Functions...) -> Overloaded<Functions...>;
 
-std::string printable(std::string text)
-{
-    if (text.empty())
-        return "\"\"";
-    std::replace_if(
-        text.begin(), text.end(), [](char c) { return c < ' ' || c > '~'; }, '?');
-    return text;
-}
-
 std::string textOf(const Field& field)
 {
     return std::visit(Overloaded{[](bool value) { return std::string(value ? "yes" : "no"); },
                                  [](std::int64_t value) { return std::to_string(value); },
-                                 [](const std::string& value) { return printable(value); },
+                                 [](const std::string& value) {
+                                     return value.empty() ? "\"\"" : fabric::host::printable(value);
+                                 },
                                  [](const Time& time) { return getTimeStr(time.value); },
                                  [](const Span& span) { return getTimeSpanStr(span.value); }},
                       field.value);
@@ -78,10 +72,10 @@ Json jsonFields(const Report& report)
     return object;
 }
 
-/// The service's strings may hold any bytes; JSON is UTF-8.
+/// All ASCII, since whoever reads it may be a terminal. Strings may hold any bytes, JSON is UTF-8.
 std::string jsonLine(const Json& json)
 {
-    return json.dump(-1, ' ', false, Json::error_handler_t::replace) + '\n';
+    return json.dump(-1, ' ', true, Json::error_handler_t::replace) + '\n';
 }
 
 std::string padded(std::string text, std::size_t width)

@@ -8,7 +8,7 @@
 #include "Report.h"
 
 /// Reports as text, each ending with a newline. Times and spans are printed by the library's text
-/// functions; what is no printable ASCII in a string of the service is shown as "?".
+/// functions, strings of the service by fabric::host::printable().
 namespace chronal::ctl {
 
 /// One line per value, or "done" for a command that has no other answer.

@@ -1,6 +1,7 @@
 #include "Log.h"
 
 #include <fabric-host/DebugSink.h>
+#include <fabric-host/Printable.h>
 #include <nub/Debug.h>
 
 #include <pthread.h>
@@ -130,7 +131,7 @@ void readEnvironment() noexcept
         if (text && *text)
             apply(readSwitches(text, [](const std::string& part) {
                 std::fprintf(stderr, "NUB_DEBUG: cannot read '%s', CATEGORY:LEVEL expected\n",
-                             part.c_str());
+                             printable(part).c_str());
             }));
         return true;
     }();
@@ -152,7 +153,7 @@ bool writeToSink(std::uint32_t code, const char* line, std::size_t length)
            contained([&] { target.call(code, std::string(line, length)); }, [](const char*) {});
 }
 
-void writeLine(std::uint32_t code, const char* line, std::size_t length)
+void writePlainLine(std::uint32_t code, const char* line, std::size_t length)
 {
     if (writeToSink(code, line, length))
         return;
@@ -165,6 +166,21 @@ void writeLine(std::uint32_t code, const char* line, std::size_t length)
         line += written;
         length -= static_cast<std::size_t>(written);
     }
+}
+
+/// A line may hold foreign text, such as that of an application's exception. Without memory to make
+/// that printable, the line is left out.
+void writeLine(std::uint32_t code, const char* line, std::size_t length)
+{
+    const char* const end = line + length - (line[length - 1] == '\n' ? 1 : 0);
+    if (std::all_of(line, end, [](char c) { return c >= ' ' && c <= '~'; }))
+        return writePlainLine(code, line, length);
+    contained(
+        [&] {
+            const std::string shown = printable(std::string(line, end)) + '\n';
+            writePlainLine(code, shown.data(), shown.size());
+        },
+        [](const char*) {});
 }
 
 /// The line in full, whatever its length; cut only if there is no memory for it. `again` is a

@@ -16,7 +16,8 @@ namespace host {
 /// comma-separated list of CATEGORY:LEVEL, both decimal, `*` for every category; lines of a
 /// category appear up to and including its level. For example `NUB_DEBUG=*:3000` or
 /// `NUB_DEBUG=5:5000,203:4000`. A part that cannot be read is named on standard error and ignored.
-/// Lines go to standard error, each with one write().
+/// Lines go to standard error, each with one write(), control characters in them as printable()
+/// shows them (fabric-host/Printable.h).
 
 /// Gets the code of a line (category in the upper, level in the lower 16 bits) and its text, the
 /// newline included. Called on the thread that writes the line, one call at a time; must not write
