@@ -20,7 +20,6 @@
 #include <CLI/CLI.hpp>
 #include <fabric-host/DebugSink.h>
 #include <fabric-host/Printable.h>
-#include <fabric-host/SocketPath.h>
 
 #include "Clock.h"
 #include "LineLog.h"
@@ -120,13 +119,16 @@ const chronal::tools::ManPageText manPageText = {
     {{"SIGNALS", {"SIGINT and SIGTERM end it; its socket is removed."}},
      {"EXIT STATUS", {"0: ended by a signal. 1: it could not listen or go on. 2: bad usage."}},
      {"ENVIRONMENT",
-      {"XDG_RUNTIME_DIR is the folder of the socket when --socket is not given.",
+      {"XDG_RUNTIME_DIR is the directory of the socket when --socket is not given, where "
+       "chronalctl looks for it, too.",
        "NUB_DEBUG switches debug lines on, as in every application. Those about trouble with a "
        "client, such as one that is disconnected for what it has sent, are on in any case. All "
        "debug lines go to standard error."}},
      {"EXAMPLES",
-      {"  chronal-simd --socket /tmp/chronal.sock --start-time 2026-03-29T00:59:50Z\n"
-       "  chronalctl --socket /tmp/chronal.sock status"}},
+      {"  chronal-simd --start-time 2026-03-29T00:59:50Z &\n"
+       "  chronalctl status",
+       "  chronal-simd --socket ~/chronal.sock --speed 60 &\n"
+       "  chronalctl --socket ~/chronal.sock status"}},
      {"SEE ALSO", {"chronalctl(1)"}}}};
 
 void describe(CLI::App& app, Settings& settings)
@@ -163,14 +165,6 @@ void describe(CLI::App& app, Settings& settings)
     chronal::tools::addManual(app, manPageText, {{"COMMAND", commandList(" ")}});
 }
 
-std::string defaultSocket()
-{
-    const char* const folder = std::getenv("XDG_RUNTIME_DIR");
-    if (!folder || !*folder)
-        throw std::runtime_error("XDG_RUNTIME_DIR is not set; name a socket with --socket");
-    return fabric::host::socketAt(std::string(folder) + "/");
-}
-
 std::unique_ptr<Clock> ownClock(const Settings& settings)
 {
     if (!settings.startTime && settings.speed == 1)
@@ -202,7 +196,10 @@ void showTrouble()
 
 void serve(const Settings& settings)
 {
-    const std::string socket = settings.socket.empty() ? defaultSocket() : settings.socket;
+    const std::string socket =
+        settings.socket.empty() ? chronal::tools::defaultSocket() : settings.socket;
+    if (socket.empty())
+        throw std::runtime_error("XDG_RUNTIME_DIR is not set; name a socket with --socket");
     const std::unique_ptr<Clock> clock = ownClock(settings);
     TimeService service(settings.service, clock ? *clock : systemClock());
     LineLog log(STDOUT_FILENO, [](const std::string& why) { complain("standard output: " + why); });

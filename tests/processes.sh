@@ -3,7 +3,7 @@
 # shellcheck shell=bash
 
 # In the environment, and in a long path of folders for what is temporary, there may be anything.
-unset NUB_DEBUG CHRONAL_SOCKET
+unset NUB_DEBUG CHRONAL_SOCKET XDG_RUNTIME_DIR
 folder=$(mktemp -d /tmp/chronal-XXXXXX)
 mkfifo "$folder/nothing"
 exec {nothing}<> "$folder/nothing"

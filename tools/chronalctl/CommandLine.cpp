@@ -3,9 +3,12 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
+#include <cstdio>
+#include <filesystem>
 #include <optional>
 #include <stdexcept>
 #include <string_view>
+#include <system_error>
 #include <utility>
 
 #include <chronal/Helpers.h>
@@ -53,14 +56,20 @@ const tools::ManPageText& manPageText()
            "   \"text\":\"the service refused ...\",\"advice\":\"Probably ...\"}}",
            "The command is what has been understood of it; status is the exit status; number is a "
            "negative error number, or 0 for none; advice may be empty."}},
-         {"ENVIRONMENT", {"CHRONAL_SOCKET is the socket to use when --socket is not given."}},
+         {"ENVIRONMENT",
+          {"CHRONAL_SOCKET is the socket to use when --socket is not given.",
+           "XDG_RUNTIME_DIR is the directory where chronal-simd listens by default. Without "
+           "--socket "
+           "and CHRONAL_SOCKET, chronal.sock in it is used, if it exists, even if nobody listens "
+           "there any more."}},
          {"EXAMPLES",
-          {"  chronalctl status\n"
+          {"  chronal-simd &\n"
+           "  chronalctl status\n"
            "  chronalctl ref-time set DVB 2026-03-29T00:59:50Z\n"
            "  chronalctl --socket /run/chronal.sock timezone set Europe/Berlin\n"
            "  chronalctl monitor NTP DVB --for 10",
-           "On the simulated service in this process every run starts anew; to keep what is set, "
-           "run chronal-simd and name its socket."}},
+           "A service simulated in this process starts anew with every run. Commands that set "
+           "something or wait for notifications say so on standard error."}},
          {"SEE ALSO", {"chronal-simd(1)"}}}};
     return text;
 }
@@ -199,6 +208,15 @@ Connection<Asker> connect(const Options& options)
     return Connection<Asker>(options.socket, options.timeout, options.socket);
 }
 
+/// Reminds that a service in this process is nobody else's and ends with it.
+void noteSimulation(const Options& options)
+{
+    if (options.socket.empty())
+        std::fputs("chronalctl: the service is simulated in this process and ends with it; to have "
+                   "one that stays, run chronal-simd\n",
+                   stderr);
+}
+
 template <class Answer>
 void printAnswer(const Options& options, const Answer& answer)
 {
@@ -239,6 +257,7 @@ void showStatus(const Options& options)
 /// The command replaces all settings, so what is not given is fetched first.
 void setSettings(const Options& options, const Arguments& given)
 {
+    noteSimulation(options);
     Connection<Asker> service = connect(options);
     const Report old =
         askFor(service, "settings get", "settings",
@@ -260,8 +279,8 @@ void setSettings(const Options& options, const Arguments& given)
 
 CommandLine::CommandLine()
     : app("Sends one command to the time service and prints its answer, or watches what the "
-          "service tells everybody. Without a socket it talks to a simulated service inside "
-          "itself.",
+          "service tells everybody. Without --socket and CHRONAL_SOCKET it talks to a chronal-simd "
+          "that listens in $XDG_RUNTIME_DIR, or else to a simulated service inside itself.",
           "chronalctl")
 {
     // Options of the program may stand anywhere on the line.
@@ -285,8 +304,9 @@ CommandLine::CommandLine()
 void CommandLine::addOptions()
 {
     addParsed(app, "--socket", options.socket, tools::parseSocket, "PATH",
-              "Talk to the service at this socket, or the one named chronal.sock in this folder; "
-              "for example one of chronal-simd")
+              "Talk to the service at this socket, or the one named chronal.sock in this directory "
+              "(default: $CHRONAL_SOCKET, then $XDG_RUNTIME_DIR/chronal.sock if that exists, else "
+              "simulated in this process)")
         ->envname("CHRONAL_SOCKET");
     app.add_flag("--json", options.json, "Print one JSON object a line, for an error as well");
     addParsed(app, "--timeout", options.timeout, parseWait, "DURATION",
@@ -314,6 +334,8 @@ CLI::App& CommandLine::addQuestion(CLI::App& parent, const char* name, const cha
                                    Asker::Send send, const char* answer)
 {
     return addCommand(parent, name, description, [this, answer, send = std::move(send)] {
+        if (answer == std::string_view("result"))
+            noteSimulation(options);
         Connection<Asker> service = connect(options);
         printAnswer(options, askFor(service, words(), answer, send));
     });
@@ -382,10 +404,12 @@ void CommandLine::addWatching()
 {
     addCommand(app, "status", "Show all times, the zone and the settings",
                [this] { showStatus(options); });
-    CLI::App& monitorCommand =
-        addCommand(app, "monitor",
-                   "Print notifications until interrupted, also those of a service that restarts",
-                   [this] { monitor(options, arguments.watch); });
+    CLI::App& monitorCommand = addCommand(
+        app, "monitor",
+        "Print notifications until interrupted, also those of a service that restarts", [this] {
+            noteSimulation(options);
+            monitor(options, arguments.watch);
+        });
     const auto readSources = [this](const std::vector<std::string>& names) {
         readArgument("SOURCE", [&] {
             for (const std::string& name : names)
@@ -434,6 +458,7 @@ void CommandLine::addRefTime()
                    "Print a source's current time again and again, until interrupted", [this] {
                        arguments.watch.sources = {arguments.source};
                        arguments.watch.broadcasts = false;
+                       noteSimulation(options);
                        monitor(options, arguments.watch);
                    });
     addSource(subscribe);
@@ -556,7 +581,7 @@ void CommandLine::addSettings()
                     [](UserAdapter& adapter, Ids& ids) { adapter.cmdDateTimeNtpStart(ids); });
     addReason(start, EPERM,
               "NTP is not in use, as always at first, and the service in this process starts anew "
-              "with every run; run chronal-simd and name its socket",
+              "with every run; to have one that stays, run chronal-simd",
               [this] { return options.socket.empty(); });
     addReason(start, EPERM, "NTP is not in use; to use it: chronalctl ntp set SERVER");
     addReason(start, EBUSY, "NTP is locked; to unlock it: chronalctl ref-time unlock NTP");
@@ -602,6 +627,16 @@ void CommandLine::addValue(CLI::App& command, const char* description)
 
 namespace {
 
+/// Where chronal-simd listens by default; empty if there is nothing. A socket at which nobody
+/// listens any more counts: simulating in its place would silently lose what is set.
+std::string foundSocket()
+{
+    const std::string socket = tools::defaultSocket();
+    std::error_code ignored;
+    const auto there = std::filesystem::symlink_status(socket, ignored).type();
+    return there == std::filesystem::file_type::not_found ? "" : socket;
+}
+
 bool isCommand(const CLI::App& app, const std::vector<std::string>& words)
 {
     const CLI::App* command = &app;
@@ -632,6 +667,8 @@ void CommandLine::parse(int argc, const char* const* argv)
     app.parse(std::move(said));
     // In a whole line the word may turn out to be the value of another option.
     options.json = options.json && app.get_option("--json")->count() != 0;
+    if (options.socket.empty())
+        options.socket = foundSocket();
 }
 
 void CommandLine::run() const

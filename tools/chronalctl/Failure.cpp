@@ -26,7 +26,7 @@ Failure noAnswerBecause(int reason, const std::string& text, const std::string& 
     return {ExitStatus::noAnswer, -reason, text + ": " + reasonText(reason), advice};
 }
 
-/// What would be right where nobody listens.
+/// What is to be done about a socket where nobody listens.
 std::string whereNobodyListens(const std::string& socket)
 {
     const std::filesystem::path path = socket;
@@ -37,7 +37,9 @@ std::string whereNobodyListens(const std::string& socket)
         return socket + " is no socket";
     if (!is_directory(folder, ignored))
         return "There is no folder " + folder.string();
-    return "To simulate one there: chronal-simd --socket " + socket;
+    const std::string leftBehind =
+        exists(there) ? "A service that was killed has left this socket behind. " : "";
+    return leftBehind + "To simulate one there: chronal-simd --socket " + socket;
 }
 
 std::string within(std::chrono::microseconds waited)

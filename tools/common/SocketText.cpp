@@ -1,5 +1,6 @@
 #include "SocketText.h"
 
+#include <cstdlib>
 #include <stdexcept>
 
 #include <fabric-host/SocketPath.h>
@@ -12,7 +13,7 @@ using fabric::host::socketAt;
 std::string parseSocket(const std::string& text)
 {
     if (text.empty())
-        throw std::invalid_argument("'' is no path; right would be one such as /tmp/chronal.sock, "
+        throw std::invalid_argument("'' is no path; right would be one such as /run/chronal.sock, "
                                     "or an existing folder");
     std::string path = socketAt(text);
     if (path.size() > longestSocketPath)
@@ -20,6 +21,12 @@ std::string parseSocket(const std::string& text)
                                     " characters; the path of a socket has at most " +
                                     std::to_string(longestSocketPath));
     return path;
+}
+
+std::string defaultSocket()
+{
+    const char* const directory = std::getenv("XDG_RUNTIME_DIR");
+    return directory && *directory ? socketAt(std::string(directory) + '/') : "";
 }
 
 } // namespace chronal::tools

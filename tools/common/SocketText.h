@@ -9,6 +9,10 @@ namespace chronal::tools {
 /// says what was wrong and what would be right.
 std::string parseSocket(const std::string& text);
 
+/// The socket that chronal-simd listens at unless it is told otherwise: chronal.sock in
+/// $XDG_RUNTIME_DIR. Empty if that is not set.
+std::string defaultSocket();
+
 } // namespace chronal::tools
 
 #endif
