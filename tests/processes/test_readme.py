@@ -1,0 +1,104 @@
+"""What README.md shows can be typed from top to bottom, and does what it says."""
+
+import re
+import subprocess
+
+import pytest
+
+
+@pytest.fixture
+def checkout(request, directory):
+    """This checkout after scripts/demo, whose build directory this build stands in for."""
+    option = request.config.getoption
+    place = directory / "checkout"
+    (place / "build").mkdir(parents=True)
+    (place / "build/demo").symlink_to(option("build"))
+    for entry in option("source").iterdir():
+        if entry.name != "build":
+            (place / entry.name).symlink_to(entry)
+    return place
+
+
+@pytest.fixture
+def device(directory, checkout):
+    """What the README's placeholders stand for, here a device with our own declarations."""
+    place = directory / "device"
+    place.mkdir()
+    (place / "toolchain.cmake").touch()
+    (place / "platform.cmake").write_text(
+        "add_library(chronal::platform INTERFACE IMPORTED)\n"
+        f"target_include_directories(chronal::platform INTERFACE {checkout}/platform/include)\n"
+    )
+    return place
+
+
+class Shell:
+    """A newcomer's shell, with whatever the README has done to it so far."""
+
+    def __init__(self, process):
+        self.process = process
+        self.blocks = 0
+
+    def run(self, text):
+        """Runs lines to their end; none of the commands may fail."""
+        self.blocks += 1
+        self.process.send(f"trap 'echo FAILED: $BASH_COMMAND' ERR\n{text}\ntrap - ERR\n")
+        self.process.send(f"echo end of block {self.blocks}\n")
+        self.process.wait_for(f"^end of block {self.blocks}$")
+        assert b"\nFAILED: " not in b"\n" + self.process.output
+
+    def type(self, command, answers):
+        """Types one command and waits for so many lines; gives them."""
+        before = len(self.process.output)
+        self.process.send(command + "\n")
+        self.process.wait_for(r"\n", self.process.output.count(b"\n", 0, before) + answers)
+        return self.process.output[before:].decode().splitlines()
+
+
+@pytest.fixture
+def shell(request, directory, environment, start, checkout):
+    """In the checkout. Its compiler is that of this build, with the sanitizers that this build has."""
+    option = request.config.getoption
+    programs = directory / "bin"
+    programs.mkdir()
+    (programs / "c++").write_text(f'#!/bin/sh\nexec {option("compiler")} {option("compiler_flags")} "$@"\n')
+    (programs / "c++").chmod(0o755)
+    environment["PATH"] = f"{programs}:{environment['PATH']}"
+    return Shell(start("bash", "--norc", cwd=checkout, stdin=subprocess.PIPE))
+
+
+def blocks(markdown):
+    """Each block of code: the prose before it, its language, its text."""
+    parts = re.split(r"^```(\w*)\n", markdown, flags=re.M)
+    return list(zip(parts[0::4], parts[1::4], parts[2::4]))
+
+
+def commands(console):
+    """The commands of a tour, each with the lines that are shown after it."""
+    parts = re.split(r"^\$ ", console, flags=re.M)[1:]
+    return [(part.splitlines()[0], part.splitlines()[1:]) for part in parts]
+
+
+def comparable(lines):
+    """Without what differs from run to run; a monitor's lines may come between others."""
+    lines = [re.sub(r":\d\d\.\d{3}'", ":..'", line) for line in lines]
+    return sorted(re.sub(r"/\S+(/chronal/chronal\.sock)$", r"\1", line) for line in lines)
+
+
+def test_each_block_works_from_top_to_bottom(request, directory, shell, device):
+    (_, _, done), *rest = blocks((request.config.getoption("source") / "README.md").read_text())
+    assert re.findall(r"^\S+", done, re.M) == ["scripts/demo", "scripts/test"]
+    assert [language for _, language, _ in rest].count("console") == 1
+    for before, language, text in rest:
+        if language in ("cpp", "cmake"):
+            name = re.findall(r"`~/(\S+)`", before)[-1]
+            (directory / name).write_text(text)
+        elif language == "sh":
+            shell.run(text.replace("/opt/device", str(device)))
+        else:
+            for command, shown in commands(text):
+                assert comparable(shell.type(command, len(shown))) == comparable(shown), command
+            shell.run("wait")
+    output = shell.process.output.decode()
+    assert len(re.findall("^NTP says '", output, re.M)) == 2  # built in two ways
+    assert f"the platform is {device}/platform.cmake" in output
