@@ -27,7 +27,11 @@ struct EndpointId
 static_assert(sizeof(EndpointId) == 8, "part of every event");
 
 /// Tells messages apart. The middleware fills it when a command is sent; a reply carries the ids
-/// of the command that it answers, a notification has ids of its own.
+/// of the command that it answers, a notification has ids of its own. The reply may arrive before
+/// the call that sends the command has returned.
+///
+/// The members are those of the host platform, where {0, 0} is no message's: a device's middleware
+/// may have others.
 struct MsgIds
 {
     std::uint32_t originId;  ///< the application that sent the command; 0 for the service itself

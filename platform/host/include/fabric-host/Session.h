@@ -36,7 +36,12 @@ struct SessionCounters
 /// All operations may be called from any thread, also from inside a callback, unless they say
 /// otherwise.
 ///
-/// A command that could not be sent leaves {0, 0} in the caller's ids, which no reply carries.
+/// Each session is an application of its own to the service. A reply goes to the session that sent
+/// the command, and there to every adapter, as does a notification; both carry no adapter's name.
+///
+/// The ids of a command are filled in before it goes, so they are known when its reply arrives,
+/// which may be before the command has returned. A command that could not be sent leaves {0, 0},
+/// which no reply carries.
 class FABRIC_API Session
 {
 public:

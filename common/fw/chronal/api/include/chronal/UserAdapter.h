@@ -46,9 +46,10 @@ public:
     /// application that overrides one calls it from its override: onServiceConnected() registers
     /// the handlers of all replies and notifications, onServiceDisconnected() drops them.
     ///
-    /// The reasons are the middleware's numbers. A connection reported before
-    /// setServiceInterface() registers nothing. Exceptions of the middleware pass through; what has
-    /// been registered by then stays registered.
+    /// The reasons are the middleware's numbers. Those of the host platform are positive error
+    /// numbers (errno), or 0 for a connection that was closed in good order; fabric-host/Session.h
+    /// lists them. A connection reported before setServiceInterface() registers nothing. Exceptions
+    /// of the middleware pass through; what has been registered by then stays registered.
     void onServiceConnectionFailed(int reason) override;
     void onServiceDisconnected(int reason) override;
     void onServiceConnected() override;
@@ -63,6 +64,23 @@ protected:
     /// to be kept. Values arrive as the service sent them, unchecked. An exception passes through
     /// to the middleware.
     ///
+    /// The adapter does not look at `ids`. It passes on every reply that its component receives,
+    /// also to commands of another adapter there, and every notification that its application
+    /// receives. The host platform delivers each message to all adapters of a session.
+    ///
+    /// A reply may be delivered before its command has returned. A thread other than the dispatch
+    /// thread therefore sends and keeps the ids under a lock, and the callback compares under the
+    /// same lock:
+    ///
+    ///     std::lock_guard<std::mutex> lock(mutex); // the thread that sends
+    ///     cmdTimezoneFetch(asked);
+    ///
+    ///     std::lock_guard<std::mutex> lock(mutex); // onReplyTimezoneInfo()
+    ///     if (ids == asked) ...
+    ///
+    /// A command sent from inside a callback needs no lock for this: its reply is delivered on the
+    /// same thread, after the callback has returned.
+    ///
     /// Which message answers which command, and what a result, a flag or a value means, is the
     /// service's matter; what is said of it here holds for the simulated one.
     ///
@@ -70,17 +88,30 @@ protected:
     /// functions of their own. Each is exported by name, because an override is told by its
     /// address.
 
-    /// The outcome of a command that has no other answer: 0, or the service's negative number.
+    /// The outcome of a command that has no other answer, or of any command that the service has
+    /// refused: 0, or a negative error number such as -EBUSY.
     CHRONAL_API virtual void onReplyResult(const fabric::MsgIds& ids, int result);
 
     /// Answers cmdRefTimeFetch(): the times of one source. `flag` tells whether the source has a
-    /// valid time.
+    /// valid time; without one the times are zero and the deviation is the unknown one. `value` is
+    /// the number that the source was last set with, 0 at first.
     CHRONAL_API virtual void
     onReplyTimeRefInfo(const fabric::MsgIds& ids, const nubOsalTime_struct& utcDeviation,
                        const nubOsalTime_struct& utcTime, const nubOsalTime_struct& localTime,
                        const ReferenceTimeId& refTimeId, bool flag, int value);
 
     /// The current time of a source subscribed to with cmdRefTimeSubscribe().
+    ///
+    /// The source is not named, and every adapter of the application is called, whichever has
+    /// subscribed: nothing says whose time it is once the application has subscribed to a second
+    /// source. It can subscribe to one only. Or it can take the notification, or a timer of its
+    /// own, merely as the occasion for cmdRefTimeFetch(), whose reply names the source. On the host
+    /// platform each session is an application of its own, so one session for each source is a
+    /// third way.
+    ///
+    /// `flag` is 1 or 0 and has the meaning that it has in onReplyTimeRefInfo(), as has `value`.
+    /// The value tells sources apart if each is set with a number of its own and nobody else sets
+    /// them.
     CHRONAL_API virtual void onNotifyCurrentTime(const fabric::MsgIds& ids,
                                                  const nubOsalTime_struct& utcDeviation,
                                                  const nubOsalTime_struct& utcTime,
@@ -116,7 +147,10 @@ protected:
                                                      const nubOsalTime_struct& localTime,
                                                      const ReferenceTimeId& refTimeId);
 
-    /// Answers cmdDateTimeSettingsFetch(): all fields of the settings.
+    /// Answers cmdDateTimeSettingsFetch(): all fields of the settings. `time0` is the RTC's UTC;
+    /// the other times and `value` are those of cmdDateTimeSettingsSet(), which nothing interprets;
+    /// `text` is the NTP server; `flag1` tells whether the time is automatic, `flag2` whether NTP
+    /// is used.
     CHRONAL_API virtual void
     onReplyDateTimeSettingsInfo(const fabric::MsgIds& ids, const nubOsalTime_struct& time0,
                                 const nubOsalTime_struct& time1, const nubOsalTime_struct& time2,
@@ -133,7 +167,7 @@ protected:
     CHRONAL_API virtual void onNotifyDtvTimeChange(const fabric::MsgIds& ids,
                                                    const nubOsalTime_struct& dtvTime);
 
-    /// Daylight saving has begun or ended.
+    /// Daylight saving has begun (`dst` is 1) or ended (0).
     CHRONAL_API virtual void onNotifyDSTChange(const fabric::MsgIds& ids, int dst);
 
 public:
@@ -145,14 +179,19 @@ public:
 
     /// Commands. Each sends one message and returns at once; the answer arrives in a callback.
     ///
-    /// `ids` is handed to the middleware, which fills it. Arguments are copied, so they need not
-    /// outlive the call; strings may hold any characters. Any thread, several at a time, also from
-    /// inside a callback; no lock is taken.
+    /// `ids` is handed to the middleware, which fills it; when it may be read is told with the
+    /// callbacks. Arguments are copied, so they need not outlive the call; strings may hold any
+    /// characters. Any thread, several at a time, also from inside a callback; no lock is taken.
     ///
-    /// Without a service interface nothing is sent; a message that the middleware refuses is lost.
-    /// Both write a debug line and are not reported to the caller. Throws std::bad_alloc, also for
-    /// a string of 4 GiB and more, and whatever the middleware throws; nothing has been sent then
-    /// unless the middleware threw after it took the message.
+    /// Without a service interface nothing is sent and `ids` stays as it was; a message that the
+    /// middleware refuses is lost. Both write a debug line (category 203, level 3000), the second
+    /// with the middleware's negative number, and are not reported to the caller in any other way;
+    /// no reply comes. The host platform leaves {0, 0} in `ids` of a message that it has refused,
+    /// as it does with -ENOTCONN where there is no connection; another middleware may leave
+    /// anything. A message that was sent is not answered either if the connection is lost before.
+    ///
+    /// Throws std::bad_alloc, also for a string of 4 GiB and more, and whatever the middleware
+    /// throws; nothing has been sent then unless the middleware threw after it took the message.
 
     /// Sets a source's UTC time `time1`. With `negate` both fields of `time1` are sent negated.
     void cmdRefTimeSet(fabric::MsgIds& ids, const nubOsalTime_struct& time1,
@@ -181,7 +220,8 @@ public:
     /// Asks for the next change of the deviation. Answer: onReplyUtcDeviationInfo().
     void cmdNextTimeDeviationChangeFetch(fabric::MsgIds& ids, const ReferenceTimeId& refTimeId);
 
-    /// Asks for a source's time at intervals: onNotifyCurrentTime(), until unsubscribed.
+    /// Asks for a source's time at intervals: onNotifyCurrentTime(), until unsubscribed. With the
+    /// simulated service a subscription is the session's and ends with its connection.
     void cmdRefTimeSubscribe(fabric::MsgIds& ids, const ReferenceTimeId& refTimeId);
     void cmdRefTimeUnsubscribe(fabric::MsgIds& ids, const ReferenceTimeId& refTimeId);
 
