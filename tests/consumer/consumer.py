@@ -50,8 +50,9 @@ def write_project(folder, cmake, source):
     folder.mkdir(exist_ok=True)
     name = re.search(r"add_executable\(\S+ ([^ )]+)\)", cmake).group(1)
     (folder / name).write_text(source)
-    preamble = "cmake_minimum_required(VERSION 3.25)\nproject(consumer LANGUAGES CXX)\n"
-    (folder / "CMakeLists.txt").write_text(preamble + cmake)
+    if "project(" not in cmake:
+        cmake = f"cmake_minimum_required(VERSION 3.25)\nproject(consumer LANGUAGES CXX)\n{cmake}"
+    (folder / "CMakeLists.txt").write_text(cmake)
     return folder / "build" / Path(name).stem
 
 

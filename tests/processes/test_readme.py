@@ -19,19 +19,6 @@ def checkout(request, directory):
     return place
 
 
-@pytest.fixture
-def device(directory, checkout):
-    """What the README's placeholders stand for, here a device with our own declarations."""
-    place = directory / "device"
-    place.mkdir()
-    (place / "toolchain.cmake").touch()
-    (place / "platform.cmake").write_text(
-        "add_library(chronal::platform INTERFACE IMPORTED)\n"
-        f"target_include_directories(chronal::platform INTERFACE {checkout}/platform/include)\n"
-    )
-    return place
-
-
 class Shell:
     """A newcomer's shell, with whatever the README has done to it so far."""
 
@@ -85,7 +72,7 @@ def comparable(lines):
     return sorted(re.sub(r"/\S+(/chronal/chronal\.sock)$", r"\1", line) for line in lines)
 
 
-def test_each_block_works_from_top_to_bottom(request, directory, shell, device):
+def test_each_block_works_from_top_to_bottom(request, directory, shell):
     (_, _, done), *rest = blocks((request.config.getoption("source") / "README.md").read_text())
     assert re.findall(r"^\S+", done, re.M) == ["scripts/demo", "scripts/test"]
     assert [language for _, language, _ in rest].count("console") == 1
@@ -94,11 +81,10 @@ def test_each_block_works_from_top_to_bottom(request, directory, shell, device):
             name = re.findall(r"`~/(\S+)`", before)[-1]
             (directory / name).write_text(text)
         elif language == "sh":
-            shell.run(text.replace("/opt/device", str(device)))
+            shell.run(text)
         else:
             for command, shown in commands(text):
                 assert comparable(shell.type(command, len(shown))) == comparable(shown), command
             shell.run("wait")
     output = shell.process.output.decode()
     assert len(re.findall("^NTP says '", output, re.M)) == 2  # built in two ways
-    assert f"the platform is {device}/platform.cmake" in output
