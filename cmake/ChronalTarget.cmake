@@ -41,6 +41,10 @@ function(chronal_shared_link target)
   # The path of the build folder would make the binary depend on it.
   set_target_properties(${target} PROPERTIES BUILD_RPATH_USE_ORIGIN ON)
   target_link_options(${target} PRIVATE LINKER:--as-needed LINKER:--gc-sections)
+  # Constant data that holds addresses is write-protected once they are filled in; the linkers of some
+  # targets (MIPS) leave it writable by default. Without "-z now": that would resolve every function
+  # when an application starts, and still leave the global offset table writable on MIPS.
+  target_link_options(${target} PRIVATE LINKER:-z,relro)
   # Clang leaves a sanitizer's run-time library to the executable.
   if(NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize")
     target_link_options(${target} PRIVATE LINKER:--no-undefined)

@@ -1,3 +1,7 @@
+#include <dlfcn.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -92,6 +96,55 @@ TEST(EndianTables, DescribeTheRecordsOfTheDevice)
             kinds += (kinds.empty() ? "" : " ") + entries.substr(at, 1);
         EXPECT_EQ(textOf(*row.table, false), kinds);
     }
+}
+
+/// Whether the kernel writes to `address` when it is asked to: the byte that is there anyway.
+bool canBeWritten(const void* address)
+{
+    int ends[2];
+    EXPECT_EQ(pipe(ends), 0);
+    EXPECT_EQ(write(ends[1], address, 1), 1);
+    const bool written = read(ends[0], const_cast<void*>(address), 1) == 1;
+    EXPECT_TRUE(written || errno == EFAULT) << std::strerror(errno);
+    close(ends[0]);
+    close(ends[1]);
+    return written;
+}
+
+template <typename Object>
+void expectConstant(const Object* first, const Object* last)
+{
+    EXPECT_FALSE(canBeWritten(first));
+    EXPECT_FALSE(canBeWritten(reinterpret_cast<const char*>(last + 1) - 1));
+}
+
+// The tables that this program names may be copies of its own, so the library is asked for its.
+TEST(ConstantData, CannotBeWritten)
+{
+    int variable = 0;
+    EXPECT_TRUE(canBeWritten(&variable)) << "or else the rest proves nothing";
+
+    Dl_info info;
+    ASSERT_NE(dladdr(rows[0].table->entries, &info), 0);
+    void* const library = dlopen(info.dli_fname, RTLD_LAZY | RTLD_NOLOAD);
+    ASSERT_NE(library, nullptr) << dlerror();
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.record);
+        const auto* const table = static_cast<const nubEndianTable_t*>(
+            dlsym(library, (std::string("__nub_EndianTable_") + row.record).c_str()));
+        ASSERT_NE(table, nullptr) << dlerror();
+        expectConstant(table, table);
+        const nubEndianEntry_t* terminator = table->entries;
+        while (terminator->code != 0)
+            ++terminator;
+        expectConstant(table->entries, terminator);
+    }
+    // The offset and the type, the entries of the destructor, the reports and the callbacks.
+    const auto* const virtualTable =
+        static_cast<const void* const*>(dlsym(library, "_ZTVN7chronal11UserAdapterE"));
+    ASSERT_NE(virtualTable, nullptr) << dlerror();
+    expectConstant(virtualTable, virtualTable + 2 + 2 + 3 + 12 - 1);
+    dlclose(library);
 }
 
 /// Where a member lies in an object.
