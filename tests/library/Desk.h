@@ -1,7 +1,9 @@
 #ifndef TESTS_LIBRARY_DESK_H
 #define TESTS_LIBRARY_DESK_H
 
+#include <algorithm>
 #include <cstdint>
+#include <fstream>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -170,12 +172,34 @@ public:
     std::vector<std::string> lines;
 };
 
-/// Matches a line of the adapter, whatever its line number: code, function name, text.
+/// The statement of the adapter's source that covers the line whose number a debug line carries.
+inline std::string statementOf(const std::string& debugLine)
+{
+    std::ifstream source(ADAPTER_SOURCE);
+    std::string statement;
+    std::string line;
+    for (int left = std::stoi(debugLine.substr(debugLine.find(':') + 1)); left > 0; --left) {
+        if (line.find_first_of(";{}") != std::string::npos)
+            statement.clear();
+        std::getline(source, line);
+        statement += line;
+    }
+    while (line.find(';') == std::string::npos && std::getline(source, line))
+        statement += line;
+    return statement.substr(std::min(statement.size(), statement.find_first_not_of(' ')));
+}
+
+/// Matches a line of the adapter: code, function name, text up to its number, and the number. Its
+/// line number is one of the statement that writes it.
 inline ::testing::Matcher<std::string>
 adapterLine(const std::string& code, const std::string& function, const std::string& message)
 {
-    return ::testing::MatchesRegex(code + " api-chronal-service-adapter:[1-9][0-9]*:" + function +
-                                   "\\(\\): " + message + "\n");
+    using namespace ::testing;
+    const std::string words = message.substr(0, message.find_first_of("-0123456789"));
+    return AllOf(MatchesRegex(code + " api-chronal-service-adapter:[1-9][0-9]*:" + function +
+                              "\\(\\): " + message + "\n"),
+                 ResultOf(statementOf, AllOf(StartsWith("nubDebugOutput0("),
+                                             HasSubstr("%s:%d:%s(): " + words))));
 }
 
 /// A mocked middleware around one adapter.

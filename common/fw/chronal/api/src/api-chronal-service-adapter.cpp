@@ -43,21 +43,19 @@ private:
     bool enabled;
 };
 
-/// What is known of a command beforehand: its part of the identity, and its place in this file for
-/// its debug lines. A constant, so that a command passes nothing but its address, and one without
-/// pointers, so that nothing is left to be done when the library is loaded.
+/// What is known of a command beforehand: its part of the identity, and its name for the debug
+/// lines. A constant, so that a command passes nothing but its address, and one without pointers,
+/// so that nothing is left to be done when the library is loaded.
 struct Command
 {
-    constexpr Command(ResourceId what, OperationId done, const char* caller = __builtin_FUNCTION(),
-                      int statement = __builtin_LINE())
-        : identity{0, what, done, kindCommand}, line(statement), function{}
+    constexpr Command(ResourceId what, OperationId done, const char* caller = __builtin_FUNCTION())
+        : identity{0, what, done, kindCommand}, function{}
     {
         for (std::size_t i = 0; caller[i] != '\0'; ++i)
             function[i] = caller[i]; // no constant if the name does not fit
     }
 
     fabric::MsgMeta identity; ///< but for the service id, which is asked for each time
-    int line;
     char function[32];
 };
 
@@ -159,7 +157,7 @@ void CommandSender::send(UserAdapter& adapter, fabric::MsgIds& ids, const Comman
         if (DebugCheck debug{debugCommandTrouble})
             nubDebugOutput0(debug.line(),
                             "%s:%d:%s(): Unable to send command, not yet connected.\n", sourceName,
-                            command.line, command.function);
+                            __LINE__, command.function);
         return;
     }
 
@@ -176,7 +174,7 @@ void CommandSender::send(UserAdapter& adapter, fabric::MsgIds& ids, const Comman
     if (result < 0) {
         if (DebugCheck debug{debugCommandTrouble})
             nubDebugOutput0(debug.line(), "%s:%d:%s(): Error sending message event: %d.\n",
-                            sourceName, command.line, command.function, result);
+                            sourceName, __LINE__, command.function, result);
     }
 }
 
