@@ -10,6 +10,7 @@
 
 #include "FloorMiddleware.h"
 #include "Samples.h"
+#include <chronal/Helpers.h>
 #include <chronal/MessageRecords.h>
 
 namespace bench {
@@ -109,6 +110,26 @@ std::int32_t milliseconds(const nubOsalTime_struct& from)
     return from.microseconds / 1000;
 }
 
+bool isMarker(const nubOsalTime_struct& span)
+{
+    return nubOsalCompareTime(&span, &chronal::Helpers::deviationInvalid) == 0 ||
+           nubOsalCompareTime(&span, &chronal::Helpers::deviationUnknown) == 0;
+}
+
+nubOsalTime_struct normalized(nubOsalTime_struct span)
+{
+    nubOsalNormalizeTime(&span);
+    return span;
+}
+
+/// Makes the calls of the platform that every span takes which is no marker.
+void askAboutSpan(const nubOsalTime_struct& span)
+{
+    keep(isMarker(span));
+    keep(normalized(span));             // for the sign
+    keep(normalized(normalized(span))); // for the absolute value, which asks for the sign again
+}
+
 /// One piece of a text.
 void print(const char* format, std::int64_t number)
 {
@@ -187,20 +208,24 @@ void receiveLongZoneUnheard()
     receiveZone(*deaf, longZoneEvent);
 }
 
-// Texts: the snprintf() calls alone, without the string that they make together; a marker has none.
+// Texts: the calls of the platform and of snprintf() alone, without the string that they make
+// together; a marker has no snprintf().
 
 void printMarker()
 {
-    keep(std::string("DEVIATION_UNKNOWN"));
+    if (isMarker(marker))
+        keep(std::string("DEVIATION_UNKNOWN"));
 }
 
 void printShortSpan()
 {
+    askAboutSpan(shortSpan);
     print("%is", shortSpan.seconds);
 }
 
 void printLongSpan()
 {
+    askAboutSpan(longSpan);
     const std::int64_t seconds = -longSpan.seconds;
     print("%id", seconds / 86400);
     print(".%02ih", seconds / 3600 % 24);
@@ -212,13 +237,15 @@ void printLongSpan()
 
 void printTime()
 {
-    const std::time_t seconds = static_cast<std::time_t>(time.seconds);
+    keep(normalized(time)); // for the sign
+    const nubOsalTime_struct shown = normalized(time);
+    const std::time_t seconds = static_cast<std::time_t>(shown.seconds);
     std::tm date;
     gmtime_r(&seconds, &date);
     std::array<char, 127> text;
     std::snprintf(text.data(), text.size(), "'%04i-%02i-%02i %02i:%02i:%02i.%03i'",
                   date.tm_year + 1900, date.tm_mon + 1, date.tm_mday, date.tm_hour, date.tm_min,
-                  date.tm_sec, milliseconds(time));
+                  date.tm_sec, milliseconds(shown));
     keep(text);
 }
 

@@ -8,8 +8,9 @@
 #include <nub/Osal.h>
 
 /// What the required work costs by itself, written by hand with nothing around it: the same
-/// allocations, virtual calls, copies and releases for a message; the same snprintf() calls for a
-/// text. Each is named after the operation of the library that it stands beside.
+/// allocations, virtual calls, copies and releases for a message; the same calls of the platform
+/// and of snprintf() for a text. Each is named after the operation of the library that it stands
+/// beside.
 namespace bench {
 namespace floors {
 

@@ -1,4 +1,5 @@
 #include "Desk.h"
+#include "Interposed.h"
 
 #include <chronal/Helpers.h>
 
@@ -153,6 +154,68 @@ TEST(TimeText, ShowsLateTimesAsWideAsTimeIs)
     } else {
         for (const TextRow& row : narrow)
             EXPECT_EQ(getTimeStr(row.time), row.text) << desk::text(row.time);
+    }
+}
+
+const struct CallRow
+{
+    std::string (*text)(const nubOsalTime_struct&);
+    nubOsalTime_struct time;
+    std::int64_t universalMarker;
+    const char* result;
+    const char* calls;
+} callRows[] = {
+    {getTimeSpanStr,
+     {5, 0},
+     0,
+     "+5s",
+     " compare 5.0 with -360000.0 compare 5.0 with -360001.0"
+     " normalize 5.0 normalize 5.0 normalize 5.0"},
+    {getTimeSpanStr,
+     {0, 1500000},
+     0,
+     "+1s.500ms",
+     " compare 0.1500000 with -360000.0 compare 0.1500000 with -360001.0"
+     " normalize 0.1500000 normalize 0.1500000 normalize 1.500000"},
+    {getTimeSpanStr,
+     {-1, 500000},
+     0,
+     "-500ms",
+     " compare -1.500000 with -360000.0 compare -1.500000 with -360001.0"
+     " normalize -1.500000 normalize -1.500000 normalize 0.-500000"},
+    {getTimeSpanStr, {0, 0}, -360000, "DEVIATION_INVALID", " compare 0.0 with -360000.0"},
+    {getTimeSpanStr,
+     {0, 0},
+     -360001,
+     "DEVIATION_UNKNOWN",
+     " compare 0.0 with -360000.0 compare 0.0 with -360001.0"},
+    {getTimeStr, {5, 0}, 0, "'1970-01-01 00:00:05.000'", " normalize 5.0 normalize 5.0"},
+    {getTimeStr, {0, 0}, -360000, "'1970-01-01 00:00:00.000'", " normalize 0.0 normalize 0.0"},
+    {getTimeStr,
+     {-1, 0},
+     -360000,
+     "DEVIATION_INVALID",
+     " normalize -1.0 compare -1.0 with -360000.0"},
+    {getTimeStr,
+     {-1, 0},
+     -360001,
+     "DEVIATION_UNKNOWN",
+     " normalize -1.0 compare -1.0 with -360000.0 compare -1.0 with -360001.0"},
+};
+
+// Which values equal a marker, and what is normal, is the platform's to say.
+TEST(Text, AsksThePlatformWhateverTheValue)
+{
+    for (const CallRow& row : callRows) {
+        SCOPED_TRACE(row.calls);
+        std::string calls;
+        interposed::timeCalls = &calls;
+        interposed::universalMarker = row.universalMarker;
+        const std::string result = row.text(row.time);
+        interposed::timeCalls = nullptr;
+        interposed::universalMarker = 0;
+        EXPECT_EQ(result, row.result);
+        EXPECT_EQ(calls, row.calls);
     }
 }
 

@@ -89,18 +89,6 @@ std::string spanText(char sign, std::uint64_t seconds, std::uint64_t microsecond
     return text.text();
 }
 
-/// Of a span in span form.
-bool isNegative(const nubOsalTime_struct& span)
-{
-    return span.seconds < 0 || span.microseconds < 0;
-}
-
-/// Whether a span is zero or positive as it stands, and in span form.
-bool isPlain(const nubOsalTime_struct& span)
-{
-    return !isNegative(span) && span.microseconds < microsecondsPerSecond;
-}
-
 } // namespace
 
 void normalizeTimeSpan(nubOsalTime_struct* span)
@@ -116,13 +104,13 @@ bool isNegativeTimeSpan(const nubOsalTime_struct& span)
 {
     nubOsalTime_struct normalized = span;
     normalizeTimeSpan(&normalized);
-    return isNegative(normalized);
+    return normalized.seconds < 0 || normalized.microseconds < 0;
 }
 
 void absTimeSpan(nubOsalTime_struct* span)
 {
     normalizeTimeSpan(span);
-    if (isNegative(*span)) {
+    if (isNegativeTimeSpan(*span)) {
         span->seconds = static_cast<std::int64_t>(-static_cast<std::uint64_t>(span->seconds));
         span->microseconds = -span->microseconds;
     }
@@ -149,30 +137,26 @@ std::string getRefTimeStr(const referenceTimeId_enum& source)
 
 std::string getTimeSpanStr(const nubOsalTime_struct& span)
 {
-    // Most spans; neither marker is one.
-    if (isPlain(span))
-        return spanText('+', static_cast<std::uint64_t>(span.seconds),
-                        static_cast<std::uint64_t>(span.microseconds));
+    // The platform says which values equal a marker, so it is asked about every one.
     if (nubOsalCompareTime(&span, &deviationInvalid) == 0)
         return "DEVIATION_INVALID";
     if (nubOsalCompareTime(&span, &deviationUnknown) == 0)
         return "DEVIATION_UNKNOWN";
 
+    const char sign = isNegativeTimeSpan(span) ? '-' : '+';
     nubOsalTime_struct magnitude = span;
     absTimeSpan(&magnitude);
     // As unsigned numbers: the absolute value of the most negative span fits there only.
-    return spanText(isNegativeTimeSpan(span) ? '-' : '+',
-                    static_cast<std::uint64_t>(magnitude.seconds),
+    return spanText(sign, static_cast<std::uint64_t>(magnitude.seconds),
                     static_cast<std::uint64_t>(magnitude.microseconds));
 }
 
 std::string getTimeStr(const nubOsalTime_struct& time)
 {
-    nubOsalTime_struct normalized = time;
-    if (!isPlain(time))
-        nubOsalNormalizeTime(&normalized);
-    if (normalized.seconds < 0)
+    if (isNegativeTimeSpan(time))
         return getTimeSpanStr(time);
+    nubOsalTime_struct normalized = time;
+    nubOsalNormalizeTime(&normalized);
 
     const std::time_t seconds = static_cast<std::time_t>(normalized.seconds);
     std::tm date;
