@@ -1,5 +1,6 @@
 #include "CommandRows.h"
 
+#include <cstring>
 #include <string>
 
 using chronal::UserAdapter;
@@ -7,11 +8,33 @@ using fabric::MsgIds;
 
 namespace {
 
-const nubOsalTime_struct a = {5, 250000};
-const nubOsalTime_struct b = {-7, -1};
-const nubOsalTime_struct c = {0x123456789LL, 1000001};
-const nubOsalTime_struct d = {1, 2};
-const nubOsalTime_struct least = {INT64_MIN, INT32_MIN};
+/// A time as a caller may have it: with its padding set.
+class Time
+{
+public:
+    Time(std::int64_t seconds, std::int32_t microseconds)
+    {
+        const struct
+        {
+            alignas(8) std::int64_t seconds;
+            std::int32_t microseconds;
+            std::uint32_t padding;
+        } words = {seconds, microseconds, paddingOfCaller};
+        static_assert(sizeof(words) == sizeof(time), "the same, with a name for the padding");
+        std::memcpy(&time, &words, sizeof(time));
+    }
+
+    operator const nubOsalTime_struct&() const { return time; }
+
+private:
+    nubOsalTime_struct time;
+};
+
+const Time a = {5, 250000};
+const Time b = {-7, -1};
+const Time c = {0x123456789LL, 1000001};
+const Time d = {1, 2};
+const Time least = {INT64_MIN, INT32_MIN};
 const chronal::ReferenceTimeId ntp = chronal::referenceTimeNtp;
 const chronal::ReferenceTimeId strange = static_cast<chronal::referenceTimeId_enum>(-9);
 const std::string withNul("a\0b", 3);

@@ -22,6 +22,9 @@ struct CommandRow
     const char* information = nullptr; ///< the debug line
 };
 
+/// The padding of every time that a row passes to a command.
+constexpr std::uint32_t paddingOfCaller = 0xA5A5A5A5U;
+
 /// At least one row for each of the 22 commands.
 extern const std::vector<CommandRow> commandRows;
 

@@ -36,7 +36,8 @@ Value take(unsigned char* bytes)
     return value;
 }
 
-/// The members of a record in the order of its table. What is left of `bytes` is padding.
+/// The members of a record in the order of its table. What is left of `bytes` is padding; a time
+/// has taken its own along if it is a caller's.
 std::string valuesOf(std::vector<unsigned char>& bytes, const nubEndianTable_t& table)
 {
     std::string values;
@@ -50,6 +51,7 @@ std::string valuesOf(std::vector<unsigned char>& bytes, const nubEndianTable_t& 
         } else {
             const auto seconds = take<std::int64_t>(at);
             values += desk::text({seconds, take<std::int32_t>(at + 8)});
+            EXPECT_EQ(take<std::uint32_t>(at + 12), seconds != 0 ? paddingOfCaller : 0) << values;
         }
     }
     return values;
@@ -101,7 +103,7 @@ TEST_P(Command, SendsItsRecordUnderItsIdentity)
     const auto* const record = static_cast<unsigned char*>(event->data->payload);
     std::vector<unsigned char> bytes(record, record + row.table->size);
     EXPECT_EQ(valuesOf(bytes, *row.table), row.values);
-    EXPECT_EQ(bytes, std::vector<unsigned char>(bytes.size())) << "padding is zero";
+    EXPECT_EQ(bytes, std::vector<unsigned char>(bytes.size())) << "other padding is zero";
 
     if (row.information)
         EXPECT_THAT(debug.lines, ElementsAre(adapterLine("cb0fa0", row.name, row.information)));

@@ -13,8 +13,9 @@
 ///
 /// Layout: on targets with 4-byte pointers sizes and offsets are those of the service's own
 /// records. With 8-byte pointers names, types and order are the same, and a record that holds no
-/// string keeps its layout. Padding is zero. A sender builds a record in zero-filled memory; its
-/// strings belong to the message (see nubDeserString_t).
+/// string keeps its layout. A sender builds a record in zero-filled memory and copies a caller's
+/// times whole, so the padding of such a time is the caller's and all other padding is zero.
+/// Strings belong to the message (see nubDeserString_t).
 
 /// A command without arguments.
 struct chronalCmdDummy_t
