@@ -25,9 +25,11 @@ function(chronal_target target)
 endfunction()
 
 # For a target whose code becomes part of a shared library: calls of its own functions are direct,
-# and calls of others take no detour.
+# calls of others take no detour, and a virtual call does not come with the body of the function that
+# it probably reaches.
 function(chronal_shared_code target)
-  foreach(flag IN ITEMS -fno-semantic-interposition -fno-plt -ffunction-sections -fdata-sections)
+  foreach(flag IN ITEMS -fno-semantic-interposition -fno-plt -fno-devirtualize-speculatively
+      -ffunction-sections -fdata-sections)
     string(MAKE_C_IDENTIFIER "CHRONAL_HAS${flag}" supported)
     check_cxx_compiler_flag(${flag} ${supported})
     if(${supported})
