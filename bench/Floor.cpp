@@ -20,8 +20,7 @@ namespace {
 void handOver(fabric::MsgIds& ids, Count* count)
 {
     count->acquire();
-    Event* const event =
-        new Event{nullptr, {service->serviceId(), 1, 2, 0}, {-1, 2}, {}, count->owner, count};
+    Event* const event = new Event({service->serviceId(), 1, 2, 0}, {-1, 2}, count);
     if (application->sendEvent(ids, 0, event) < 0)
         std::abort();
     count->release();
@@ -41,7 +40,7 @@ Event arrived(const std::string* text, nubDeserString_t Record::*field)
     Count* const count = created(sizeof(Record), releaseNothing);
     if (text)
         set(recordOf<Record>(*count).*field, text->data(), text->size());
-    return {nullptr, {1, 1, 2, 2}, {-1, 2}, {}, count->owner, count};
+    return {{1, 1, 2, 2}, {-1, 2}, count};
 }
 
 Event timeEvent = arrived<chronalMsgReplyTime_t>(nullptr, nullptr);

@@ -131,7 +131,7 @@ public:
         const std::uint8_t* in = frame.data() + headerWords * sizeof(std::uint32_t);
         ((in = get(in, recordOf<Record>(*count).*fields)), ...);
 
-        Event* const event = new Event{nullptr, {}, {}, {}, count->owner, count};
+        Event* const event = new Event({}, {}, count);
         in = get(frame.data() + sizeof(std::uint32_t), event->identity.serviceId);
         in = get(in, event->identity.resourceId);
         in = get(in, event->identity.operationId);
@@ -141,7 +141,6 @@ public:
         in = get(in, event->ids.originId);
         get(in, event->ids.messageId);
         keep(*event);
-        event->count->release();
         delete event;
     }
 

@@ -16,7 +16,6 @@ std::uint32_t Service::serviceId()
 
 int Application::sendEvent(fabric::MsgIds&, int, Event* event)
 {
-    event->count->release();
     delete event;
     return 0;
 }

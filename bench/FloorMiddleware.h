@@ -22,13 +22,23 @@ namespace floors {
 using Release = void (*)(std::uint32_t word, const fabric::MsgMeta* release,
                          const nubEndianTable_t* table, void* record);
 
-/// The owner of a record; in place of a virtual table it has the release function.
+/// The owner of a record; in place of the record's table it has the release function. As others may
+/// derive from it, it is deleted through its virtual destructor.
 struct Owner
 {
-    Release releaseStrings;
+    Owner(void* bytes, Release release) : record(bytes), releaseWord(0), releaseStrings(release) {}
+    virtual ~Owner()
+    {
+        const fabric::MsgMeta release = {0xFFFFFFFFU, 0, 0, 0xFF};
+        releaseStrings(releaseWord, &release, nullptr, record);
+        std::free(record);
+    }
+    Owner(const Owner&) = delete;
+    Owner& operator=(const Owner&) = delete;
+
     void* record;
     std::uint32_t releaseWord;
-    const nubEndianTable_t* table;
+    Release releaseStrings;
 };
 static_assert(sizeof(Owner) == sizeof(fabric::SerializableMessageData), "the same allocation");
 
@@ -44,17 +54,22 @@ struct Count
     {
         if (uses.fetch_sub(1, std::memory_order_acq_rel) != 1)
             return;
-        const fabric::MsgMeta release = {0xFFFFFFFFU, 0, 0, 0xFF};
-        owner->releaseStrings(owner->releaseWord, &release, owner->table, owner->record);
-        std::free(owner->record);
         delete owner;
         delete this;
     }
 };
 
+/// As others may derive from it, it is deleted through its virtual destructor.
 struct Event
 {
-    void* table;
+    Event(const fabric::MsgMeta& what, const fabric::EndpointId& from, Count* shared)
+        : identity(what), sender(from), ids(), owner(shared->owner), count(shared)
+    {
+    }
+    virtual ~Event() { count->release(); }
+    Event(const Event&) = delete;
+    Event& operator=(const Event&) = delete;
+
     fabric::MsgMeta identity;
     fabric::EndpointId sender;
     fabric::MsgIds ids;
@@ -125,7 +140,7 @@ inline void* checked(void* block)
 inline Count* created(std::size_t size, Release releaseStrings)
 {
     void* const record = checked(std::calloc(1, size));
-    Owner* const owner = new Owner{releaseStrings, record, 0, nullptr};
+    Owner* const owner = new Owner(record, releaseStrings);
     return new Count{nullptr, {1}, {1}, owner};
 }
 

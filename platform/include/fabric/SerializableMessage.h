@@ -18,7 +18,7 @@ namespace fabric {
 
 /// Owns one payload record and whatever the record owns. Shared by the sender, the event and the
 /// receivers; the last of them to let go releases it, on its own thread.
-class SerializableMessageData final
+class SerializableMessageData
 {
 public:
     /// Takes over `record`, which comes from calloc() and may be null.
@@ -50,7 +50,7 @@ public:
 
 /// A message under way: an event and a share of its payload. Always on the heap, since sendEvent()
 /// takes it over.
-class SerializableMessageEvent final : public Event
+class SerializableMessageEvent : public Event
 {
 public:
     SerializableMessageEvent(const MsgMeta& identity, const EndpointId& from,

@@ -11,6 +11,8 @@
 #include <boost/shared_ptr.hpp>
 
 #include <chronal/MessageRecords.h>
+#include <fabric/Arg1Method.h>
+#include <fabric/Event.h>
 #include <nub/Debug.h>
 #include <nub/Endian.h>
 
