@@ -6,8 +6,6 @@
 #include <stdexcept>
 #include <type_traits>
 
-#include <date/tz.h>
-
 #include "WireTime.h"
 
 namespace chronal::sim {
@@ -69,10 +67,10 @@ bool isServerAcceptable(const nubDeserString_t& server, bool used)
     return server.length <= longestText && (server.length > 0 || !used);
 }
 
-const Zone& checkedZone(const std::string& name)
+std::shared_ptr<const Zone> checkedZone(const std::string& name)
 {
-    if (const Zone* const zone = findZone(name))
-        return *zone;
+    if (auto zone = findZone(name))
+        return zone;
     throw std::invalid_argument("zone: unknown time zone \"" + name + "\"");
 }
 
@@ -140,7 +138,7 @@ const TimeService::Handler TimeService::handlers[] = {
 TimeService::TimeService(const Options& options, const Clock& trueClock)
     : clock(trueClock),
       period(checkedPeriod(options.notificationPeriod)),
-      zone(&checkedZone(options.zone)),
+      zone(checkedZone(options.zone)),
       settings(),
       outlet(nullptr),
       lastNotification(0)
@@ -307,7 +305,7 @@ Content TimeService::refTimeAt(const chronalMsgCmdRefTimeData_t& command)
 
 Content TimeService::timeAt(const chronalMsgCmdTimeAtData_t& command)
 {
-    const DeviationRule rule(*zone);
+    const DeviationRule rule(zone);
     const std::optional<Utc> utc =
         command.isUtc ? readUtc(command.time) : readLocalAsUtc(command.time, std::nullopt, rule);
     if (!utc)
@@ -384,14 +382,14 @@ Content TimeService::timezoneSet(const chronalMsgTimezone_t& command)
 {
     if (command.timezone.length > longestText)
         return result(-EINVAL);
-    const Zone* const found = findZone(readText(command.timezone));
+    const std::shared_ptr<const Zone> found = findZone(readText(command.timezone));
     if (!found)
         return result(-ENOENT);
-    if (found != zone)
+    if (found->name() != zone->name())
         afterAnswer.push_back(compose(notifyTimezoneChange, *found, rtcUtc()));
     zone = found;
     for (auto& [id, source] : sources)
-        source.rule = DeviationRule(*zone);
+        source.rule = DeviationRule(zone);
     return result(0);
 }
 
@@ -486,8 +484,8 @@ void TimeService::setUtc(Source& source, Utc utc)
 
 void TimeService::startSources()
 {
-    const Source valid = {Span::zero(), 0, false, DeviationRule(*zone)};
-    const Source timeless = {std::nullopt, 0, false, DeviationRule(*zone)};
+    const Source valid = {Span::zero(), 0, false, DeviationRule(zone)};
+    const Source timeless = {std::nullopt, 0, false, DeviationRule(zone)};
     sources = {{referenceTimeRtc, valid},
                {referenceTimeNtp, valid},
                {referenceTimeDvb, timeless},

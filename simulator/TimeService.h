@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <optional>
 #include <set>
 #include <string>
@@ -193,7 +194,7 @@ private:
 
     const Clock& clock;
     const Span period;
-    const Zone* zone;
+    std::shared_ptr<const Zone> zone;
     std::map<referenceTimeId_enum, Source> sources;
     Settings settings;
 

@@ -1,33 +1,126 @@
 #include "ZoneRules.h"
 
 #include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <iterator>
-#include <stdexcept>
+#include <string_view>
+#include <utility>
 
-#include <date/tz.h>
+#include <absl/time/time.h>
+#include <endian.h>
 
 namespace chronal::sim {
 
 namespace {
 
-Period zonePeriodAt(const Zone& zone, Utc moment)
+using namespace std::string_view_literals;
+
+/// After that many years the calendar repeats itself, weekdays included, and with it each rule
+/// about the days on which daylight saving begins and ends.
+constexpr Span cycle = std::chrono::hours(24) * 146097;
+
+/// 2200. The database lists changes one by one for this century at most; later ones follow from a
+/// rule.
+constexpr Utc listEnd = Utc(std::chrono::seconds(7258118400));
+
+/// The largest file of a zone has 4 KiB.
+constexpr std::size_t fileLimit = 65536;
+
+/// Abseil allocates what the six counts in a header ask for before it knows the file's size.
+bool areCountsPlausible(const std::string& file)
 {
-    const date::sys_info info = zone.get_info(moment);
-    return {info.begin, info.end, info.offset, info.save != std::chrono::minutes::zero()};
+    constexpr std::size_t header = 44, firstCount = 20;
+    for (std::size_t at = 0; (at = file.find("TZif", at)) != std::string::npos; at += 4)
+        for (std::size_t count = firstCount; at + header <= file.size() && count < header;
+             count += sizeof(std::uint32_t)) {
+            std::uint32_t value = 0;
+            std::memcpy(&value, &file[at + count], sizeof(value));
+            if (be32toh(value) > file.size())
+                return false;
+        }
+    return true;
+}
+
+/// Abseil must not be asked for anything else: it remembers each name for ever, known or not, and
+/// takes some for zones that are not in the database.
+bool isInDatabase(const std::string& name)
+{
+    const std::string framed = '/' + name + '/';
+    for (const std::string_view foreign : {"//"sv, "/./"sv, "/../"sv, "/localtime/"sv, "\0"sv})
+        if (framed.find(foreign) != std::string::npos)
+            return false;
+    const char* const chosen = std::getenv("TZDIR");
+    const std::string path = (chosen && *chosen ? chosen : "/usr/share/zoneinfo") + ('/' + name);
+    std::error_code ignored;
+    if (!std::filesystem::is_regular_file(path, ignored))
+        return false;
+    std::string content(fileLimit, '\0');
+    std::ifstream file(path, std::ios::binary);
+    file.read(content.data(), fileLimit);
+    content.resize(static_cast<std::size_t>(file.gcount()));
+    return content.size() < fileLimit && content.compare(0, 4, "TZif") == 0 &&
+           areCountsPlausible(content);
+}
+
+absl::Time toAbsl(Utc moment)
+{
+    return absl::FromUnixMicros(moment.time_since_epoch().count());
+}
+
+/// All periods that the database lists, and those of the next 400 years if it closes with a rule.
+std::vector<Period> periodsOf(const absl::TimeZone& zone)
+{
+    std::vector<Period> periods;
+    absl::TimeZone::CivilTransition transition;
+    Utc last, next = Utc::min();
+    do {
+        last = next;
+        const absl::TimeZone::CivilInfo info = zone.At(toAbsl(last));
+        const Period period = {last, Utc::max(), std::chrono::seconds(info.offset), info.is_dst};
+        // The change may be one of the abbreviation alone.
+        if (periods.empty() || period.deviation != periods.back().deviation ||
+            period.daylightSaving != periods.back().daylightSaving) {
+            if (!periods.empty())
+                periods.back().end = last;
+            periods.push_back(period);
+        }
+        if (zone.NextTransition(toAbsl(last), &transition))
+            next = Utc(Span(absl::ToUnixMicros(zone.At(transition.to).trans)));
+    } while (next > last && next < calendarEnd);
+    return periods;
 }
 
 } // namespace
 
-const Zone* findZone(const std::string& name)
+Zone::Zone(std::string zoneName, std::vector<Period> zonePeriods)
+    : name_(std::move(zoneName)), periods_(std::move(zonePeriods))
 {
-    try {
-        const Zone* const zone = date::locate_zone(name);
-        // The zone's file is read at first use only, and that may fail, too.
-        zonePeriodAt(*zone, Utc());
-        return zone;
-    } catch (const std::runtime_error&) {
+}
+
+Period Zone::periodAt(Utc moment) const
+{
+    const Utc last = periods_.back().begin;
+    const bool repeats = last > listEnd && moment >= last;
+    const Span shift = repeats ? cycle * ((moment - last) / cycle + 1) : Span::zero();
+    const auto next =
+        std::upper_bound(periods_.begin(), periods_.end(), moment - shift,
+                         [](Utc wanted, const Period& period) { return wanted < period.begin; });
+    Period period = *std::prev(next);
+    period.begin += shift;
+    period.end += shift;
+    return period;
+}
+
+std::shared_ptr<const Zone> findZone(const std::string& name)
+{
+    absl::TimeZone zone;
+    if (name != "UTC" && (!isInDatabase(name) || !absl::LoadTimeZone(name, &zone)))
         return nullptr;
-    }
+    return std::make_shared<Zone>(name, periodsOf(zone));
 }
 
 void DeviationRule::setCurrent(Span deviation, Utc now)
@@ -54,7 +147,7 @@ void DeviationRule::announce(const std::vector<Change>& next, std::optional<Utc>
 
 Period DeviationRule::periodAt(Utc moment) const
 {
-    Period period = zonePeriodAt(*zone, moment);
+    Period period = zone->periodAt(moment);
     for (const Change& change : changes) {
         if (moment < change.at) {
             period.end = std::min(period.end, change.at);

@@ -2,36 +2,30 @@
 #define CHRONAL_SIM_ZONE_RULES_H
 
 #include <chrono>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include <date/date.h>
-
-namespace date {
-class time_zone;
-}
-
 /// How local time deviates from UTC: by the time-zone database, and by what has been announced.
-///
-/// The database lists transitions up to 2037; the last one stands for all later times.
 namespace chronal::sim {
 
 typedef std::chrono::microseconds Span;
-typedef date::sys_time<Span> Utc;
-typedef date::local_time<Span> Local;
-typedef date::time_zone Zone;
+
+/// Makes local times a type of their own.
+struct LocalClock
+{
+};
+
+typedef std::chrono::time_point<std::chrono::system_clock, Span> Utc;
+typedef std::chrono::time_point<LocalClock, Span> Local;
 
 /// The end of the calendar, 10000-01-01 00:00:00: every time that is dealt with lies before it and
 /// not before 1970.
-inline constexpr Utc calendarEnd =
-    date::sys_days(date::year(9999) / date::December / 31) + date::days(1);
+inline constexpr Utc calendarEnd = Utc(std::chrono::seconds(253402300800));
 
 /// No deviation is larger, in either direction.
 inline constexpr Span largestDeviation = std::chrono::hours(24);
-
-/// Null for a zone that the system's database does not have. The zone lives for ever.
-const Zone* findZone(const std::string& name);
 
 /// A time during which neither the deviation nor the daylight-saving state changes.
 struct Period
@@ -41,6 +35,27 @@ struct Period
     Span deviation;
     bool daylightSaving; ///< as the database marks it, like the C library's tm_isdst
 };
+
+/// A time zone of the system's database.
+class Zone
+{
+public:
+    /// `zonePeriods` follow one another without a gap; the first begins with the earliest Utc.
+    Zone(std::string zoneName, std::vector<Period> zonePeriods);
+
+    const std::string& name() const { return name_; }
+    Period periodAt(Utc moment) const;
+
+private:
+    const std::string name_;
+    const std::vector<Period> periods_;
+};
+
+/// Null for a zone that the system's database does not have. The database is the directory $TZDIR
+/// or /usr/share/zoneinfo; a zone is a file in it that can be read as one, and its name is the path
+/// below that directory. Files that count leap seconds are not zones, and neither is "localtime",
+/// the machine's own. "UTC" needs no database.
+std::shared_ptr<const Zone> findZone(const std::string& name);
 
 /// An announced change of the deviation. Without `daylightSaving` it leaves that state alone.
 struct Change
@@ -54,7 +69,7 @@ struct Change
 class DeviationRule
 {
 public:
-    explicit DeviationRule(const Zone& baseZone) : zone(&baseZone) {}
+    explicit DeviationRule(std::shared_ptr<const Zone> baseZone) : zone(std::move(baseZone)) {}
 
     /// The deviation is this one, also at earlier times, until the first change after `now`.
     void setCurrent(Span deviation, Utc now);
@@ -73,7 +88,7 @@ public:
     std::optional<Utc> toUtc(Local local) const;
 
 private:
-    const Zone* zone;
+    std::shared_ptr<const Zone> zone;
     std::vector<Change> changes; ///< in order of time; never more than three
 };
 

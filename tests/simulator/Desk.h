@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <type_traits>
 
+#include <absl/time/time.h>
 #include <gmock/gmock.h>
 
 #include "TimeService.h"
@@ -17,15 +18,13 @@ using fabric::host::ClientId;
 template <class Time>
 Time parsed(const std::string& text)
 {
-    int year = 0, hour = 0, minute = 0, second = 0, micros = 0;
-    unsigned month = 0, day = 0;
-    EXPECT_GE(std::sscanf(text.c_str(), "%d-%u-%u %d:%d:%d.%6d", &year, &month, &day, &hour,
+    int year = 0, month = 0, day = 0, hour = 0, minute = 0, second = 0, micros = 0;
+    EXPECT_GE(std::sscanf(text.c_str(), "%d-%d-%d %d:%d:%d.%6d", &year, &month, &day, &hour,
                           &minute, &second, &micros),
               6)
         << text;
-    const auto date = date::year(year) / date::month(month) / date::day(day);
-    return Time(date::local_days(date).time_since_epoch() + std::chrono::hours(hour) +
-                std::chrono::minutes(minute) + std::chrono::seconds(second) + Span(micros));
+    const absl::CivilSecond civil(year, month, day, hour, minute, second);
+    return Time(std::chrono::seconds(civil - absl::CivilSecond()) + Span(micros));
 }
 
 inline Utc utc(const std::string& text)
@@ -46,10 +45,10 @@ inline nubOsalTime_struct span(std::int64_t seconds, std::int32_t microseconds =
 /// "2026-03-29 01:00:00", or "+3600" for what can only be a span; with both fields' signs.
 inline std::string text(const nubOsalTime_struct& time)
 {
-    const date::sys_seconds seconds{std::chrono::seconds(time.seconds)};
     const bool isSpan = time.seconds < 400000 || time.seconds > 253402300800;
     return (isSpan ? (time.seconds < 0 ? "" : "+") + std::to_string(time.seconds)
-                   : date::format("%F %T", seconds)) +
+                   : absl::FormatTime("%F %T", absl::FromUnixSeconds(time.seconds),
+                                      absl::UTCTimeZone())) +
            (time.microseconds == 0 ? "" : "." + std::to_string(time.microseconds));
 }
 
@@ -88,7 +87,7 @@ struct ManualClock : Clock
     TimePoint steady() const override { return steadyNow; }
     TimePoint steadyAt(Utc moment) const override
     {
-        return steadyNow + std::min<Span>(moment - now, date::years(100));
+        return steadyNow + std::min<Span>(moment - now, std::chrono::hours(24 * 36525));
     }
 
     Utc now = sim::utc("2026-01-01 11:30:00");

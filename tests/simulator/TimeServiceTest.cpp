@@ -1,5 +1,7 @@
 #include <array>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <random>
 
 #include "Desk.h"
@@ -128,10 +130,13 @@ TEST(TimeService, ChangesNothingByACommandThatItRefuses)
                      about(cmdSendDaylightsavingInfo, 3, span(1), span(2), span(3), span(4)),
                      command(cmdTimeInit)});
     refuses(-EPERM, {command(cmdDateTimeNtpStart)});
-    refuses(-ENOENT,
-            {zoneSet("../UTC"), zoneSet("/etc/passwd"), zoneSet("Europe"), zoneSet("europe/berlin"),
-             zoneSet("tzdata.zi"), zoneSet(std::string("UTC\0", 4)), zoneSet(longestName),
-             command(cmdTimezoneSet)});
+    refuses(-ENOENT, {zoneSet("../UTC"), zoneSet("../../../etc/passwd"), zoneSet("/etc/localtime"),
+                      zoneSet("/usr/share/zoneinfo/UTC"), zoneSet("Europe/../Europe/Paris"),
+                      zoneSet("Europe//Paris"), zoneSet("Europe/./Paris"), zoneSet("Europe/Paris/"),
+                      zoneSet("file:/usr/share/zoneinfo/UTC"), zoneSet("libc:UTC"),
+                      zoneSet("Fixed/UTC+05:00:00"), zoneSet("localtime"), zoneSet("europe/berlin"),
+                      zoneSet(std::string("UTC\0", 4)), zoneSet(std::string("UTC\0x", 5)),
+                      zoneSet(longestName), command(cmdTimezoneSet)});
     refuses(-EINVAL, {settingsSet(longestName + "x", 1, 0), settingsSet("", 1, 1),
                       ntpSet(longestName + "x", 0), ntpSet("", 1), zoneSet(longestName + "x"),
                       timeAt(early, 1), timeAt(late, 0), timeAt(skipped, 0)});
@@ -157,6 +162,26 @@ TEST(TimeService, ChangesNothingByACommandThatItRefuses)
                  about(cmdSendDaylightsavingInfo, id, span(1), winter), fetch(id), next(id),
                  about(cmdRefTimeSubscribe, id), about(cmdRefTimeUnsubscribe, id),
                  about(cmdRefTimeLock, id), about(cmdRefTimeUnlock, id)});
+}
+
+TEST(TimeService, TakesForAZoneEachFileOfTheDatabaseThatIsOneAndNoOther)
+{
+    const std::filesystem::path database = "/usr/share/zoneinfo";
+    Desk desk;
+    int zones = 0, others = 0;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(database)) {
+        const std::string name = entry.path().lexically_relative(database);
+        std::string start(4, '\0');
+        std::ifstream(entry.path(), std::ios::binary).read(start.data(), 4);
+        // Those to the right count leap seconds; the machine's own is one of the others.
+        const bool isZone = start == "TZif" && name.rfind("right/", 0) != 0 &&
+                            entry.path().filename() != "localtime";
+        const std::string answer = desk.ask(zoneSet(name)).at(0);
+        EXPECT_EQ(answer, isZone ? done : "replyResult -2") << name;
+        ++(isZone ? zones : others);
+    }
+    EXPECT_GT(zones, 300);
+    EXPECT_GT(others, 10) << "directories, tables";
 }
 
 TEST(TimeService, AnswersWithTheIdsOfTheCommandAndNotifiesWithItsOwn)

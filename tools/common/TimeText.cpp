@@ -8,7 +8,7 @@
 #include <stdexcept>
 #include <string_view>
 
-#include <date/date.h>
+#include <absl/time/civil_time.h>
 
 namespace chronal::tools {
 
@@ -66,13 +66,12 @@ std::int64_t secondsOfDay(const std::string& text, int hours, int minutes, int s
     return hours * 3600 + minutes * 60 + seconds;
 }
 
-std::int64_t secondsToDate(const std::string& text, int year, int month, int day)
+std::int64_t secondsToDate(const std::string& text, int year, int month, int dayOfMonth)
 {
-    const date::year_month_day date(date::year(year), date::month(static_cast<unsigned>(month)),
-                                    date::day(static_cast<unsigned>(day)));
-    if (!date.ok())
+    const absl::CivilDay day(year, month, dayOfMonth); // the next one when there is no such day
+    if (day.month() != month || day.day() != dayOfMonth)
         fail(text, "is no date of the calendar");
-    return std::chrono::seconds(date::sys_days(date).time_since_epoch()).count();
+    return (day - absl::CivilDay()) * 86400;
 }
 
 /// "@seconds.decimals", the "@" taken off.
