@@ -57,6 +57,8 @@ Clock::TimePoint ScaledClock::steady() const
 
 Clock::TimePoint ScaledClock::steadyAt(Utc moment) const
 {
+    if (moment >= calendarEnd)
+        return TimePoint::max();
     const double wait = inMicroseconds(moment - utc()) / factor;
     return steady() + Span(static_cast<Span::rep>(
                           std::ceil(std::clamp(wait, 0.0, inMicroseconds(longestWait)))));

@@ -19,7 +19,8 @@ public:
     virtual Utc utc() const = 0;
     virtual TimePoint steady() const = 0;
 
-    /// When to look whether utc() has reached `moment`. May be too early, never much too late.
+    /// When to look whether utc() has reached `moment`; TimePoint::max() if it never will. May be
+    /// too early, never much too late, and lies in the future as long as `moment` does.
     virtual TimePoint steadyAt(Utc moment) const = 0;
 };
 

@@ -1,5 +1,5 @@
-// An application for the tests to steer: reads what to do from standard input, a word a line, and
-// writes a line for whatever happens.
+// An application for the tests to steer: reads what to do from standard input, a line for each
+// command, and writes a line for whatever happens.
 // Usage: transport-client [burst|leave]   Either sends a burst once connected; leave disconnects
 // then.
 
@@ -39,6 +39,14 @@ public:
             cmdRefTimeFetch(asked, chronal::referenceTimeRtc);
         else if (word == "subscribe")
             cmdRefTimeSubscribe(asked, chronal::referenceTimeRtc);
+        else if (word.rfind("zone ", 0) == 0)
+            cmdTimezoneSet(asked, word.substr(5));
+        else if (word.rfind("set ", 0) == 0)
+            cmdRefTimeSet(asked, {std::stoll(word.substr(4)), 0}, {}, chronal::referenceTimeRtc, 0,
+                          false);
+        else if (word.rfind("announce ", 0) == 0)
+            cmdNextTimeDeviationChangeSet(asked, {std::stoll(word.substr(9)), 0}, {3600, 0},
+                                          chronal::referenceTimeRtc);
         if (asked == MsgIds())
             say("not sent");
     }

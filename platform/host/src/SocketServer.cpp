@@ -143,10 +143,11 @@ void SocketServer::Impl::run()
         contained(handleEvents, report);
 }
 
-/// Wakes run() at `next`.
+/// Wakes run() at `next` at the latest. A timer that is set already for an earlier time stays: to
+/// cancel it is an event, and a service may name a later time after each.
 void SocketServer::Impl::arm(Service::TimePoint next)
 {
-    if (next == armed)
+    if (next >= armed)
         return;
     armed = Service::TimePoint::max();
     due.expires_at(next);

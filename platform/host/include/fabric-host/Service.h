@@ -59,7 +59,7 @@ public:
 
     /// Does what is due and returns the time at which it wants to be called again at the latest;
     /// TimePoint::max() for never. Called after the operations above as well, once for those that
-    /// were waiting together.
+    /// were waiting together, and possibly for no reason; each call may return a later time.
     virtual TimePoint runDue() = 0;
 };
 
