@@ -18,10 +18,8 @@ import pytest
 PATIENCE = 100
 
 
-def pytest_addoption(parser):
-    for name in ("chronalctl", "simd", "source", "build", "compiler"):
-        parser.addoption(f"--{name}", type=Path)
-    parser.addoption("--compiler-flags", default="")
+CHRONALCTL = os.environ["CHRONALCTL"]
+SIMD = os.environ["CHRONAL_SIMD"]
 
 
 class Process:
@@ -127,19 +125,16 @@ def run(environment, directory):
 
 
 @pytest.fixture
-def chronalctl(request, run):
+def chronalctl(run):
     """chronalctl(WORD..., OPTION=...): runs it to its end."""
-    program = request.config.getoption("chronalctl")
-    return lambda *words, **options: run(program, *words, **options)
+    return lambda *words, **options: run(CHRONALCTL, *words, **options)
 
 
 @pytest.fixture
-def start_service(request, start):
+def start_service(start):
     """start_service(WORD..., OPTION=...): a simulated service that listens."""
-    program = request.config.getoption("simd")
-
     def start_service(*words, **options):
-        service = start(program, *words, **options)
+        service = start(SIMD, *words, **options)
         service.wait_for("^listening on ")
         return service
 

@@ -6,6 +6,7 @@ import signal
 import unicodedata
 
 import pytest
+from conftest import SIMD
 
 HOSTILE = {
     "escape": b"\x1b[2J",
@@ -74,9 +75,9 @@ def test_arguments_of_chronalctl(words, hostile, chronalctl):
 
 
 @pytest.mark.parametrize("words", ["--{}", "--zone {}", "--socket {}/none", "--refuse {}", "--speed {}"])
-def test_arguments_of_chronal_simd(words, hostile, request, run):
+def test_arguments_of_chronal_simd(words, hostile, run):
     given = [word.encode().replace(b"{}", hostile) for word in words.split()]
-    result = run(request.config.getoption("simd"), *given)
+    result = run(SIMD, *given)
     assert result.returncode in (1, 2) and result.stderr
     assert_harmless(result.stdout)
     assert_harmless(result.stderr)

@@ -1,19 +1,22 @@
 """What README.md shows can be typed from top to bottom, and does what it says."""
 
+import os
 import re
 import subprocess
+from pathlib import Path
 
 import pytest
 
+SOURCE = Path(os.environ["SOURCE_DIRECTORY"])
+
 
 @pytest.fixture
-def checkout(request, directory):
+def checkout(directory):
     """This checkout after scripts/demo, whose build directory this build stands in for."""
-    option = request.config.getoption
     place = directory / "checkout"
     (place / "build").mkdir(parents=True)
-    (place / "build/demo").symlink_to(option("build"))
-    for entry in option("source").iterdir():
+    (place / "build/demo").symlink_to(os.environ["BUILD_DIRECTORY"])
+    for entry in SOURCE.iterdir():
         if entry.name != "build":
             (place / entry.name).symlink_to(entry)
     return place
@@ -43,12 +46,11 @@ class Shell:
 
 
 @pytest.fixture
-def shell(request, directory, environment, start, checkout):
+def shell(directory, environment, start, checkout):
     """In the checkout. Its compiler is that of this build, with the sanitizers that this build has."""
-    option = request.config.getoption
     programs = directory / "bin"
     programs.mkdir()
-    (programs / "c++").write_text(f'#!/bin/sh\nexec {option("compiler")} {option("compiler_flags")} "$@"\n')
+    (programs / "c++").write_text(f'#!/bin/sh\nexec {os.environ["CXX"]} {os.environ["CXXFLAGS"]} "$@"\n')
     (programs / "c++").chmod(0o755)
     environment["PATH"] = f"{programs}:{environment['PATH']}"
     return Shell(start("bash", "--norc", cwd=checkout, stdin=subprocess.PIPE))
@@ -72,8 +74,8 @@ def comparable(lines):
     return sorted(re.sub(r"/\S+(/chronal/chronal\.sock)$", r"\1", line) for line in lines)
 
 
-def test_each_block_works_from_top_to_bottom(request, directory, shell):
-    (_, _, done), *rest = blocks((request.config.getoption("source") / "README.md").read_text())
+def test_each_block_works_from_top_to_bottom(directory, shell):
+    (_, _, done), *rest = blocks((SOURCE / "README.md").read_text())
     assert re.findall(r"^\S+", done, re.M) == ["scripts/demo", "scripts/test"]
     assert [language for _, language, _ in rest].count("console") == 1
     for before, language, text in rest:

@@ -4,6 +4,7 @@ import os
 import pty
 
 import pytest
+from conftest import CHRONALCTL, SIMD
 
 
 @pytest.fixture
@@ -19,13 +20,12 @@ def terminal():
 
 
 def test_a_terminal_that_is_not_read_does_not_hold_up_the_service(
-    terminal, request, environment, start, chronalctl
+    terminal, environment, start, chronalctl
 ):
-    simd = request.config.getoption("simd")
     environment["CHRONAL_SOCKET"] = "it"
     words = ["--socket", "it", "--verbose", "--period", "1ms"]
-    service = start(simd, *words, stdout=terminal, stderr=terminal)
-    monitor = start(request.config.getoption("chronalctl"), "monitor", "RTC")
+    service = start(SIMD, *words, stdout=terminal, stderr=terminal)
+    monitor = start(CHRONALCTL, "monitor", "RTC")
     monitor.wait_for("^current-time", 300)  # each a line for the terminal, which takes fewer
     assert chronalctl("timezone", "get").returncode == 0
     assert service.stop() == 0
