@@ -7,6 +7,11 @@ import time
 
 import pytest
 
+pytestmark = pytest.mark.skipif(
+    "-fsanitize=thread" in os.environ.get("CXXFLAGS", ""),
+    reason="the thread sanitizer has a thread of its own, which never rests",
+)
+
 SIMD = os.environ["CHRONAL_SIMD"]
 CLIENT = os.environ["TRANSPORT_CLIENT"]
 BOUND = 30  # seconds for anything to happen
