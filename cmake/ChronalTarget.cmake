@@ -9,6 +9,7 @@ function(chronal_target target)
     CXX_VISIBILITY_PRESET hidden
     VISIBILITY_INLINES_HIDDEN ON
     POSITION_INDEPENDENT_CODE ON
+    UNITY_BUILD OFF # files have names of their own, and debug lines the numbers of their lines
   )
   # The same binary from every folder. The build folder comes last, because it wins there and may
   # lie inside the source folder. Debug builds keep true paths for the debugger.

@@ -121,6 +121,7 @@ const chronal::tools::ManPageText manPageText = {
      {"ENVIRONMENT",
       {"XDG_RUNTIME_DIR is the directory of the socket when --socket is not given, where "
        "chronalctl looks for it, too.",
+       "TZDIR is the directory of the time-zone database (default: /usr/share/zoneinfo).",
        "NUB_DEBUG switches debug lines on, as in every application. Those about trouble with a "
        "client, such as one that is disconnected for what it has sent, are on in any case. All "
        "debug lines go to standard error."}},

@@ -50,7 +50,8 @@ def test_device_is_served_as_the_document_says(tmp_path):
 
     def run_on_device(program):
         # As on a device, the loader knows where the libraries are.
-        return run(*EMULATOR, program, env={"LD_LIBRARY_PATH": str(device / "lib")})
+        path = f"LD_LIBRARY_PATH={device}/lib"
+        return run(*(EMULATOR + ["-E", path] if EMULATOR else ["env", path]), program)
 
     platform, consumer = printed("cmake")
     build_library, with_find_package, with_pkg_config = printed("sh")

@@ -65,6 +65,13 @@ def test_the_simulator_is_built_only_when_it_is_linked(tmp_path):
     assert "simulator" not in commands
 
 
+def test_an_installed_package_is_found_beside_the_tree(tmp_path):
+    installation = tmp_path / "installation"
+    run("cmake", "--install", os.environ["BUILD_DIRECTORY"], "--prefix", installation)
+    both = ADD_SUBDIRECTORY + "\nset(CMAKE_UNITY_BUILD ON)\nfind_package(chronal-api REQUIRED)"
+    configure(tmp_path, both, f"-DCMAKE_PREFIX_PATH={installation}")
+
+
 def test_the_library_alone_needs_no_time_zone_library(tmp_path):
     toolchain = tmp_path / "toolchain.cmake"
     toolchain.write_text(

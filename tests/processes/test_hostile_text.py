@@ -21,6 +21,7 @@ HOSTILE = {
     "isolate": "\u2066".encode(),
     "line separator": "\u2028chronalctl: forged".encode(),
     "tag": "\U000e0041".encode(),
+    "invisible": "\u00ad\u0600\u180e\ufff9\U0001d173\U000e0001".encode(),
     "no UTF-8": b"\xff\xfe",
     "overlong": b"\xc0\x9b \xe0\x82\x9b \xf0\x80\x82\x9b",
     "surrogate": b"\xed\xa0\xae",

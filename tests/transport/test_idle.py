@@ -59,7 +59,7 @@ class Process:
         deadline = time.monotonic() + BOUND
         while time.monotonic() < deadline:
             before = self.activity()
-            time.sleep(REST)
+            time.sleep(REST)  # nothing tells of rest but time without work
             if self.activity() == before and all(state == "S" for state, *_ in before.values()):
                 return True
         return False

@@ -61,7 +61,10 @@ const tools::ManPageText& manPageText()
            "XDG_RUNTIME_DIR is the directory where chronal-simd listens by default. Without "
            "--socket "
            "and CHRONAL_SOCKET, chronal.sock in it is used, if it exists, even if nobody listens "
-           "there any more."}},
+           "there any more.",
+           "TZDIR is the directory of the time-zone database of a service simulated in this "
+           "process "
+           "(default: /usr/share/zoneinfo)."}},
          {"EXAMPLES",
           {"  chronal-simd &\n"
            "  chronalctl status\n"

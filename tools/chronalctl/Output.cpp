@@ -32,7 +32,8 @@ std::string textOf(const Field& field)
     return std::visit(Overloaded{[](bool value) { return std::string(value ? "yes" : "no"); },
                                  [](std::int64_t value) { return std::to_string(value); },
                                  [](const std::string& value) {
-                                     return value.empty() ? "\"\"" : fabric::host::printable(value);
+                                     return value.empty() ? "\"\""
+                                                          : fabric::host::printable(value, "\\");
                                  },
                                  [](const Time& time) { return getTimeStr(time.value); },
                                  [](const Span& span) { return getTimeSpanStr(span.value); }},

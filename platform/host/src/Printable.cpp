@@ -45,12 +45,21 @@ bool isVisible(std::uint32_t code)
         std::uint32_t first, last;
     } hidden[] = {
         {0x0000, 0x001f},   {0x007f, 0x009f}, // control characters
+        {0x00ad, 0x00ad},                     // soft hyphen
+        {0x0600, 0x0605},                     // signs that span the digits behind them
         {0x061c, 0x061c},                     // Arabic letter mark
+        {0x115f, 0x1160},                     // fillers
+        {0x180b, 0x180f},                     // Mongolian separators
         {0x200b, 0x200f},                     // zero width, and direction marks
         {0x2028, 0x202e},                     // line and paragraph separators, embeddings
         {0x2060, 0x206f},                     // invisible operators, isolates
+        {0x2800, 0x2800},                     // blank Braille pattern
+        {0x3164, 0x3164},                     // filler
+        {0xfe00, 0xfe0f},                     // variation selectors
         {0xfeff, 0xfeff},                     // zero width, too
-        {0xe0000, 0xe007f},                   // tags
+        {0xfff0, 0xfffb},                     // annotations
+        {0x1d173, 0x1d17a},                   // musical controls
+        {0xe0000, 0xe0fff},                   // tags, further selectors
     };
     return std::none_of(std::begin(hidden), std::end(hidden), [code](const auto& range) {
         return code >= range.first && code <= range.last;

@@ -78,6 +78,8 @@ protected:
     ///     std::lock_guard<std::mutex> lock(mutex); // onReplyTimezoneInfo()
     ///     if (ids == asked) ...
     ///
+    /// To make ids and to compare them is the middleware's to offer; the host platform offers it.
+    ///
     /// A command sent from inside a callback needs no lock for this: its reply is delivered on the
     /// same thread, after the callback has returned.
     ///
