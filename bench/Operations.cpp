@@ -14,7 +14,7 @@
 #include "../tests/library/NullMiddleware.h"
 #include "Floor.h"
 #include "FloorFrames.h"
-#include "Frame.h"
+#include "codec/Frame.h"
 #include "Samples.h"
 
 namespace bench {
@@ -95,10 +95,11 @@ fabric::SerializableMessageEvent arrived(const nubEndianTable_t& table, const st
     return {{serviceId, 1, 2, 0}, {-1, 2}, data};
 }
 
-FrameBytes encoded(const fabric::SerializableMessageEvent& event)
+FrameBytes encoded(const fabric::SerializableMessageEvent& event, const MessageType& type)
 {
     FrameBytes frame;
-    encodeFrame(event, frame);
+    std::string reason;
+    encodeFrame(event, {serviceId, &type, 1}, frame, reason);
     return frame;
 }
 
@@ -106,7 +107,7 @@ FrameBytes encoded(const fabric::SerializableMessageEvent& event)
 struct Sample
 {
     explicit Sample(const nubEndianTable_t& table, const std::string& text = longZone)
-        : event(arrived(table, text)), type{"message", 1, 2, 0, &table}, frame(encoded(event))
+        : event(arrived(table, text)), type{"message", 1, 2, 0, &table}, frame(encoded(event, type))
     {
     }
 
@@ -172,7 +173,8 @@ FrameBytes target;
 template <const Sample& sample>
 void encode()
 {
-    encodeFrame(sample.event, target);
+    std::string reason;
+    encodeFrame(sample.event, {serviceId, &sample.type, 1}, target, reason);
     keep(target);
 }
 

@@ -31,11 +31,11 @@
 #include <vector>
 
 #include <chronal/UserAdapter.h>
+#include <fabric-host/ServiceHost.h>
 #include <fabric-host/Session.h>
 
-#include "Frame.h"
+#include "codec/Frame.h"
 #include "Protocol.h"
-#include "SocketServer.h"
 #include "TimeService.h"
 
 namespace {
@@ -149,7 +149,8 @@ template <class Record>
 std::size_t frameSize(const chronal::sim::Message<Record>& message)
 {
     fabric::host::FrameBytes frame;
-    fabric::host::encodeFrame(*newEvent(message), frame);
+    std::string reason;
+    fabric::host::encodeFrame(*newEvent(message), chronal::sim::catalogue(), frame, reason);
     return frame.size();
 }
 
@@ -353,7 +354,10 @@ private:
 void serve(const std::string& socket)
 {
     chronal::sim::TimeService service;
-    fabric::host::SocketServer(service, socket, {SIGTERM}).run();
+    fabric::host::ServiceHost host(service);
+    host.listen(socket);
+    host.stopOn({SIGTERM});
+    host.run();
 }
 
 /// The turns of one of the kinds.

@@ -20,6 +20,7 @@
 #include <CLI/CLI.hpp>
 #include <fabric-host/DebugSink.h>
 #include <fabric-host/Printable.h>
+#include <fabric-host/ServiceHost.h>
 
 #include "Clock.h"
 #include "LineLog.h"
@@ -28,7 +29,6 @@
 #include "ParsedOption.h"
 #include "Protocol.h"
 #include "Rehearsal.h"
-#include "SocketServer.h"
 #include "SocketText.h"
 #include "StandardStreams.h"
 #include "TimeService.h"
@@ -207,10 +207,12 @@ void serve(const Settings& settings)
     const auto writeLine = [&](const std::string& line) { log.write(line + '\n'); };
     Rehearsal rehearsal(service, settings.faults,
                         settings.verbose ? Rehearsal::Log(writeLine) : Rehearsal::Log());
-    fabric::host::SocketServer server(rehearsal, socket, {SIGINT, SIGTERM});
+    fabric::host::ServiceHost host(rehearsal);
+    host.listen(socket);
+    host.stopOn({SIGINT, SIGTERM});
     writeLine("listening on " + printable(socket));
-    server.run();
-    const fabric::host::ServerCounters counters = server.counters();
+    host.run();
+    const fabric::host::ServiceCounters counters = host.counters();
     if (!settings.verbose)
         return;
     const std::size_t lost =

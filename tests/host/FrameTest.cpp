@@ -45,10 +45,12 @@ TEST(Frame, StringsTravelByTheirLength)
 
     const auto event = message(ask, 1, std::string(longest + 1, 'z'));
     FrameBytes frame;
-    EXPECT_EQ(-EMSGSIZE, encodeFrame(*event, frame));
+    std::string reason;
+    EXPECT_EQ(-EMSGSIZE, encodeFrame(*event, catalogue, frame, reason));
+    EXPECT_EQ("longer than a frame", reason);
     nubDeserString_t& string = recordOf(*event).text;
     string.length = 0xffffffff;
-    EXPECT_EQ(-EMSGSIZE, encodeFrame(*event, frame));
+    EXPECT_EQ(-EMSGSIZE, encodeFrame(*event, catalogue, frame, reason));
     std::free(std::exchange(string.chars, nullptr));
     EXPECT_EQ(encoded(*message(ask, 1)), encoded(*event)) << "a length without chars";
 }

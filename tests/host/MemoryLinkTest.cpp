@@ -1,7 +1,6 @@
-#include "MemoryLink.h"
 #include "Sample.h"
-#include "ServiceServer.h"
 
+#include <fabric-host/ServiceHost.h>
 #include <fabric/EventHandlerIdSet.h>
 
 #include <atomic>
@@ -46,8 +45,8 @@ struct ScriptedService : Service
 /// Is connected, and notes what its client hears.
 struct Application
 {
-    explicit Application(const std::shared_ptr<ServiceThread>& service)
-        : session(std::make_unique<Session>(std::make_unique<MemoryLink>(service), catalogue))
+    explicit Application(const std::shared_ptr<ServiceHost>& host)
+        : session(std::make_unique<Session>(newMemoryLink(host), catalogue))
     {
         session->attach(client);
         session->connect();
@@ -70,9 +69,12 @@ class MemoryLinkTest : public testing::Test
 protected:
     Gate goOn;
     Journal journal;
-    ScriptedService* const script = new ScriptedService(journal); // the thread's
-    std::shared_ptr<ServiceThread> service =
-        std::make_shared<ServiceThread>(std::unique_ptr<ScriptedService>(script));
+    ScriptedService script{journal};
+    std::shared_ptr<ServiceHost> host = [this] {
+        const auto started = std::make_shared<ServiceHost>(script);
+        started->start();
+        return started;
+    }();
 };
 
 TEST_F(MemoryLinkTest, MessagesArriveWholeWhereTheyAreSentToAndOnlyThoseOfTheCatalogue)
@@ -82,10 +84,10 @@ TEST_F(MemoryLinkTest, MessagesArriveWholeWhereTheyAreSentToAndOnlyThoseOfTheCat
         answers.note(std::to_string(event.ids.messageId) + recordOf(event).text.chars);
     });
     Callback told = noteNumber(answers, "told");
-    Application first(service), second(service);
+    Application first(host), second(host);
     first.session->component().addEventHandler(answer, 0, answered.handler());
     second.session->application().addEventHandler(change, 0, told.handler());
-    script->onCommand = [](ServiceOutlet& outlet, ClientId client, const Message& command) {
+    script.onCommand = [](ServiceOutlet& outlet, ClientId client, const Message& command) {
         outlet.send(client, nullptr);
         outlet.send(client, message(ask, 0));
         outlet.send(client, message(answer, 0, std::string(70000, 'x')));
@@ -102,46 +104,51 @@ TEST_F(MemoryLinkTest, MessagesArriveWholeWhereTheyAreSentToAndOnlyThoseOfTheCat
 
 TEST_F(MemoryLinkTest, TheServiceIsCalledAgainWhenItAskedForIt)
 {
-    Application application(service);
-    script->onCommand = [&](ServiceOutlet&, ClientId, const Message&) {
-        script->due = std::chrono::steady_clock::now() + std::chrono::milliseconds(5);
+    Application application(host);
+    script.onCommand = [&](ServiceOutlet&, ClientId, const Message&) {
+        script.due = std::chrono::steady_clock::now() + std::chrono::milliseconds(5);
     };
     application.send(1);
     EXPECT_THAT(journal.await(2), ElementsAre("1", "due"));
 }
 
-TEST_F(MemoryLinkTest, BadFramesAndAFailingServiceAreReportedAndTheConnectionLivesOn)
+TEST_F(MemoryLinkTest, ARefusedFrameCostsItsSenderTheConnection)
 {
-    ScriptedService failing(journal);
-    failing.onCommand = [](auto&&...) { throw std::runtime_error("service failed"); };
     DebugLines lines;
-    ServiceServer server(failing);
-    server.start();
-    const ClientId client = server.connected(nullptr);
-    for (const FrameBytes& frame : {FrameBytes(), encoded(*message(answer, 0)),
-                                    encoded(*message(ask, 1)), encoded(*message(ask, 2))})
-        server.frameReceived(client, frame);
+    Linked linked(newMemoryLink(host));
+    linked.journal.await(1);
+    EXPECT_EQ(-EBADMSG, linked.link->send(FrameBytes{0, 0, 0, 36}));
+    EXPECT_EQ(0, linked.link->send(encoded(*message(answer, 0))));
+    EXPECT_THAT(linked.journal.await(2), ElementsAre("up", "down " + std::to_string(EBADMSG)));
+    EXPECT_EQ(-ENOTCONN, linked.link->send(encoded(*message(ask, 0))));
+    EXPECT_THAT(lines.await(2), ElementsAre(HasSubstr("not a command"), HasSubstr("dropped")));
+    EXPECT_EQ(1U, host->counters().framesRefused);
+    EXPECT_EQ(1U, host->counters().clientsDropped);
+}
+
+TEST_F(MemoryLinkTest, AnExceptionOutOfTheServiceCostsNobodyTheConnection)
+{
+    script.onCommand = [](auto&&...) { throw std::runtime_error("service failed"); };
+    DebugLines lines;
+    Application application(host);
+    EXPECT_EQ(0, application.send(1));
+    EXPECT_EQ(0, application.send(2));
     EXPECT_THAT(journal.await(2), ElementsAre("1", "2"));
-    EXPECT_THAT(lines.await(4),
-                ElementsAre(HasSubstr("shorter than a header"), HasSubstr("not a command"),
-                            HasSubstr("commandReceived: service failed"),
-                            HasSubstr("commandReceived: service failed")));
-    EXPECT_EQ(2U, server.counters().framesRefused);
+    EXPECT_THAT(lines.await(2), testing::Each(HasSubstr("commandReceived: service failed")));
 }
 
 TEST_F(MemoryLinkTest, CommandsAreQueuedUpToALimitAndReachTheServiceAlsoAfterTheEnd)
 {
-    script->onCommand = [this](auto&&...) { goOn.pass(); };
-    Application application(service);
+    script.onCommand = [this](auto&&...) { goOn.pass(); };
+    Application application(host);
     ASSERT_EQ(0, application.send(1));
     journal.await(1);
     for (int i = 0; i < 1024; ++i)
         ASSERT_EQ(0, application.send(2));
     EXPECT_EQ(-EAGAIN, application.send(3));
-    EXPECT_EQ(1025U, application.session->counters().framesSent);
     application.session.reset();
     goOn.open();
-    service.reset();
+    host.reset();
     EXPECT_EQ("gone 1", journal.await(1026).back());
 }
 
@@ -149,9 +156,9 @@ TEST_F(MemoryLinkTest, AClientThatDoesNotKeepUpIsDisconnectedAndMayConnectAgain)
 {
     Gate entered;
     Callback slow([&](const Message&) { entered.open(), goOn.pass(); });
-    Application application(service);
+    Application application(host);
     application.session->application().addEventHandler(change, 0, slow.handler());
-    script->onCommand = [](ServiceOutlet& outlet, ClientId client, const Message& command) {
+    script.onCommand = [](ServiceOutlet& outlet, ClientId client, const Message& command) {
         for (std::uint32_t i = 0; i < recordOf(command).number; ++i)
             outlet.send(client, message(change, 0));
     };
@@ -171,11 +178,11 @@ TEST_F(MemoryLinkTest, AClientThatDoesNotKeepUpIsDisconnectedAndMayConnectAgain)
 
 TEST_F(MemoryLinkTest, ThreadsMaySendRegisterAttachAndReconnectAllAtOnce)
 {
-    script->onCommand = [](ServiceOutlet& outlet, ClientId client, const Message&) {
+    script.onCommand = [](ServiceOutlet& outlet, ClientId client, const Message&) {
         outlet.send(client, message(answer, 0));
     };
     std::atomic<int> answers{0};
-    Application application(service);
+    Application application(host);
     Session& session = *application.session;
 
     std::atomic<bool> done{false};

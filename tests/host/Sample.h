@@ -1,18 +1,24 @@
 #ifndef TESTS_HOST_SAMPLE_H
 #define TESTS_HOST_SAMPLE_H
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstring>
 #include <functional>
 #include <mutex>
 #include <string>
+#include <thread>
 
+#include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/post.hpp>
+#include <fabric-host/Link.h>
 #include <fabric-host/DebugSink.h>
 #include <fabric-host/Session.h>
 #include <gmock/gmock.h>
 
-#include "Frame.h"
+#include "codec/Frame.h"
 
 namespace sample {
 
@@ -23,6 +29,7 @@ using Message = fabric::SerializableMessageEvent;
 using fabric::host::decodeFrame;
 using fabric::host::encodeFrame;
 using fabric::host::FrameBytes;
+using fabric::host::FrameView;
 using fabric::host::Session;
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -95,7 +102,8 @@ inline std::unique_ptr<Message> message(const MsgMeta& meta, std::uint32_t numbe
 inline FrameBytes encoded(const Message& event)
 {
     FrameBytes frame;
-    EXPECT_EQ(0, encodeFrame(event, frame));
+    std::string reason;
+    EXPECT_EQ(0, encodeFrame(event, catalogue, frame, reason)) << reason;
     return frame;
 }
 
@@ -176,6 +184,36 @@ struct Client final : fabric::ClientInterface
     Journal& journal;
     const std::string name;
     std::function<void(const std::string&)> also = [](const std::string&) {};
+};
+
+/// A link in use, with a loop and a listener in the place of a session's.
+struct Linked final : fabric::host::LinkListener
+{
+    explicit Linked(std::unique_ptr<fabric::host::Link> used) : link(std::move(used))
+    {
+        boost::asio::post(loop, [this] { link->open(loop, *this); });
+    }
+    ~Linked()
+    {
+        boost::asio::post(loop, [this] {
+            link->close();
+            loop.stop();
+        });
+        thread.join();
+    }
+
+    void linkUp() override { journal.note("up"); }
+    void linkFailed(int error) override { journal.note("failed " + std::to_string(error)); }
+    void linkDown(int reason) override { journal.note("down " + std::to_string(reason)); }
+    bool frameReceived(FrameView) override { return journal.note("frame"), !refuses; }
+
+    Journal journal;
+    std::atomic<bool> refuses{false};
+    boost::asio::io_context loop;
+    boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work{
+        loop.get_executor()};
+    const std::unique_ptr<fabric::host::Link> link;
+    std::thread thread{[this] { loop.run(); }};
 };
 
 /// The host platform's lines about trouble, as long as it lives.

@@ -1,11 +1,14 @@
 #include "Sample.h"
 
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/post.hpp>
 #include <boost/weak_ptr.hpp>
 #include <fabric/EventHandlerIdSet.h>
 
 #include <atomic>
 #include <cerrno>
 #include <list>
+#include <system_error>
 #include <thread>
 
 namespace {
@@ -16,21 +19,46 @@ using testing::AllOf;
 /// A session's link, in the hands of the test.
 struct WireLink : fabric::host::Link
 {
-    void open(fabric::host::LinkListener& opener) override
+    void open(boost::asio::io_context& opened, fabric::host::LinkListener& opener) override
     {
-        if (failing)
-            throw std::runtime_error("no thread");
-        listener = &opener, ++opened;
+        if (failure)
+            throw std::system_error(failure, std::generic_category());
+        loop = &opened;
+        listener = &opener;
+        journal.note("open");
     }
-    void close() override {}
-    int send(const FrameBytes& frame) override { return onSend ? onSend(frame) : 0; }
-    void frameRefused(std::uint32_t connection) noexcept override { refused.push_back(connection); }
+    void close() override { journal.note("close"); }
+    int send(FrameView frame) override { return onSend ? onSend(frame) : 0; }
 
-    fabric::host::LinkListener* listener = nullptr;
-    int opened = 0;
-    std::vector<std::uint32_t> refused; // connections
-    bool failing = false;
-    std::function<int(const FrameBytes&)> onSend;
+    template <class Call>
+    void report(Call call)
+    {
+        journal.await(1);
+        boost::asio::post(*loop, [this, call] { call(*listener); });
+    }
+    void up()
+    {
+        report([](auto& told) { told.linkUp(); });
+    }
+    void failed(int error)
+    {
+        report([=](auto& told) { told.linkFailed(error); });
+    }
+    void down(int reason)
+    {
+        report([=](auto& told) { told.linkDown(reason); });
+    }
+    void receive(const FrameBytes& frame)
+    {
+        report([=](auto& told) { refusals += !told.frameReceived(frame); });
+    }
+
+    std::atomic<boost::asio::io_context*> loop{nullptr};
+    std::atomic<fabric::host::LinkListener*> listener{nullptr};
+    Journal journal;
+    std::atomic<int> refusals{0};
+    std::atomic<int> failure{0};
+    std::function<int(FrameView)> onSend;
 };
 
 class SessionTest : public testing::Test
@@ -51,14 +79,15 @@ protected:
 
     void receive(const MsgMeta& meta, std::uint32_t number)
     {
-        ASSERT_TRUE(wire->listener->frameReceived(encoded(*message(meta, number))));
+        wire->receive(encoded(*message(meta, number)));
     }
 
     /// Waits until everything that has been received is carried out.
     void settle()
     {
-        Client last(journal);
-        session->detach(last);
+        Gate settled;
+        wire->report([&](auto&) { settled.open(); });
+        settled.pass();
     }
 
     Journal journal;
@@ -75,18 +104,19 @@ TEST_F(SessionTest, ReportsAndMessagesArriveInOrderAndBadFramesAreRefused)
 {
     onAnswer(noteNumber(journal, "answer"));
     DebugLines lines;
-    wire->listener->linkFailed(ECONNREFUSED);
-    const std::uint32_t first = wire->listener->linkUp();
-    wire->listener->frameReceived(FrameBytes{1, 2, 3});
+    wire->failed(ECONNREFUSED);
+    wire->up();
+    wire->receive(FrameBytes{1, 2, 3});
     receive(answer, 1);
-    wire->listener->linkDown(EPIPE);
+    wire->down(EPIPE);
+    settle();
     session->connect();
-    const std::uint32_t second = wire->listener->linkUp();
-    EXPECT_NE(first, second);
+    wire->up();
     receive(ask, 1); // a command is not for an application
     receive(answer, 2);
-    wire->listener->linkDown(ECONNRESET);
-    wire->listener->linkUp(); // on its own
+    wire->down(ECONNRESET);
+    wire->up(); // on its own
+    settle();
     session->connect();
     session->disconnect();
     session->disconnect();
@@ -96,22 +126,39 @@ TEST_F(SessionTest, ReportsAndMessagesArriveInOrderAndBadFramesAreRefused)
                             "disconnected " + std::to_string(EPIPE), "connected", "answer 2",
                             "disconnected " + std::to_string(ECONNRESET), "connected",
                             "disconnected 0"));
-    EXPECT_EQ(2, wire->opened);
+    EXPECT_THAT(wire->journal.await(4), ElementsAre("open", "close", "open", "close"));
     EXPECT_THAT(lines.await(3),
                 ElementsAre(HasSubstr("not connected"), HasSubstr("shorter than a header"),
                             HasSubstr("refused: a command")));
     EXPECT_EQ(2U, session->counters().framesRefused);
-    EXPECT_THAT(wire->refused, ElementsAre(first, second));
+    EXPECT_EQ(2, wire->refusals);
 }
 
-TEST_F(SessionTest, AConnectionThatCouldNotBeOpenedCanBeOpenedLater)
+TEST_F(SessionTest, AConnectionThatCannotBeOpenedIsReportedAsFailed)
 {
-    wire->listener->linkDown(EPIPE);
-    wire->failing = true;
-    EXPECT_THROW(session->connect(), std::runtime_error);
-    wire->failing = false;
+    wire->down(EPIPE);
+    settle();
+    wire->failure = EMFILE;
     session->connect();
-    EXPECT_EQ(2, wire->opened);
+    EXPECT_THAT(journal.await(1), ElementsAre("failed " + std::to_string(EMFILE)));
+    wire->failure = 0;
+    session->connect();
+    EXPECT_THAT(wire->journal.await(3), ElementsAre("open", "close", "open"));
+}
+
+TEST_F(SessionTest, ADisconnectedSessionTakesNoCommandsAtOnce)
+{
+    wire->up();
+    settle();
+    MsgIds ids;
+    EXPECT_EQ(0, application.sendEvent(ids, 0, message(ask, 1).release()));
+    session->disconnect();
+    EXPECT_EQ(-ENOTCONN, application.sendEvent(ids, 0, message(ask, 1).release()));
+    session->connect();
+    wire->journal.await(3);
+    wire->up();
+    journal.await(3);
+    EXPECT_EQ(0, application.sendEvent(ids, 0, message(ask, 1).release()));
 }
 
 TEST_F(SessionTest, AMessageGoesToItsHandlersInOrderOfRegistration)
@@ -163,7 +210,7 @@ TEST_F(SessionTest, EveryOutcomeOfASendReleasesTheMessageAndOnlySuccessLeavesIds
     for (auto& row : rows) {
         DebugLines lines;
         MsgIds ids = {1, 1};
-        wire->onSend = [&](const FrameBytes& frame) {
+        wire->onSend = [&](FrameView frame) {
             std::string reason;
             EXPECT_EQ(ids, decodeFrame(frame, catalogue, reason)->ids) << "not there in time";
             return row.result;
@@ -240,7 +287,7 @@ TEST_F(SessionTest, ExceptionsOutOfCallbacksAreReportedByNameAndContained)
         callbacks.pop_back();
         throw std::runtime_error("last words");
     });
-    wire->listener->linkUp();
+    wire->up();
     receive(answer, 1);
     EXPECT_THAT(lines.await(4),
                 ElementsAre(AllOf(HasSubstr(typeid(Client).name()), HasSubstr("bad report")),
@@ -256,11 +303,11 @@ TEST_F(SessionTest, ClientsMayAttachAndDetachAtAnyTimeAndAreToldInStep)
 {
     Client late(journal, "late ");
     session->attach(client);
-    wire->listener->linkUp();
+    wire->up();
     session->attach(late);
     settle();
     session->detach(client);
-    wire->listener->linkDown(1);
+    wire->down(1);
     session->detach(late);
     session->attach(client);
     session->detach(client);
@@ -283,16 +330,16 @@ TEST_F(SessionTest, CallbacksMayUseTheWholeSession)
         session->disconnect();
         session->connect();
     };
-    wire->listener->linkUp();
-    EXPECT_THAT(journal.await(4), ElementsAre("connected", "disconnected 0", "inner connected",
-                                              "inner disconnected 0"));
+    wire->up();
+    EXPECT_THAT(wire->journal.await(3), ElementsAre("open", "close", "open"));
+    wire->up();
+    EXPECT_THAT(journal.await(3), ElementsAre("connected", "disconnected 0", "inner connected"));
     session->detach(inner);
-    EXPECT_EQ(2, wire->opened);
 }
 
 TEST_F(SessionTest, DestroyingASessionWaitsForTheRunningHandlerAndTellsItsClients)
 {
-    wire->listener->linkUp();
+    wire->up();
     Gate entered;
     onAnswer([&, raw = session.get()](const Message&) {
         entered.open();

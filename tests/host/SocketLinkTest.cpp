@@ -1,6 +1,6 @@
-#include "SocketLink.h"
 #include "Sample.h"
-#include "SocketServer.h"
+
+#include <fabric-host/ServiceHost.h>
 
 #include <sys/socket.h>
 #include <unistd.h>
@@ -46,19 +46,15 @@ private:
 class Served
 {
 public:
-    explicit Served(const std::string& path) : server(service, path) {}
-    ~Served()
+    explicit Served(const std::string& path)
     {
-        server.stop();
-        thread.join();
+        host.listen(path);
+        host.start();
     }
-    Served(const Served&) = delete;
-    Served& operator=(const Served&) = delete;
 
 private:
     EchoService service;
-    SocketServer server;
-    std::thread thread{[this] { server.run(); }};
+    ServiceHost host{service};
 };
 
 struct Folder
@@ -79,7 +75,7 @@ TEST(SocketLinkTest, AnApplicationFindsItsServiceWheneverThatIsThere)
     Callback answered([&](const Message& event) {
         journal.note(std::to_string(recordOf(event).number) + recordOf(event).text.chars);
     });
-    Session session(std::make_unique<SocketLink>(path), sample::catalogue);
+    Session session(newSocketLink(path), sample::catalogue);
     session.component().addEventHandler(answer, 0, answered.handler());
     session.attach(client);
     session.connect();
@@ -104,46 +100,28 @@ TEST(SocketLinkTest, AnApplicationFindsItsServiceWheneverThatIsThere)
     session.detach(client);
 }
 
-/// In the place of a session.
-struct Listener final : LinkListener
-{
-    std::uint32_t linkUp() override { return journal.note("up"), ++last; }
-    void linkFailed(int) override {}
-    void linkDown(int reason) override { journal.note("down " + std::to_string(reason)); }
-    bool frameReceived(const FrameBytes&) override { return journal.note("frame"), true; }
-
-    std::uint32_t last = 0;
-    Journal journal;
-};
-
 /// A link that has found its service.
-struct Linked
+struct Found
 {
-    Linked()
-    {
-        link.open(listener);
-        listener.journal.await(1);
-    }
-    ~Linked() { link.close(); }
+    Found() { linked.journal.await(1); }
 
     const Folder folder;
     const std::string path = folder.name + std::string("/socket");
     const Served served{path};
-    Listener listener;
-    SocketLink link{path};
+    Linked linked{newSocketLink(path)};
 };
 
-TEST(SocketLinkTest, ARefusalEndsTheConnectionThatTheFrameCameFromAndNoOther)
+TEST(SocketLinkTest, ARefusedFrameEndsTheConnectionAndTheNextOneIsTried)
 {
-    Linked linked;
+    Found found;
+    Linked& linked = found.linked;
+    linked.refuses = true;
     const FrameBytes command = encoded(*message(ask, 1));
-    EXPECT_EQ(0, linked.link.send(command));
-    linked.listener.journal.await(2);
-    linked.link.frameRefused(1);
-    linked.listener.journal.await(4);
-    linked.link.frameRefused(1);
-    EXPECT_EQ(0, linked.link.send(command));
-    EXPECT_THAT(linked.listener.journal.await(5),
+    EXPECT_EQ(0, linked.link->send(command));
+    linked.journal.await(4);
+    linked.refuses = false;
+    EXPECT_EQ(0, linked.link->send(command));
+    EXPECT_THAT(linked.journal.await(5),
                 ElementsAre("up", "frame", "down " + std::to_string(EBADMSG), "up", "frame"));
 }
 
@@ -160,9 +138,9 @@ int inheritedSockets()
 TEST(SocketLinkTest, ProgramsThatAreStartedInBetweenHoldNoConnection)
 {
     const int before = inheritedSockets();
-    Linked linked;
-    EXPECT_EQ(0, linked.link.send(encoded(*message(ask, 1))));
-    linked.listener.journal.await(2); // so that the service has accepted it
+    Found found;
+    EXPECT_EQ(0, found.linked.link->send(encoded(*message(ask, 1))));
+    found.linked.journal.await(2); // so that the service has accepted it
     EXPECT_EQ(before, inheritedSockets());
 }
 

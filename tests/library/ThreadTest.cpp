@@ -6,9 +6,9 @@
 #include <memory>
 #include <thread>
 
+#include <fabric-host/ServiceHost.h>
 #include <fabric-host/Session.h>
 
-#include "MemoryLink.h"
 
 namespace {
 
@@ -81,9 +81,10 @@ protected:
 
 TEST(Threads, SendWhileTheConnectionComesAndGoes)
 {
-    auto service =
-        std::make_shared<fabric::host::ServiceThread>(std::make_unique<AnsweringService>());
-    Session session(std::make_unique<fabric::host::MemoryLink>(service), rowCatalogue);
+    AnsweringService service;
+    const auto host = std::make_shared<fabric::host::ServiceHost>(service);
+    host->start();
+    Session session(fabric::host::newMemoryLink(host), rowCatalogue);
     AskingAdapter adapter(session.application(), session.component());
     adapter.setServiceInterface(&session.service());
     const fabric::host::Attachment attachment(session, adapter);

@@ -10,13 +10,18 @@
 namespace fabric {
 namespace host {
 
+/// The kinds of a message, as they stand in an identity.
+constexpr std::uint8_t kindCommand = 0;
+constexpr std::uint8_t kindNotification = 1;
+constexpr std::uint8_t kindReply = 2;
+
 /// One message that a service and its applications exchange.
 struct MessageType
 {
     const char* name; ///< for debug lines and logs
     std::uint32_t resourceId;
     std::uint32_t operationId;
-    std::uint8_t kind;             ///< 0 command, 1 notification, 2 reply
+    std::uint8_t kind;
     const nubEndianTable_t* table; ///< the table of its record
 };
 

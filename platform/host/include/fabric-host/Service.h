@@ -63,11 +63,6 @@ public:
     virtual TimePoint runDue() = 0;
 };
 
-/// The service that a host application talks to when it names no other, and the messages that it
-/// has. Declared by the host platform, defined by whoever brings the service.
-std::unique_ptr<Service> createService();
-const MessageCatalogue& serviceCatalogue();
-
 } // namespace host
 } // namespace fabric
 

@@ -35,22 +35,25 @@ constexpr bool isFrameLength(std::size_t length) noexcept
     return length >= frameHeaderSize && length <= maxFrameSize;
 }
 
-/// Whether a frame is one by its length and its version, whatever is in it.
-bool isFrame(const FrameBytes& frame) noexcept;
+/// The length that a frame of at least four bytes gives.
+inline std::size_t lengthOfFrame(const std::uint8_t* start) noexcept
+{
+    return std::size_t{start[0]} << 24 | std::size_t{start[1]} << 16 | std::size_t{start[2]} << 8 |
+           std::size_t{start[3]};
+}
 
-/// Whether the message's identity is in the catalogue and its record is the one of that identity.
-FABRIC_API bool belongsTo(const MessageCatalogue& catalogue, const SerializableMessageEvent& event,
-                          std::string& reason);
-
-/// Writes a message that belongs to its catalogue. A string without characters travels as an empty
-/// one, whatever its length says. Returns 0, or -EMSGSIZE when the frame would be too long.
-FABRIC_API int encodeFrame(const SerializableMessageEvent& event, FrameBytes& frame);
+/// Writes a message of the catalogue as a frame. A string without characters travels as an empty
+/// one, whatever its length says. Returns 0, or a negative error number: -EINVAL for an identity
+/// that the catalogue does not have or another record than that identity's, -EMSGSIZE for a message
+/// that is longer than a frame; `reason` then says what was wrong.
+FABRIC_API int encodeFrame(const SerializableMessageEvent& event, const MessageCatalogue& catalogue,
+                           FrameBytes& frame, std::string& reason);
 
 /// Builds the message that a frame holds, in host byte order; each of its strings has `chars`, with
-/// a NUL behind them, an empty one too. Null for a frame that is not valid: `reason` then tells
-/// what was wrong. Trusts nothing in the frame, and allocates no more than its size calls for.
+/// a NUL behind them, an empty one too. Null for a frame that is not valid: `reason` then says what
+/// was wrong. Trusts nothing in the frame, and allocates no more than its size calls for.
 FABRIC_API std::unique_ptr<SerializableMessageEvent>
-decodeFrame(const FrameBytes& frame, const MessageCatalogue& catalogue, std::string& reason);
+decodeFrame(FrameView frame, const MessageCatalogue& catalogue, std::string& reason);
 
 } // namespace host
 } // namespace fabric

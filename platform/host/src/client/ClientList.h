@@ -2,6 +2,7 @@
 #define FABRIC_HOST_CLIENT_LIST_H
 
 #include <atomic>
+#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <mutex>
@@ -18,24 +19,31 @@ namespace host {
 class ClientList
 {
 public:
-    /// Any thread; ignores a client that is in the list. Whoever calls it sees to it that
-    /// reportStanding() is called afterwards.
+    /// Any thread; ignores a client that is in the list. reportStanding() has to follow on the
+    /// dispatch thread. Throws std::bad_alloc; the list is unchanged then.
     void attach(ClientInterface& client);
 
     /// Takes the client out and tells it that the connection is gone, if it has been told that it
     /// stands. On the dispatch thread.
-    void detach(ClientInterface& client);
+    void detach(ClientInterface& client) noexcept;
+
+    /// The same in three steps, for another thread: it begins, has the dispatch thread call
+    /// detachLeaving(), and waits for that. beginDetach() is false for an unknown client.
+    bool beginDetach(ClientInterface& client) noexcept;
+    void detachLeaving() noexcept;
+    void awaitDetached(ClientInterface& client) noexcept;
+
     void detachAll();
 
     void reportUp();
     void reportFailed(int error);
     void reportDown(int reason);
 
-    /// Tells those who have been attached to a connection that stands already.
+    /// Tells the clients that were attached to a connection that stands already.
     void reportStanding();
 
     /// Out of reports, so far. Any thread.
-    std::uint64_t exceptions() const noexcept { return exceptionsCaught; }
+    std::uint64_t exceptions() const noexcept { return exceptions_; }
 
 private:
     struct Entry
@@ -43,7 +51,12 @@ private:
         ClientInterface* client;
         std::uint64_t serial; // ascending, so that a list that changes can be walked
         bool told;            // that the connection stands
+        bool leaving;         // another thread waits for its end
     };
+    using Entries = std::vector<Entry>;
+
+    /// With the mutex held.
+    Entries::iterator find(const ClientInterface& client) noexcept;
 
     /// Calls `report` with each client whose `told` is `from`, having made it `to`.
     template <typename Report>
@@ -53,11 +66,12 @@ private:
     template <typename Report>
     void call(ClientInterface& client, Report report);
 
-    std::mutex mutex;
-    std::vector<Entry> entries;
-    std::uint64_t lastSerial = 0;
-    bool standing = false; // dispatch thread only
-    std::atomic<std::size_t> exceptionsCaught{0};
+    std::mutex mutex_;
+    std::condition_variable left_;
+    Entries entries_;
+    std::uint64_t lastSerial_ = 0;
+    bool standing_ = false; // dispatch thread only
+    std::atomic<std::size_t> exceptions_{0};
 };
 
 } // namespace host

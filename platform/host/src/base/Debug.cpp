@@ -11,16 +11,17 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <charconv>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
-#include <limits>
 #include <mutex>
 #include <stdexcept>
+#include <string_view>
+#include <system_error>
 #include <utility>
-#include <vector>
 
-#include "Contained.h"
+#include "Guarded.h"
 
 namespace fabric {
 namespace host {
@@ -54,58 +55,59 @@ Sink& sink()
 }
 
 /// Reads a decimal number of 16 bits.
-bool readNumber(const std::string& text, std::uint32_t& number)
+bool readNumber(std::string_view text, std::uint32_t& number) noexcept
 {
-    const bool digits =
-        std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
-    if (text.empty() || !digits || text.size() > 5)
-        return false;
-    number = static_cast<std::uint32_t>(std::stoul(text));
-    return number <= std::numeric_limits<std::uint16_t>::max();
+    const char* const end = text.data() + text.size();
+    const auto [rest, error] = std::from_chars(text.data(), end, number);
+    return error == std::errc() && rest == end && number <= 0xffff;
 }
 
-bool readSwitch(const std::string& part, Switch& result)
+bool readSwitch(std::string_view part, Switch& result) noexcept
 {
     const std::size_t colon = part.find(':');
-    if (colon == std::string::npos)
-        return false;
-    const std::string category = part.substr(0, colon);
     std::uint32_t level = 0;
-    if (!readNumber(part.substr(colon + 1), level))
+    if (colon == std::string_view::npos || !readNumber(part.substr(colon + 1), level))
         return false;
+    const std::string_view category = part.substr(0, colon);
     result = {category == "*", 0, level + 1};
     return result.everyCategory || readNumber(category, result.category);
 }
 
-/// Takes `text` apart; a part that cannot be read goes to `unreadable`.
-template <typename Unreadable>
-std::vector<Switch> readSwitches(const std::string& text, Unreadable unreadable)
+/// Takes `text` apart, without memory: debug lines are asked for where none may be had. Calls
+/// `take` with each switch, and `unreadable` with a part that is not one.
+template <typename Take, typename Unreadable>
+void forEachSwitch(std::string_view text, Take take, Unreadable unreadable)
 {
-    std::vector<Switch> switches;
-    for (std::size_t begin = 0; begin < text.size();) {
-        const std::size_t end = std::min(text.find(',', begin), text.size());
-        const std::string part = text.substr(begin, end - begin);
+    while (!text.empty()) {
+        const std::string_view part = text.substr(0, text.find(','));
+        text.remove_prefix(std::min(part.size() + 1, text.size()));
         Switch read = {};
         if (readSwitch(part, read))
-            switches.push_back(read);
+            take(read);
         else
             unreadable(part);
-        begin = end + 1;
     }
-    return switches;
 }
 
-/// The switches of single categories count more than `*`, wherever they stand.
-void apply(const std::vector<Switch>& switches) noexcept
+/// The switches of single categories count more than `*`, wherever they stand; what cannot be read
+/// is left out.
+void apply(std::string_view switches) noexcept
 {
+    const auto ignore = [](std::string_view) {};
     std::uint32_t everywhere = 0;
-    for (const Switch& each : switches)
-        everywhere = each.everyCategory ? each.limit : everywhere;
+    forEachSwitch(
+        switches,
+        [&](const Switch& each) { everywhere = each.everyCategory ? each.limit : everywhere; },
+        ignore);
     for (std::atomic<std::uint32_t>& limit : limits)
         limit.store(everywhere, std::memory_order_relaxed);
-    for (const Switch& each : switches)
-        if (!each.everyCategory)
-            limits[each.category].store(each.limit, std::memory_order_relaxed);
+    forEachSwitch(
+        switches,
+        [](const Switch& each) {
+            if (!each.everyCategory)
+                limits[each.category].store(each.limit, std::memory_order_relaxed);
+        },
+        ignore);
 }
 
 /// Keeps a thread that is being cancelled from being so inside: who writes a line may be noexcept.
@@ -128,11 +130,20 @@ void readEnvironment() noexcept
     static const bool done = [] {
         const Uncancelled complaining;
         const char* const text = std::getenv("NUB_DEBUG");
-        if (text && *text)
-            apply(readSwitches(text, [](const std::string& part) {
-                std::fprintf(stderr, "NUB_DEBUG: cannot read '%s', CATEGORY:LEVEL expected\n",
-                             printable(part).c_str());
-            }));
+        if (!text || !*text)
+            return true;
+        apply(text);
+        forEachSwitch(
+            text, [](const Switch&) {},
+            [](std::string_view part) {
+                callGuarded(
+                    [&] {
+                        std::fprintf(stderr,
+                                     "NUB_DEBUG: cannot read '%s', CATEGORY:LEVEL expected\n",
+                                     printable(std::string(part)).c_str());
+                    },
+                    [](const char*) {}); // without memory to show it, it is ignored in silence
+            });
         return true;
     }();
     static_cast<void>(done);
@@ -150,7 +161,7 @@ bool writeToSink(std::uint32_t code, const char* line, std::size_t length)
     Sink& target = sink();
     const std::lock_guard<std::mutex> lock(target.mutex);
     return target.call &&
-           contained([&] { target.call(code, std::string(line, length)); }, [](const char*) {});
+           callGuarded([&] { target.call(code, std::string(line, length)); }, [](const char*) {});
 }
 
 void writePlainLine(std::uint32_t code, const char* line, std::size_t length)
@@ -175,7 +186,7 @@ void writeLine(std::uint32_t code, const char* line, std::size_t length)
     const char* const end = line + length - (line[length - 1] == '\n' ? 1 : 0);
     if (std::all_of(line, end, [](char c) { return c >= ' ' && c <= '~'; }))
         return writePlainLine(code, line, length);
-    contained(
+    callGuarded(
         [&] {
             const std::string shown = printable(std::string(line, end)) + '\n';
             writePlainLine(code, shown.data(), shown.size());
@@ -217,10 +228,13 @@ void setDebugSink(DebugSink newSink)
 void setDebugSwitches(const std::string& switches)
 {
     readEnvironment(); // which must not come later and undo this
-    apply(readSwitches(switches, [](const std::string& part) {
-        throw std::invalid_argument("debug switches: cannot read '" + part +
-                                    "', CATEGORY:LEVEL expected");
-    }));
+    forEachSwitch(
+        switches, [](const Switch&) {},
+        [](std::string_view part) {
+            throw std::invalid_argument("debug switches: cannot read '" + std::string(part) +
+                                        "', CATEGORY:LEVEL expected");
+        });
+    apply(switches);
 }
 
 void log(LogLevel level, const char* form, ...) noexcept

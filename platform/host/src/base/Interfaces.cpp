@@ -16,12 +16,10 @@ namespace host {
 
 Link::~Link() = default;
 
-bool Link::triesAgain() const noexcept
+bool Link::reconnects() const noexcept
 {
     return false;
 }
-
-void Link::frameRefused(std::uint32_t) noexcept {}
 
 Service::~Service() = default;
 

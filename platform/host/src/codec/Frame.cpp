@@ -1,5 +1,6 @@
 #include "Frame.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -125,34 +126,34 @@ inline std::uint32_t kindAndVersion(std::uint8_t kind) noexcept
     return std::uint32_t{kind} << 24 | std::uint32_t{frameVersion} << 16;
 }
 
-/// Why it is none.
-std::string headerFault(const FrameBytes& frame)
+/// Whether length, version and reserved bytes are valid; does not look at the body.
+bool isFrame(FrameView frame) noexcept
 {
-    const std::string start = "frame of " + std::to_string(frame.size()) + " bytes ";
-    if (frame.size() < sizeof(std::uint32_t))
+    return isFrameLength(frame.size) && get(frame.data) == frame.size &&
+           get(frame.data + 16) == kindAndVersion(frame.data[16]);
+}
+
+/// Describes what is wrong with a header that isFrame() rejects.
+std::string headerFault(FrameView frame)
+{
+    const std::string start = "frame of " + std::to_string(frame.size) + " bytes ";
+    if (frame.size < sizeof(std::uint32_t))
         return start + "is shorter than a header";
-    const std::size_t length = get(frame.data());
+    const std::size_t length = get(frame.data);
     std::string given = start + "gives its length as " + std::to_string(length);
     if (!isFrameLength(length))
         return given + ", not " + std::to_string(frameHeaderSize) + " to " +
                std::to_string(maxFrameSize);
-    if (length != frame.size())
+    if (length != frame.size)
         return given;
-    if (frame[17] != frameVersion)
-        return "unknown version " + std::to_string(frame[17]);
+    if (frame.data[17] != frameVersion)
+        return "unknown version " + std::to_string(frame.data[17]);
     return "reserved bytes are not zero";
 }
 
-} // namespace
-
-bool isFrame(const FrameBytes& frame) noexcept
-{
-    return isFrameLength(frame.size()) && get(frame.data()) == frame.size() &&
-           get(frame.data() + 16) == kindAndVersion(frame[16]);
-}
-
-bool belongsTo(const MessageCatalogue& catalogue, const SerializableMessageEvent& event,
-               std::string& reason)
+/// Whether the message's identity is in the catalogue, and its record the one of that identity.
+bool validate(const SerializableMessageEvent& event, const MessageCatalogue& catalogue,
+              std::string& reason)
 {
     const MessageType* const type = typeOf(event.meta, catalogue, reason);
     if (!type)
@@ -169,19 +170,24 @@ bool belongsTo(const MessageCatalogue& catalogue, const SerializableMessageEvent
     return true;
 }
 
-int encodeFrame(const SerializableMessageEvent& event, FrameBytes& frame)
+} // namespace
+
+int encodeFrame(const SerializableMessageEvent& event, const MessageCatalogue& catalogue,
+                FrameBytes& frame, std::string& reason)
 {
+    if (!validate(event, catalogue, reason))
+        return -EINVAL;
     const RecordShape& shape = RecordShape::of(*event.data->endianTable);
     const std::uint8_t* const record = static_cast<const std::uint8_t*>(event.data->payload);
     std::size_t size = frameHeaderSize + shape.frameSize;
     for (const std::uint32_t offset : shape.strings) {
         const std::uint32_t length = stringAt(record + offset).length;
-        if (length > maxFrameSize)
-            return -EMSGSIZE;
-        size += length;
+        size += std::min<std::size_t>(length, maxFrameSize + 1);
     }
-    if (size > maxFrameSize)
+    if (size > maxFrameSize) {
+        reason = "longer than a frame";
         return -EMSGSIZE;
+    }
     frame.resize(size);
 
     std::uint8_t* out = put(frame.data(), static_cast<std::uint32_t>(size));
@@ -218,14 +224,14 @@ int encodeFrame(const SerializableMessageEvent& event, FrameBytes& frame)
 }
 
 std::unique_ptr<SerializableMessageEvent>
-decodeFrame(const FrameBytes& frame, const MessageCatalogue& catalogue, std::string& reason)
+decodeFrame(FrameView frame, const MessageCatalogue& catalogue, std::string& reason)
 {
     if (!isFrame(frame)) {
         reason = headerFault(frame);
         return nullptr;
     }
 
-    const std::uint8_t* const header = frame.data();
+    const std::uint8_t* const header = frame.data;
     const MsgMeta meta = {get(header + 4), get(header + 8), get(header + 12), header[16]};
     const MessageType* const type = typeOf(meta, catalogue, reason);
     if (!type)
@@ -235,7 +241,7 @@ decodeFrame(const FrameBytes& frame, const MessageCatalogue& catalogue, std::str
         SerializableMessageData::create(type->table->size, *type->table);
     if (const char* const fault =
             decodeBody(RecordShape::of(*type->table), static_cast<std::uint8_t*>(data->payload),
-                       header + frameHeaderSize, header + frame.size())) {
+                       header + frameHeaderSize, header + frame.size)) {
         reason = std::string(type->name) + ": " + fault;
         return nullptr;
     }

@@ -3,6 +3,7 @@
 
 #include <condition_variable>
 #include <cstdint>
+#include <map>
 #include <mutex>
 #include <vector>
 
@@ -42,27 +43,34 @@ public:
     Delivery deliver(const Event& event);
 
 private:
+    /// What messages a handler is registered for, and where.
+    struct Key
+    {
+        MsgMeta meta;
+        Receiver receiver;
+
+        bool operator<(const Key& other) const noexcept;
+    };
+
     struct Registration
     {
         int id;
-        Receiver receiver;
-        MsgMeta key;
         EventHandler handler;
-
-        bool matches(const MsgMeta& meta) const noexcept;
     };
+    using Registrations = std::vector<Registration>; // in ascending order of ids
+
     class Call;
 
-    /// The first matching one whose id lies in (after, last]; null if there is none.
-    const Registration* next(const MsgMeta& meta, int after, int last) const noexcept;
+    /// The first one for the key whose id lies in (after, last]; null if there is none.
+    const Registration* next(const Key& key, int after, int last) const noexcept;
     bool isRegistered(int id);
     bool invoke(int id, const EventHandler& handler, const Event& event);
 
-    std::mutex mutex;
-    std::condition_variable callEnded;
-    std::vector<Registration> registrations; // in ascending order of ids
-    int lastId = 0;
-    int running = 0; // the handler being called, or 0
+    std::mutex mutex_;
+    std::condition_variable callEnded_;
+    std::map<Key, Registrations> registrations_; // a key that was used once stays
+    int lastId_ = 0;
+    int running_ = 0; // the handler being called, or 0
 };
 
 } // namespace host

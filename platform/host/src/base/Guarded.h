@@ -1,5 +1,5 @@
-#ifndef FABRIC_HOST_CONTAINED_H
-#define FABRIC_HOST_CONTAINED_H
+#ifndef FABRIC_HOST_GUARDED_H
+#define FABRIC_HOST_GUARDED_H
 
 #include <cxxabi.h>
 
@@ -11,7 +11,7 @@ namespace host {
 /// Calls foreign code. An exception out of it goes to `report`, as text, and no further; false
 /// then.
 template <typename Call, typename Report>
-bool contained(Call&& call, Report&& report)
+bool callGuarded(Call&& call, Report&& report)
 {
     try {
         call();

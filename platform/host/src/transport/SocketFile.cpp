@@ -24,50 +24,65 @@ namespace {
 namespace asio = boost::asio;
 typedef asio::local::stream_protocol Protocol;
 
-/// Others hold a folder for a moment only, unless one of them has been stopped in it.
+/// Others hold a lock for a moment only, unless one of them has been stopped in it.
 constexpr std::chrono::seconds longestLock(1);
 constexpr std::chrono::milliseconds lockRetry(10);
 
-/// Returns 0 or an error number; EWOULDBLOCK when somebody else keeps the lock.
-int lockFolder(int folder)
-{
-    const auto deadline = std::chrono::steady_clock::now() + longestLock;
-    while (::flock(folder, LOCK_EX | LOCK_NB) != 0) {
-        if (errno != EWOULDBLOCK || std::chrono::steady_clock::now() >= deadline)
-            return errno;
-        std::this_thread::sleep_for(lockRetry);
-    }
-    return 0;
-}
-
-/// Holds a folder against others who replace a socket in it at the same time.
-class FolderLock
+/// Keeps services of this user from replacing the same socket at the same time. The lock is a file
+/// of its own beside the socket: a directory can be locked by anybody who may read it. Without
+/// effect where somebody else's file has the name, since only this user's services are to agree.
+class PlaceLock
 {
 public:
-    explicit FolderLock(const std::string& path)
-        : folder(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)),
-          failure(folder >= 0 ? lockFolder(folder) : errno)
+    explicit PlaceLock(const std::string& socket) : name_(socket + ".lock"), error_(acquire()) {}
+    ~PlaceLock()
     {
-    }
-    ~FolderLock()
-    {
-        if (folder >= 0)
-            ::close(folder);
+        if (file_ < 0)
+            return;
+        ::unlink(name_.c_str());
+        ::close(file_);
     }
 
-    FolderLock(const FolderLock&) = delete;
-    FolderLock& operator=(const FolderLock&) = delete;
+    PlaceLock(const PlaceLock&) = delete;
+    PlaceLock& operator=(const PlaceLock&) = delete;
 
-    /// 0 when the lock is held.
-    int error() const noexcept { return failure; }
+    /// 0, or an error number: EWOULDBLOCK when another service keeps the lock.
+    int error() const noexcept { return error_; }
 
 private:
-    const int folder;
-    const int failure;
+    int acquire()
+    {
+        const auto deadline = std::chrono::steady_clock::now() + longestLock;
+        do {
+            const int file = ::open(name_.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
+            if (file < 0)
+                return errno == EACCES || errno == ELOOP || errno == EISDIR ? 0 : errno;
+            struct stat mine = {};
+            if (::fstat(file, &mine) != 0 || mine.st_uid != ::geteuid()) {
+                ::close(file);
+                return 0;
+            }
+            struct stat named = {};
+            const bool held = ::flock(file, LOCK_EX | LOCK_NB) == 0;
+            // Its holder before may have removed it.
+            if (held && ::lstat(name_.c_str(), &named) == 0 && named.st_ino == mine.st_ino) {
+                file_ = file;
+                return 0;
+            }
+            ::close(file);
+            if (!held)
+                std::this_thread::sleep_for(lockRetry);
+        } while (std::chrono::steady_clock::now() < deadline);
+        return EWOULDBLOCK;
+    }
+
+    const std::string name_;
+    int file_ = -1;
+    const int error_;
 };
 
-/// Not one of those that a program inherits: it would keep the connection from ending. Returns 0 or
-/// an error number.
+/// Close-on-exec: a child that inherited the socket would keep the connection open. Returns 0 or an
+/// error number.
 template <class Socket>
 int openSocket(Socket& socket)
 {
@@ -81,7 +96,7 @@ int openSocket(Socket& socket)
     return error.value();
 }
 
-std::string folderOf(const std::string& path)
+std::string directoryOf(const std::string& path)
 {
     const std::size_t slash = path.rfind('/');
     return slash == std::string::npos ? "." : path.substr(0, slash + 1);
@@ -123,12 +138,11 @@ SocketFile::SocketFile(const std::string& path, Protocol::acceptor& acceptor) : 
         fail("the path of a socket has at most " + std::to_string(longestSocketPath) +
              " characters");
 
-    const std::string folder = folderOf(name);
-    const FolderLock lock(folder);
+    const PlaceLock lock(name);
     if (lock.error() == EWOULDBLOCK)
-        fail("folder " + folder + " is locked by another process");
+        fail("another service is starting here, and has been for a second");
     if (lock.error() != 0)
-        fail("folder " + folder + ": " + std::strerror(lock.error()));
+        fail("directory " + directoryOf(name) + ": " + std::strerror(lock.error()));
     clearPlace();
 
     if (const int failure = openSocket(acceptor))

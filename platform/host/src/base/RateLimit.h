@@ -1,0 +1,38 @@
+#ifndef FABRIC_HOST_RATE_LIMIT_H
+#define FABRIC_HOST_RATE_LIMIT_H
+
+#include <chrono>
+#include <cstddef>
+
+#include "Log.h"
+
+namespace fabric {
+namespace host {
+
+/// Writes about trouble that may go on: at most one line a second, with the number of those that
+/// were left out. For one thread.
+class RateLimit
+{
+public:
+    void log(const char* subject, const char* detail) noexcept
+    {
+        const auto now = std::chrono::steady_clock::now();
+        if (now < next_) {
+            ++leftOut_;
+            return;
+        }
+        next_ = now + std::chrono::seconds(1);
+        host::log(logTrouble, "fabric-host: %s: %s (lines left out before: %zu)\n", subject, detail,
+                  leftOut_);
+        leftOut_ = 0;
+    }
+
+private:
+    std::chrono::steady_clock::time_point next_;
+    std::size_t leftOut_ = 0;
+};
+
+} // namespace host
+} // namespace fabric
+
+#endif

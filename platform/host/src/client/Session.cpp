@@ -1,0 +1,495 @@
+#include <fabric-host/Session.h>
+
+#include <fabric-host/Link.h>
+#include <fabric-host/MessageCatalogue.h>
+#include <fabric/StatePart.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <mutex>
+#include <random>
+#include <stdexcept>
+#include <string>
+#include <system_error>
+#include <thread>
+#include <utility>
+
+#include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/io_context.hpp>
+
+#include "../base/Guarded.h"
+#include "../base/Log.h"
+#include "../base/LoopTask.h"
+#include "../codec/Frame.h"
+#include "ClientList.h"
+#include "HandlerRegistry.h"
+
+namespace fabric {
+namespace host {
+namespace {
+
+namespace asio = boost::asio;
+
+constexpr MsgIds noIds = {0, 0};
+
+/// The next number of a sequence that leaves out 0.
+std::uint32_t nextNumber(std::atomic<std::uint32_t>& last) noexcept
+{
+    const std::uint32_t number = ++last;
+    return number != 0 ? number : ++last;
+}
+
+std::uint32_t newComponentId() noexcept
+{
+    static std::atomic<std::uint32_t> last{0};
+    return nextNumber(last);
+}
+
+/// A running number in this process, from a start that differs from process to process.
+std::uint32_t newOriginId()
+{
+    static std::atomic<std::uint32_t> last{std::random_device()()};
+    return nextNumber(last);
+}
+
+void requireNoFlags(int flags)
+{
+    if (flags != 0)
+        throw std::invalid_argument("addEventHandler: flags " + std::to_string(flags) +
+                                    ", expected 0");
+}
+
+} // namespace
+
+/// The session's three objects for the application are thin fronts of this one.
+class Session::Impl final : private LinkListener
+{
+public:
+    Impl(std::unique_ptr<Link> link, const MessageCatalogue& catalogue);
+    ~Impl();
+
+    Impl(const Impl&) = delete;
+    Impl& operator=(const Impl&) = delete;
+
+    void attach(ClientInterface& client);
+    void detach(ClientInterface& client) noexcept;
+    void connect() noexcept;
+    void disconnect() noexcept;
+    SessionCounters counters() const noexcept;
+
+    int addEventHandler(Receiver receiver, const MsgMeta& key, const EventHandler& handler)
+    {
+        return handlers_.add(receiver, key, handler);
+    }
+    void removeEventHandler(int id) { handlers_.remove(id, onDispatchThread()); }
+    int sendEvent(MsgIds& ids, int flags, std::unique_ptr<SerializableMessageEvent> event);
+
+private:
+    class Application;
+    class Component;
+    class Service;
+
+    /// What other threads want of the loop. A later wish replaces the one that it makes obsolete.
+    struct Wishes
+    {
+        bool close = false;
+        bool open = false; ///< after closing
+        bool end = false;
+    };
+
+    void linkUp() override;
+    void linkFailed(int error) override;
+    void linkDown(int reason) override;
+    bool frameReceived(FrameView frame) override;
+
+    void carryOutWishes();
+    void openLink();
+    void closeLink();
+    void reportDown(int reason);
+
+    std::string commandFault(int flags, const SerializableMessageEvent* event) const;
+    int encodeAndSend(MsgIds& ids, const SerializableMessageEvent& event);
+
+    bool onDispatchThread() const noexcept;
+    void dispatch();
+    bool deliver(FrameView frame);
+    bool refuseFrame(const char* reason) noexcept;
+
+    const MessageCatalogue& catalogue_;
+    const std::uint32_t originId_ = newOriginId();
+    std::atomic<std::uint32_t> lastMessageId_{0};
+
+    // 64-bit atomics are not to be had on every target.
+    std::atomic<std::size_t> framesSent_{0};
+    std::atomic<std::size_t> framesReceived_{0};
+    std::atomic<std::size_t> framesRefused_{0};
+    std::atomic<std::size_t> messagesUnhandled_{0};
+    std::atomic<std::size_t> handlerExceptions_{0};
+
+    StateHolder stateHolder_;
+    HandlerRegistry handlers_;
+    ClientList clients_;
+
+    asio::io_context loop_{1};
+    asio::executor_work_guard<asio::io_context::executor_type> work_{loop_.get_executor()};
+    const std::unique_ptr<Link> link_;
+    bool opened_ = false; // the loop's, like the next
+    bool lost_ = false;   // opened, but down since linkDown()
+
+    std::mutex wishesMutex_;
+    Wishes wishes_;                   // guarded by the mutex
+    std::atomic<bool> closed_{false}; // by disconnect(), until the link comes up again
+    LoopTask carryOutWishes_{loop_, [this] { carryOutWishes(); }};
+
+public:
+    // Behind what they use.
+    const std::unique_ptr<AbstractApplication> application;
+    const std::unique_ptr<AbstractComponent> component;
+    const std::unique_ptr<ServiceInterface> service;
+
+private:
+    std::thread dispatcher_; // last: it uses everything above
+};
+
+class Session::Impl::Application : public AbstractApplication
+{
+public:
+    explicit Application(Impl& owner) : AbstractApplication(owner.stateHolder_), session(owner) {}
+
+    int addEventHandler(const MsgMeta& key, int flags, const EventHandler& handler) override
+    {
+        requireNoFlags(flags);
+        return session.addEventHandler(Receiver::application, key, handler);
+    }
+
+    int sendEvent(MsgIds& ids, int flags, SerializableMessageEvent* event) override
+    {
+        return session.sendEvent(ids, flags, std::unique_ptr<SerializableMessageEvent>(event));
+    }
+
+private:
+    Impl& session;
+};
+
+class Session::Impl::Component : public AbstractComponent
+{
+public:
+    explicit Component(Impl& owner) : AbstractComponent(newComponentId()), session(owner) {}
+
+    int addEventHandler(const MsgMeta& key, int flags, const EventHandler& handler) override
+    {
+        requireNoFlags(flags);
+        return session.addEventHandler(Receiver::component, key, handler);
+    }
+
+    void removeEventHandler(int handlerId) override { session.removeEventHandler(handlerId); }
+
+private:
+    Impl& session;
+};
+
+class Session::Impl::Service : public ServiceInterface
+{
+public:
+    explicit Service(const MessageCatalogue& messages) : catalogue(messages) {}
+
+    std::uint32_t getServiceId() override { return catalogue.serviceId; }
+
+private:
+    const MessageCatalogue& catalogue;
+};
+
+Session::Impl::Impl(std::unique_ptr<Link> link, const MessageCatalogue& catalogue)
+    : catalogue_(catalogue),
+      link_(std::move(link)),
+      application(new Application(*this)),
+      component(new Component(*this)),
+      service(new Service(catalogue)),
+      dispatcher_([this] { dispatch(); })
+{
+}
+
+Session::Impl::~Impl()
+{
+    {
+        const std::lock_guard<std::mutex> lock(wishesMutex_);
+        wishes_.end = true;
+    }
+    carryOutWishes_.schedule();
+    dispatcher_.join();
+}
+
+void Session::Impl::attach(ClientInterface& client)
+{
+    clients_.attach(client);
+    carryOutWishes_.schedule();
+}
+
+void Session::Impl::detach(ClientInterface& client) noexcept
+{
+    if (onDispatchThread())
+        return clients_.detach(client);
+    if (!clients_.beginDetach(client))
+        return;
+    carryOutWishes_.schedule();
+    clients_.awaitDetached(client);
+}
+
+void Session::Impl::connect() noexcept
+{
+    {
+        const std::lock_guard<std::mutex> lock(wishesMutex_);
+        wishes_.open = true;
+    }
+    carryOutWishes_.schedule();
+}
+
+void Session::Impl::disconnect() noexcept
+{
+    {
+        const std::lock_guard<std::mutex> lock(wishesMutex_);
+        wishes_.close = true;
+        wishes_.open = false;
+        closed_ = true;
+    }
+    carryOutWishes_.schedule();
+}
+
+void Session::Impl::carryOutWishes()
+{
+    Wishes wishes;
+    {
+        const std::lock_guard<std::mutex> lock(wishesMutex_);
+        wishes = std::exchange(wishes_, Wishes());
+    }
+    if (wishes.close || wishes.end)
+        closeLink();
+    if (wishes.open && !wishes.end)
+        openLink();
+    clients_.reportStanding();
+    clients_.detachLeaving();
+    if (wishes.end) {
+        clients_.detachAll();
+        loop_.stop();
+    }
+}
+
+void Session::Impl::openLink()
+{
+    if (opened_ && (!lost_ || link_->reconnects()))
+        return;
+    if (std::exchange(opened_, true))
+        link_->close();
+    lost_ = false;
+    int error = ENOMEM;
+    const auto open = [&] {
+        try {
+            link_->open(loop_, *this);
+        } catch (const std::system_error& failure) {
+            error = failure.code().value();
+            throw;
+        }
+    };
+    if (!callGuarded(open, [](const char*) {})) {
+        opened_ = false;
+        linkFailed(error);
+    }
+}
+
+void Session::Impl::closeLink()
+{
+    if (!std::exchange(opened_, false))
+        return;
+    link_->close();
+    reportDown(0);
+}
+
+SessionCounters Session::Impl::counters() const noexcept
+{
+    return {framesSent_, framesReceived_, framesRefused_, messagesUnhandled_,
+            handlerExceptions_ + clients_.exceptions()};
+}
+
+int Session::Impl::sendEvent(MsgIds& ids, int flags,
+                             std::unique_ptr<SerializableMessageEvent> event)
+{
+    ids = noIds;
+    try {
+        const std::string fault = commandFault(flags, event.get());
+        if (!fault.empty()) {
+            log(logTrouble, "fabric-host: message not sent: %s\n", fault.c_str());
+            return -EINVAL;
+        }
+        event->ids = {originId_, nextNumber(lastMessageId_)};
+        return encodeAndSend(ids, *event);
+    } catch (const std::bad_alloc&) {
+        ids = noIds;
+        return -ENOMEM;
+    }
+}
+
+/// Empty for a command.
+std::string Session::Impl::commandFault(int flags, const SerializableMessageEvent* event) const
+{
+    if (flags != 0)
+        return "flags " + std::to_string(flags) + ", expected 0";
+    if (!event)
+        return "no event";
+    if (event->meta.kind != kindCommand)
+        return "not a command, kind " + std::to_string(event->meta.kind);
+    return "";
+}
+
+int Session::Impl::encodeAndSend(MsgIds& ids, const SerializableMessageEvent& event)
+{
+    FrameBytes frame;
+    std::string reason;
+    if (const int error = encodeFrame(event, catalogue_, frame, reason)) {
+        log(logTrouble, "fabric-host: message not sent: %s\n", reason.c_str());
+        return error;
+    }
+    // Both before it goes, since the reply may arrive before send() returns.
+    ids = event.ids;
+    ++framesSent_;
+    if (const int error = closed_ ? -ENOTCONN : link_->send(frame)) {
+        ids = noIds;
+        --framesSent_;
+        return error;
+    }
+    log(logEveryMessage, "fabric-host: message %u sent: resource %u, operation %u\n",
+        event.ids.messageId, event.meta.resourceId, event.meta.operationId);
+    return 0;
+}
+
+void Session::Impl::linkUp()
+{
+    lost_ = false;
+    {
+        const std::lock_guard<std::mutex> lock(wishesMutex_);
+        if (!wishes_.close)
+            closed_ = false;
+    }
+    log(logInformation, "fabric-host: connected\n");
+    clients_.reportUp();
+}
+
+void Session::Impl::linkFailed(int error)
+{
+    log(logTrouble, "fabric-host: not connected: %s\n", std::strerror(error));
+    clients_.reportFailed(error);
+}
+
+void Session::Impl::linkDown(int reason)
+{
+    lost_ = true;
+    reportDown(reason);
+}
+
+void Session::Impl::reportDown(int reason)
+{
+    log(logInformation, "fabric-host: disconnected: %s\n",
+        reason ? std::strerror(reason) : "closed");
+    clients_.reportDown(reason);
+}
+
+bool Session::Impl::onDispatchThread() const noexcept
+{
+    return std::this_thread::get_id() == dispatcher_.get_id();
+}
+
+void Session::Impl::dispatch()
+{
+    // Whatever an exception interrupts is lost; the loop goes on.
+    while (!loop_.stopped())
+        callGuarded([this] { loop_.run(); }, [](const char* what) {
+            log(logTrouble, "fabric-host: exception in a session's loop: %s\n", what);
+        });
+}
+
+bool Session::Impl::frameReceived(FrameView frame)
+{
+    ++framesReceived_;
+    bool accepted = false;
+    callGuarded([&] { accepted = deliver(frame); }, [&](const char* what) { refuseFrame(what); });
+    return accepted;
+}
+
+/// False when the frame was refused.
+bool Session::Impl::deliver(FrameView frame)
+{
+    std::string reason;
+    const std::unique_ptr<SerializableMessageEvent> event = decodeFrame(frame, catalogue_, reason);
+    if (!event)
+        return refuseFrame(reason.c_str());
+    if (event->meta.kind == kindCommand)
+        return refuseFrame("a command");
+
+    const Delivery delivery = handlers_.deliver(*event);
+    handlerExceptions_ += delivery.exceptions;
+    if (delivery.handlers == 0)
+        ++messagesUnhandled_;
+    log(logEveryMessage,
+        "fabric-host: message received for %zu handlers: resource %u, operation %u, kind %u\n",
+        delivery.handlers, event->meta.resourceId, event->meta.operationId,
+        unsigned{event->meta.kind});
+    return true;
+}
+
+/// Always false.
+bool Session::Impl::refuseFrame(const char* reason) noexcept
+{
+    ++framesRefused_;
+    log(logTrouble, "fabric-host: frame from the service refused: %s\n", reason);
+    return false;
+}
+
+Session::Session(std::unique_ptr<Link> link, const MessageCatalogue& catalogue)
+    : impl(new Impl(std::move(link), catalogue))
+{
+}
+
+Session::~Session() = default;
+
+AbstractApplication& Session::application()
+{
+    return *impl->application;
+}
+
+AbstractComponent& Session::component()
+{
+    return *impl->component;
+}
+
+ServiceInterface& Session::service()
+{
+    return *impl->service;
+}
+
+void Session::attach(ClientInterface& client)
+{
+    impl->attach(client);
+}
+
+void Session::detach(ClientInterface& client)
+{
+    impl->detach(client);
+}
+
+void Session::connect()
+{
+    impl->connect();
+}
+
+void Session::disconnect()
+{
+    impl->disconnect();
+}
+
+SessionCounters Session::counters() const
+{
+    return impl->counters();
+}
+
+} // namespace host
+} // namespace fabric

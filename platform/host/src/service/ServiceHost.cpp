@@ -1,0 +1,425 @@
+#include <fabric-host/ServiceHost.h>
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/signal_set.hpp>
+
+#include "../base/Guarded.h"
+#include "../base/Log.h"
+#include "../base/LoopTask.h"
+#include "../base/LoopTimer.h"
+#include "../base/RateLimit.h"
+#include "../codec/Frame.h"
+#include "../transport/MemoryStream.h"
+#include "../transport/SocketListener.h"
+#include "../transport/SocketStream.h"
+#include "../transport/StreamLink.h"
+
+namespace fabric {
+namespace host {
+namespace {
+
+namespace asio = boost::asio;
+
+/// Far more than a device has applications, and a quarter of the descriptors that a process usually
+/// may have.
+constexpr std::size_t maxClients = 256;
+
+/// A service whose runDue() fails cannot say when to call it again.
+constexpr std::chrono::seconds retryAfter(1);
+
+/// More memory than this is not kept for the messages to come.
+constexpr std::size_t usualFrame = 4096;
+
+} // namespace
+
+class ServiceHost::Impl final : private ServiceOutlet
+{
+public:
+    explicit Impl(Service& service) : service_(service) {}
+    ~Impl();
+
+    void listen(const std::string& path);
+    void stopOn(std::initializer_list<int> signals);
+    void run();
+    void start() { thread_ = std::thread([this] { run(); }); }
+    void stop() noexcept { stop_.schedule(); }
+    ServiceCounters counters() const noexcept { return {framesRefused_, clientsDropped_}; }
+
+    /// The service's end of a channel, for the loop to take. Any thread.
+    void offer(std::shared_ptr<MemoryChannel> channel);
+
+private:
+    class Client;
+
+    void send(ClientId client, std::unique_ptr<SerializableMessageEvent> event) override;
+    void drop(ClientId client, int reason) override { drop(client, reason, "by the service"); }
+
+    void takeOffers();
+    void welcome(std::shared_ptr<FrameStream> stream);
+    bool receive(ClientId client, FrameView frame);
+    bool handle(ClientId client, FrameView frame);
+    bool refuse(ClientId client, const char* reason);
+    void drop(ClientId client, int reason, const char* why);
+    void ended(ClientId client, int reason);
+    FrameStream* remove(ClientId client);
+    void tellGone();
+    void runDue();
+    void awaitSignal();
+    void finish();
+
+    template <typename Call>
+    bool callService(const char* operation, Call call);
+
+    Service& service_;
+    std::atomic<std::size_t> framesRefused_{0}; // 64-bit atomics are not to be had on every target
+    std::atomic<std::size_t> clientsDropped_{0};
+
+    OperationMemory signalMemory_; // outlives the loop's operations
+    asio::io_context loop_{1};
+    asio::executor_work_guard<asio::io_context::executor_type> work_{loop_.get_executor()};
+    std::optional<asio::signal_set> signals_;
+    std::shared_ptr<SocketListener> listener_;
+
+    std::mutex offersMutex_;
+    std::vector<std::shared_ptr<MemoryChannel>> offers_; // guarded by the mutex
+
+    std::map<ClientId, std::unique_ptr<Client>> clients_;
+    std::map<ClientId, std::unique_ptr<Client>> gone_; // the service has not heard of it yet
+    ClientId lastClient_ = 0;
+    FrameBytes outgoing_; // its memory serves one frame after the other
+    RateLimit complaints_;
+    bool finishing_ = false;
+
+    // Made when they are first needed: a loop without timers and sockets wakes up faster.
+    std::optional<LoopTimer> due_;
+    std::optional<LoopTimer> linger_;
+    LoopTask tellGone_{loop_, [this] { tellGone(); }};
+    LoopTask takeOffers_{loop_, [this] { takeOffers(); }};
+    LoopTask stop_{loop_, [this] { finish(); }};
+    std::thread thread_; // last: it uses everything above
+};
+
+class ServiceHost::Impl::Client final : public FrameListener
+{
+public:
+    Client(Impl& host, ClientId id, std::shared_ptr<FrameStream> stream)
+        : host_(host), id_(id), stream_(std::move(stream))
+    {
+    }
+    ~Client() { stream_->close(0); }
+
+    FrameStream& stream() noexcept { return *stream_; }
+
+    bool frameReceived(FrameView frame) override { return host_.receive(id_, frame); }
+    void ended(int reason) override { host_.ended(id_, reason); }
+
+private:
+    Impl& host_;
+    const ClientId id_;
+    const std::shared_ptr<FrameStream> stream_;
+};
+
+ServiceHost::Impl::~Impl()
+{
+    if (thread_.joinable()) {
+        stop();
+        thread_.join();
+    }
+    for (const std::shared_ptr<MemoryChannel>& channel : offers_)
+        MemoryStream::refuse(*channel, ECONNREFUSED);
+    if (listener_)
+        listener_->close();
+}
+
+void ServiceHost::Impl::listen(const std::string& path)
+{
+    listener_ = std::make_shared<SocketListener>(loop_, path, [this](SocketStream::Socket socket) {
+        welcome(std::make_shared<SocketStream>(loop_, std::move(socket), FrameStream::throttled));
+    });
+    listener_->start();
+}
+
+void ServiceHost::Impl::stopOn(std::initializer_list<int> signals)
+{
+    signals_.emplace(loop_);
+    for (const int number : signals)
+        signals_->add(number);
+    awaitSignal();
+}
+
+void ServiceHost::Impl::awaitSignal()
+{
+    signals_->async_wait(preallocated(signalMemory_, [this](const auto& error, int) {
+        if (error)
+            return;
+        finish();
+        awaitSignal();
+    }));
+}
+
+void ServiceHost::Impl::run()
+{
+    callService("start", [this] { service_.start(*this); });
+    runDue();
+    // Whatever an exception interrupts has been reported and is lost; the loop goes on.
+    while (!loop_.stopped())
+        callGuarded([this] { loop_.run(); },
+                    [this](const char* what) { complaints_.log("exception in a service's loop", what); });
+}
+
+void ServiceHost::Impl::offer(std::shared_ptr<MemoryChannel> channel)
+{
+    const std::lock_guard<std::mutex> lock(offersMutex_);
+    offers_.push_back(std::move(channel));
+    takeOffers_.schedule();
+}
+
+void ServiceHost::Impl::takeOffers()
+{
+    std::vector<std::shared_ptr<MemoryChannel>> offers;
+    {
+        const std::lock_guard<std::mutex> lock(offersMutex_);
+        offers.swap(offers_);
+    }
+    for (const std::shared_ptr<MemoryChannel>& channel : offers)
+        callGuarded(
+            [&] {
+                welcome(std::make_shared<MemoryStream>(loop_, channel, MemoryStream::serviceSide));
+            },
+            [&](const char* what) {
+                complaints_.log("client lost", what);
+                MemoryStream::refuse(*channel, ENOMEM);
+            });
+}
+
+void ServiceHost::Impl::welcome(std::shared_ptr<FrameStream> stream)
+{
+    if (finishing_)
+        return stream->close(0);
+    if (clients_.size() >= maxClients) {
+        complaints_.log("client refused", "there are 256 already");
+        return stream->close(ECONNREFUSED);
+    }
+    const ClientId id = ++lastClient_;
+    FrameStream& reading = *stream;
+    auto client = std::make_unique<Client>(*this, id, std::move(stream));
+    Client& listener = *clients_.emplace(id, std::move(client)).first->second;
+    callService("clientConnected", [&] { service_.clientConnected(id); });
+    if (reading.isOpen())
+        reading.start(listener);
+    runDue();
+}
+
+bool ServiceHost::Impl::receive(ClientId client, FrameView frame)
+{
+    bool accepted = false;
+    callGuarded([&] { accepted = handle(client, frame); },
+                [&](const char* reason) { refuse(client, reason); });
+    if (!accepted)
+        drop(client, EBADMSG, "its frame was refused");
+    runDue();
+    return true; // a client whose frame was refused is gone already
+}
+
+bool ServiceHost::Impl::handle(ClientId client, FrameView frame)
+{
+    std::string reason;
+    const std::unique_ptr<SerializableMessageEvent> command =
+        decodeFrame(frame, service_.catalogue(), reason);
+    if (!command)
+        return refuse(client, reason.c_str());
+    if (command->meta.kind != kindCommand)
+        return refuse(client, "not a command");
+    log(logEveryMessage, "fabric-host: command of client %u: resource %u, operation %u\n", client,
+        command->meta.resourceId, command->meta.operationId);
+    callService("commandReceived", [&] { service_.commandReceived(client, *command); });
+    return true;
+}
+
+/// Always false.
+bool ServiceHost::Impl::refuse(ClientId client, const char* reason)
+{
+    ++framesRefused_;
+    log(logTrouble, "fabric-host: frame of client %u refused: %s\n", client, reason);
+    return false;
+}
+
+void ServiceHost::Impl::send(ClientId client, std::unique_ptr<SerializableMessageEvent> event)
+{
+    const auto found = clients_.find(client);
+    if (found == clients_.end() || !event)
+        return;
+    std::string reason;
+    if (event->meta.kind == kindCommand)
+        reason = "a command";
+    else
+        encodeFrame(*event, service_.catalogue(), outgoing_, reason);
+    if (!reason.empty()) {
+        log(logTrouble, "fabric-host: message of the service not sent: %s\n", reason.c_str());
+        return;
+    }
+    const int error = found->second->stream().send(outgoing_);
+    if (error == -EAGAIN)
+        drop(client, ENOBUFS, "it does not read");
+    else if (error == -ENOMEM)
+        drop(client, ENOMEM, "out of memory");
+    if (outgoing_.capacity() > usualFrame)
+        FrameBytes().swap(outgoing_);
+}
+
+void ServiceHost::Impl::drop(ClientId client, int reason, const char* why)
+{
+    FrameStream* const stream = remove(client);
+    if (!stream)
+        return;
+    ++clientsDropped_;
+    log(logTrouble, "fabric-host: client %u dropped: %s\n", client, why);
+    stream->close(reason);
+}
+
+void ServiceHost::Impl::ended(ClientId client, int reason)
+{
+    log(logInformation, "fabric-host: client %u disconnected: %s\n", client,
+        reason ? std::strerror(reason) : "closed");
+    remove(client);
+}
+
+/// The client lives until the service has heard of its end, after the call in progress. Null for a
+/// client that is gone already.
+FrameStream* ServiceHost::Impl::remove(ClientId client)
+{
+    auto node = clients_.extract(client);
+    if (node.empty())
+        return nullptr;
+    FrameStream& stream = node.mapped()->stream();
+    gone_.insert(std::move(node));
+    tellGone_.schedule();
+    return &stream;
+}
+
+void ServiceHost::Impl::tellGone()
+{
+    while (!gone_.empty()) {
+        const auto node = gone_.extract(gone_.begin());
+        callService("clientDisconnected", [&] { service_.clientDisconnected(node.key()); });
+    }
+    runDue();
+    if (finishing_ && clients_.empty())
+        loop_.stop();
+}
+
+void ServiceHost::Impl::runDue()
+{
+    Service::TimePoint next = Service::TimePoint::max();
+    if (!callService("runDue", [&] { next = service_.runDue(); }))
+        next = Service::TimePoint::clock::now() + retryAfter;
+    if (!due_ && next == Service::TimePoint::max())
+        return;
+    const auto set = [&] {
+        if (!due_)
+            due_.emplace(loop_, [this] { runDue(); });
+        due_->expireAt(next);
+    };
+    callGuarded(set, [this](const char* what) { complaints_.log("service not timed", what); });
+}
+
+void ServiceHost::Impl::finish()
+{
+    if (std::exchange(finishing_, true))
+        return loop_.stop();
+    if (listener_)
+        listener_->close();
+    for (const auto& [id, client] : clients_)
+        client->stream().shutdownSend();
+    const auto linger = [this] {
+        linger_.emplace(loop_, [this] { loop_.stop(); });
+        linger_->expireAfter(lingerTimeout);
+    };
+    if (!callGuarded(linger, [](const char*) {}))
+        return loop_.stop();
+    tellGone_.schedule();
+}
+
+/// Calls the service. An exception out of it is reported and goes no further; false then.
+template <typename Call>
+bool ServiceHost::Impl::callService(const char* operation, Call call)
+{
+    return callGuarded(call, [operation](const char* what) {
+        log(logTrouble, "fabric-host: exception out of the service's %s: %s\n", operation, what);
+    });
+}
+
+class ServiceHost::MemoryLink final : public StreamLink
+{
+public:
+    explicit MemoryLink(std::shared_ptr<ServiceHost> host) : host_(std::move(host)) {}
+    ~MemoryLink() override { StreamLink::close(); }
+
+    void open(asio::io_context& loop, LinkListener& listener) override
+    {
+        const auto channel = std::make_shared<MemoryChannel>();
+        const auto stream =
+            std::make_shared<MemoryStream>(loop, channel, MemoryStream::clientSide);
+        host_->impl_->offer(channel);
+        setListener(listener);
+        connected(stream);
+    }
+
+private:
+    const std::shared_ptr<ServiceHost> host_;
+};
+
+std::unique_ptr<Link> newMemoryLink(std::shared_ptr<ServiceHost> host)
+{
+    return std::make_unique<ServiceHost::MemoryLink>(std::move(host));
+}
+
+ServiceHost::ServiceHost(Service& service) : impl_(new Impl(service)) {}
+
+ServiceHost::~ServiceHost() = default;
+
+void ServiceHost::listen(const std::string& path)
+{
+    impl_->listen(path);
+}
+
+void ServiceHost::stopOn(std::initializer_list<int> signals)
+{
+    impl_->stopOn(signals);
+}
+
+void ServiceHost::run()
+{
+    impl_->run();
+}
+
+void ServiceHost::start()
+{
+    impl_->start();
+}
+
+void ServiceHost::stop() noexcept
+{
+    impl_->stop();
+}
+
+ServiceCounters ServiceHost::counters() const noexcept
+{
+    return impl_->counters();
+}
+
+} // namespace host
+} // namespace fabric

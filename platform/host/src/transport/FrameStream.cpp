@@ -1,0 +1,50 @@
+#include "FrameStream.h"
+
+#include <cerrno>
+#include <new>
+
+namespace fabric {
+namespace host {
+namespace {
+
+/// Longer than a handful of commands take, so that few turns are cut short, and short enough that
+/// many busy streams each wait no longer than a person notices.
+constexpr std::chrono::microseconds turnLength(50);
+
+} // namespace
+
+void FrameStream::start(FrameListener& listener)
+{
+    listener_ = &listener;
+    turn_.schedule();
+}
+
+void FrameStream::takeTurn()
+{
+    const std::shared_ptr<FrameStream> self = shared_from_this(); // the listener may drop it
+    const auto end = std::chrono::steady_clock::now() + turnLength;
+    try {
+        FrameView frame = {nullptr, 0};
+        while (isOpen() && !(flow_ == throttled && isCongested()) && nextFrame(frame)) {
+            if (!listener_->frameReceived(frame))
+                return this->end(EBADMSG);
+            if (std::chrono::steady_clock::now() >= end)
+                return turn_.schedule();
+        }
+        if (isOpen() && !(flow_ == throttled && isCongested()))
+            awaitInput();
+    } catch (const std::bad_alloc&) {
+        this->end(ENOMEM);
+    }
+}
+
+void FrameStream::end(int reason)
+{
+    if (!isOpen())
+        return;
+    close(reason);
+    listener_->ended(reason);
+}
+
+} // namespace host
+} // namespace fabric

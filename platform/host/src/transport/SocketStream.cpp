@@ -1,0 +1,263 @@
+#include "SocketStream.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <new>
+#include <utility>
+
+#include <boost/asio/buffer.hpp>
+#include <boost/asio/error.hpp>
+
+#include "../codec/Frame.h"
+
+namespace fabric {
+namespace host {
+namespace {
+
+namespace asio = boost::asio;
+
+/// Room for many frames of the usual size; a longer one gets more for as long as it takes.
+constexpr std::size_t usualSize = 4096;
+
+} // namespace
+
+SocketStream::SocketStream(asio::io_context& loop, Socket connected, Flow flow)
+    : FrameStream(loop, flow),
+      socket_(std::move(connected)),
+      input_(usualSize),
+      awaitRoom_(loop, [this] { awaitRoom(); })
+{
+}
+
+bool SocketStream::nextFrame(FrameView& frame)
+{
+    wanted_ = sizeof(std::uint32_t);
+    const std::size_t available = end_ - begin_;
+    if (available < wanted_)
+        return false;
+    const std::uint8_t* const start = &input_[begin_];
+    const std::size_t length = lengthOfFrame(start);
+    // What cannot be a frame is handed over as it is, for the listener to refuse.
+    frame = {start, isFrameLength(length) ? length : available};
+    if (frame.size > available) {
+        wanted_ = frame.size;
+        return false;
+    }
+    begin_ += frame.size;
+    return true;
+}
+
+void SocketStream::awaitInput()
+{
+    if (reading_)
+        return;
+    end_ -= begin_;
+    std::memmove(&input_[0], &input_[begin_], end_);
+    begin_ = 0;
+    const std::size_t size = std::max(wanted_, usualSize);
+    if (size > input_.size() || (size < input_.size() && end_ <= usualSize)) {
+        std::vector<std::uint8_t> resized(size);
+        std::memcpy(&resized[0], &input_[0], end_);
+        input_.swap(resized);
+    }
+    reading_ = true;
+    const auto self = std::static_pointer_cast<SocketStream>(shared_from_this());
+    socket_.async_read_some(
+        asio::buffer(&input_[end_], input_.size() - end_),
+        preallocated(readMemory_,
+                     [self](const boost::system::error_code& error, std::size_t count) {
+                         self->received(error, count);
+                     }));
+}
+
+void SocketStream::received(const boost::system::error_code& error, std::size_t count)
+{
+    reading_ = false;
+    if (!isOpen())
+        return;
+    if (error)
+        return end(error == asio::error::eof ? reasonOfEnd() : error.value());
+    end_ += count;
+    takeTurn();
+}
+
+/// At the end of what the other end has sent. A peer that has died leaves nothing of its socket;
+/// one that merely has no more to send still has the other direction open.
+int SocketStream::reasonOfEnd()
+{
+    const std::lock_guard<std::mutex> lock(mutex_);
+    if (sendError_ != 0)
+        return sendError_;
+    pollfd state = {socket_.native_handle(), 0, 0};
+    const bool gone = ::poll(&state, 1, 0) != 0 && (state.revents & POLLHUP) != 0;
+    return gone || end_ != begin_ ? ECONNRESET : 0;
+}
+
+int SocketStream::send(FrameView frame)
+{
+    const std::lock_guard<std::mutex> lock(mutex_);
+    if (sendError_ != 0)
+        return -sendError_;
+    if (state_ != State::open)
+        return -ENOTCONN;
+    // At once if possible: waking the loop up costs more than sending.
+    const bool first = queuedFrames_ == 0;
+    const std::size_t sent = first ? sendNow(frame.data, frame.size) : 0;
+    if (sent == frame.size)
+        return 0;
+    if (sendError_ != 0)
+        return -sendError_;
+    if (!hasRoomFor(frame.size))
+        return -EAGAIN;
+    try {
+        append(frame.data + sent, frame.size - sent);
+    } catch (const std::bad_alloc&) {
+        if (sent != 0) // the other end cannot make sense of what follows half a frame
+            fail(ENOMEM);
+        return -ENOMEM;
+    }
+    if (first)
+        awaitRoom_.schedule();
+    return 0;
+}
+
+/// Returns how many bytes the socket has taken.
+std::size_t SocketStream::sendNow(const std::uint8_t* bytes, std::size_t size) noexcept
+{
+    std::size_t sent = 0;
+    while (sent < size) {
+        const ssize_t count = ::send(socket_.native_handle(), bytes + sent, size - sent,
+                                     MSG_DONTWAIT | MSG_NOSIGNAL);
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count < 0) {
+            if (errno != EAGAIN)
+                fail(errno);
+            break;
+        }
+        sent += static_cast<std::size_t>(count);
+    }
+    return sent;
+}
+
+bool SocketStream::hasRoomFor(std::size_t size) const noexcept
+{
+    return queuedFrames_ < maxQueuedFrames && queue_.size() - sent_ + size <= maxQueuedBytes;
+}
+
+void SocketStream::append(const std::uint8_t* bytes, std::size_t size)
+{
+    queue_.insert(queue_.end(), bytes, bytes + size);
+    if (queuedFrames_++ == 0)
+        firstEnd_ = size;
+}
+
+void SocketStream::sendQueued() noexcept
+{
+    sent_ += sendNow(queue_.data() + sent_, queue_.size() - sent_);
+    while (queuedFrames_ != 0 && firstEnd_ <= sent_)
+        if (--queuedFrames_ != 0)
+            firstEnd_ += lengthOfFrame(&queue_[firstEnd_]);
+    if (queuedFrames_ == 0) {
+        std::vector<std::uint8_t>().swap(queue_); // a burst's memory is given back
+        sent_ = 0;
+    } else if (sent_ > maxQueuedBytes) {
+        queue_.erase(queue_.begin(), queue_.begin() + static_cast<std::ptrdiff_t>(sent_));
+        firstEnd_ -= sent_;
+        sent_ = 0;
+    }
+}
+
+/// Sends no more. Reading goes on to the end of what has already arrived, which ends the
+/// connection.
+void SocketStream::fail(int error) noexcept
+{
+    state_ = State::failed;
+    sendError_ = error;
+    ::shutdown(socket_.native_handle(), SHUT_RDWR);
+}
+
+void SocketStream::awaitRoom()
+{
+    if (!isOpen())
+        return;
+    const auto self = std::static_pointer_cast<SocketStream>(shared_from_this());
+    socket_.async_wait(Socket::wait_write,
+                       preallocated(writeMemory_, [self](const boost::system::error_code& error) {
+                           self->roomAvailable(error);
+                       }));
+}
+
+void SocketStream::roomAvailable(const boost::system::error_code& error)
+{
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        if (!isOpen() || error)
+            return;
+        if (state_ != State::failed)
+            sendQueued();
+        if (state_ != State::failed && queuedFrames_ != 0)
+            return awaitRoom();
+        if (state_ == State::finishing)
+            ::shutdown(socket_.native_handle(), SHUT_WR);
+    }
+    if (flow_ == throttled)
+        takeTurn();
+}
+
+bool SocketStream::isCongested()
+{
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return queuedFrames_ != 0 && state_ != State::failed;
+}
+
+void SocketStream::shutdownSend()
+{
+    const std::lock_guard<std::mutex> lock(mutex_);
+    if (state_ != State::open)
+        return;
+    state_ = State::finishing;
+    if (queuedFrames_ == 0)
+        ::shutdown(socket_.native_handle(), SHUT_WR);
+}
+
+std::size_t SocketStream::drain()
+{
+    const auto deadline = std::chrono::steady_clock::now() + lingerTimeout;
+    std::chrono::milliseconds left = lingerTimeout;
+    const std::lock_guard<std::mutex> lock(mutex_);
+    pollfd state = {socket_.native_handle(), POLLIN | POLLOUT, 0};
+    std::array<std::uint8_t, usualSize> ignored;
+    while (queuedFrames_ != 0 && isOpen() && sendError_ == 0 && left.count() > 0) {
+        ::poll(&state, 1, static_cast<int>(left.count()));
+        // A peer that waits for its answers to be read reads no more itself, so they are read, and
+        // lost. At their end there would be something to read for ever.
+        if ((state.revents & POLLIN) != 0 &&
+            ::recv(socket_.native_handle(), ignored.data(), ignored.size(), MSG_DONTWAIT) == 0)
+            state.events = POLLOUT;
+        sendQueued();
+        left = std::chrono::ceil<std::chrono::milliseconds>(deadline -
+                                                            std::chrono::steady_clock::now());
+    }
+    return queuedFrames_;
+}
+
+void SocketStream::close(int)
+{
+    const std::lock_guard<std::mutex> lock(mutex_);
+    if (!isOpen())
+        return;
+    state_ = State::closed;
+    // Also for a child process that was forked with this end.
+    ::shutdown(socket_.native_handle(), SHUT_RDWR);
+    boost::system::error_code ignored;
+    socket_.close(ignored);
+}
+
+} // namespace host
+} // namespace fabric
