@@ -9,12 +9,12 @@
 #include <chronal/Helpers.h>
 #include <chronal/MessageRecords.h>
 #include <chronal/UserAdapter.h>
+#include <fabric-host/Frame.h>
 #include <fabric/Twine.h>
 
 #include "../tests/library/NullMiddleware.h"
 #include "Floor.h"
 #include "FloorFrames.h"
-#include "codec/Frame.h"
 #include "Samples.h"
 
 namespace bench {

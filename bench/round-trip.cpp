@@ -30,11 +30,12 @@
 #include <utility>
 #include <vector>
 
+#include <chronal-sim/Start.h>
 #include <chronal/UserAdapter.h>
+#include <fabric-host/Frame.h>
 #include <fabric-host/ServiceHost.h>
 #include <fabric-host/Session.h>
 
-#include "codec/Frame.h"
 #include "Protocol.h"
 #include "TimeService.h"
 
@@ -335,7 +336,7 @@ class Application
 {
 public:
     explicit Application(const std::string& socket)
-        : session(fabric::host::start({socket})),
+        : session(chronal::sim::start({socket})),
           asker(session->application(), session->component()),
           attachment((asker.setServiceInterface(&session->service()), *session), asker)
     {

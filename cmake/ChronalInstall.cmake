@@ -43,9 +43,10 @@ endif()
 
 if(TARGET chronal-devkit)
   set(CHRONAL_HAS_DEVKIT TRUE)
-  install(TARGETS chronal-devkit chronal-simulator EXPORT chronal-api-targets)
+  install(TARGETS chronal-devkit EXPORT chronal-api-targets)
+  chronal_install_headers(simulator/include/)
   chronal_install_pkgconfig(chronal-devkit "Runs clients of the time service on a desk"
-    "-lchronal-devkit -lchronal-simulator" "chronal-api absl_time")
+    "-lchronal-devkit" "chronal-api absl_time")
 endif()
 
 install(EXPORT chronal-api-targets NAMESPACE chronal:: DESTINATION ${package_dir})

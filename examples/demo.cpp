@@ -11,9 +11,9 @@
 #include <stdexcept>
 #include <string>
 
+#include <chronal-sim/Start.h>
 #include <chronal/Helpers.h>
 #include <chronal/UserAdapter.h>
-#include <fabric-host/Session.h>
 
 namespace {
 
@@ -267,7 +267,7 @@ void run()
     std::puts("->  sent     <-  received     #n  command and its answer     !  notification     =  "
               "connection");
 
-    const std::unique_ptr<fabric::host::Session> session = fabric::host::start();
+    const std::unique_ptr<fabric::host::Session> session = chronal::sim::start();
     Demo demo(session->application(), session->component());
     demo.setServiceInterface(&session->service());
     const fabric::host::Attachment attachment(*session, demo);

@@ -1,9 +1,6 @@
 #include "Protocol.h"
 
-#include <cstdlib>
-#include <cstring>
 #include <iterator>
-#include <new>
 
 namespace chronal::sim {
 
@@ -50,21 +47,6 @@ std::vector<std::string> commandNames()
             names.emplace_back(type.name);
     }
     return names;
-}
-
-void fillText(nubDeserString_t& text, const std::string& characters)
-{
-    const std::size_t size = characters.size() + 1;
-    text.chars = static_cast<char*>(std::malloc(size));
-    if (!text.chars)
-        throw std::bad_alloc();
-    std::memcpy(text.chars, characters.c_str(), size);
-    text.length = static_cast<std::uint32_t>(characters.size());
-}
-
-std::string readText(const nubDeserString_t& text)
-{
-    return text.chars ? std::string(text.chars, text.length) : std::string();
 }
 
 } // namespace chronal::sim

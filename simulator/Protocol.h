@@ -12,6 +12,7 @@
 #include <fabric/MsgMeta.h>
 #include <fabric/SerializableMessage.h>
 
+#include "api-chronal-record-text.h"
 #include "api-chronal-service-identifiers.h"
 
 /// The messages that the time service and its clients exchange, named after the operations and
@@ -68,6 +69,9 @@ namespace chronal::sim {
         kindNotification)                                                                          \
     ROW(notifyDSTChange, chronalMsgDST_t, resourceDst, operationInfo, kindNotification)
 
+using detail::copyText;
+using detail::readText;
+
 /// A message that carries a `Record`.
 template <class Record>
 struct Message : fabric::host::MessageType
@@ -107,11 +111,6 @@ Content compose(const Message<Record>& message, Fill fill)
     fill(*static_cast<Record*>(content.data->payload));
     return content;
 }
-
-/// Gives a string, until now null, of a record its characters.
-void fillText(nubDeserString_t& text, const std::string& characters);
-
-std::string readText(const nubDeserString_t& text);
 
 } // namespace chronal::sim
 

@@ -1,17 +1,23 @@
-#include <fabric-host/Link.h>
-#include <fabric-host/ServiceHost.h>
-#include <fabric-host/Session.h>
-#include <fabric-host/SocketPath.h>
+#include <chronal-sim/Start.h>
 
+#include <charconv>
 #include <cstdlib>
+#include <filesystem>
 #include <memory>
 #include <mutex>
+#include <stdexcept>
 #include <string>
+#include <system_error>
+#include <utility>
+
+#include <fabric-host/Link.h>
+#include <fabric-host/Printable.h>
+#include <fabric-host/ServiceHost.h>
 
 #include "Protocol.h"
 #include "TimeService.h"
 
-namespace fabric::host {
+namespace chronal::sim {
 
 namespace {
 
@@ -20,12 +26,12 @@ struct RunningService
 {
     RunningService() { host.start(); }
 
-    chronal::sim::TimeService service;
-    ServiceHost host{service};
+    TimeService service;
+    fabric::host::ServiceHost host{service};
 };
 
 /// The sessions of this process share one, for as long as there are any.
-std::shared_ptr<ServiceHost> sharedService()
+std::shared_ptr<fabric::host::ServiceHost> sharedService()
 {
     static std::mutex mutex;
     static std::weak_ptr<RunningService> running;
@@ -36,23 +42,48 @@ std::shared_ptr<ServiceHost> sharedService()
         service = std::make_shared<RunningService>();
         running = service;
     }
-    return std::shared_ptr<ServiceHost>(service, &service->host);
+    return std::shared_ptr<fabric::host::ServiceHost>(service, &service->host);
 }
 
-std::string socketPath(const StartOptions& options)
+std::string environment(const char* variable)
 {
-    const char* const fromEnvironment = std::getenv("CHRONAL_SOCKET");
-    return options.socket.empty() && fromEnvironment ? fromEnvironment : options.socket;
+    const char* const value = std::getenv(variable);
+    return value ? value : "";
+}
+
+uid_t trustedUser(const StartOptions& options)
+{
+    const std::string text = environment("CHRONAL_SOCKET_UID");
+    if (options.trustedUser != static_cast<uid_t>(-1) || text.empty())
+        return options.trustedUser;
+    uid_t user = 0;
+    const char* const end = text.data() + text.size();
+    const auto [rest, error] = std::from_chars(text.data(), end, user);
+    if (error != std::errc() || rest != end)
+        throw std::invalid_argument("CHRONAL_SOCKET_UID: '" + fabric::host::printable(text) +
+                                    "' is not a user id; expected for example 1000");
+    return user;
 }
 
 } // namespace
 
-std::unique_ptr<Session> start(const StartOptions& options)
+std::unique_ptr<fabric::host::Session> start(const StartOptions& options)
 {
-    const std::string path = socketPath(options);
-    return std::make_unique<Session>(path.empty() ? newMemoryLink(sharedService())
-                                                  : newSocketLink(socketAt(path)),
-                                     chronal::sim::catalogue());
+    const std::string place =
+        options.socket.empty() ? environment("CHRONAL_SOCKET") : options.socket;
+    std::unique_ptr<fabric::host::Link> link =
+        place.empty() ? fabric::host::newMemoryLink(sharedService())
+                      : fabric::host::newSocketLink(socketAt(place), trustedUser(options));
+    return std::make_unique<fabric::host::Session>(std::move(link), catalogue());
 }
 
-} // namespace fabric::host
+std::string socketAt(const std::string& place)
+{
+    const std::filesystem::path path = place;
+    std::error_code ignored;
+    const bool directory =
+        !place.empty() && (!path.has_filename() || std::filesystem::is_directory(path, ignored));
+    return directory ? path / "chronal.sock" : path;
+}
+
+} // namespace chronal::sim

@@ -40,7 +40,7 @@ Content compose(const Message<chronalMsgReplyTime_t>& message, const chronalMsgR
 Content compose(const Message<chronalMsgTimezone_t>& message, const Zone& zone, Utc utc)
 {
     return compose(message, [&](chronalMsgTimezone_t& record) {
-        fillText(record.timezone, zone.name());
+        copyText(record.timezone, zone.name());
         record.time = wireTime(utc);
     });
 }
@@ -365,7 +365,7 @@ Content TimeService::dateTimeAutoTimeSet(const chronalMsgAutoTime_t& command)
 Content TimeService::dateTimeSettingsFetch(const chronalMsgReplyResult_t&)
 {
     return compose(replyDateTimeSettingsInfo, [this](chronalMsgDateTime_t& record) {
-        fillText(record.text, settings.ntpServer);
+        copyText(record.text, settings.ntpServer);
         record.time0 = wireTime(rtcUtc());
         record.time1 = settings.times[0];
         record.time2 = settings.times[1];

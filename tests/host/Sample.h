@@ -13,12 +13,11 @@
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/post.hpp>
-#include <fabric-host/Link.h>
 #include <fabric-host/DebugSink.h>
+#include <fabric-host/Frame.h>
+#include <fabric-host/Link.h>
 #include <fabric-host/Session.h>
 #include <gmock/gmock.h>
-
-#include "codec/Frame.h"
 
 namespace sample {
 

@@ -9,7 +9,6 @@
 #include <fabric-host/ServiceHost.h>
 #include <fabric-host/Session.h>
 
-
 namespace {
 
 using fabric::SerializableMessageEvent;

@@ -117,7 +117,7 @@ inline Content about(const Message<chronalMsgCmdRefTimeData_t>& message, std::in
 inline nubDeserString_t string(const std::string& characters)
 {
     nubDeserString_t string;
-    fillText(string, characters);
+    copyText(string, characters);
     return string;
 }
 

@@ -9,9 +9,9 @@
 #include <mutex>
 #include <string>
 
+#include <chronal-sim/Start.h>
 #include <chronal/Helpers.h>
 #include <chronal/UserAdapter.h>
-#include <fabric-host/Session.h>
 
 namespace {
 
@@ -112,7 +112,7 @@ private:
 
 int main(int argc, char** argv)
 {
-    const auto session = fabric::host::start();
+    const auto session = chronal::sim::start();
     Client client(session->application(), session->component());
     client.setServiceInterface(&session->service());
     const std::string way = argc > 1 ? argv[1] : "";

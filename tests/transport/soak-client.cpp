@@ -16,8 +16,8 @@
 #include <thread>
 #include <vector>
 
+#include <chronal-sim/Start.h>
 #include <chronal/UserAdapter.h>
-#include <fabric-host/Session.h>
 
 namespace {
 
@@ -140,7 +140,7 @@ private:
 
 void soak(const std::atomic<bool>& ending)
 {
-    const auto session = fabric::host::start();
+    const auto session = chronal::sim::start();
     Sender sender(session->application(), session->component(), session->service());
     const fabric::host::Attachment attachment(*session, sender);
     session->connect();

@@ -135,9 +135,7 @@ void Client::onNotifyDSTChange(const Ids&, int dst)
 
 std::unique_ptr<fabric::host::Session> startSession(const std::string& socket)
 {
-    fabric::host::StartOptions options;
-    options.socket = socket;
-    return fabric::host::start(options);
+    return sim::start(socket);
 }
 
 } // namespace chronal::ctl

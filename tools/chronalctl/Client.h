@@ -5,8 +5,8 @@
 #include <string>
 #include <utility>
 
+#include <chronal-sim/Start.h>
 #include <chronal/UserAdapter.h>
-#include <fabric-host/Session.h>
 
 #include "Report.h"
 

@@ -3,12 +3,13 @@
 #include <cstdlib>
 #include <stdexcept>
 
-#include <fabric-host/SocketPath.h>
+#include <chronal-sim/Start.h>
+#include <fabric-host/Link.h>
 
 namespace chronal::tools {
 
 using fabric::host::longestSocketPath;
-using fabric::host::socketAt;
+using sim::socketAt;
 
 std::string parseSocket(const std::string& text)
 {

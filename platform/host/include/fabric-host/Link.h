@@ -8,6 +8,7 @@
 #include <vector>
 
 #include <sys/types.h>
+#include <sys/un.h>
 
 #include <fabric/Export.h>
 
@@ -76,6 +77,9 @@ public:
     /// Whether the link tries again on its own after linkFailed() and linkDown(); false here.
     virtual bool reconnects() const noexcept;
 };
+
+/// In characters; what the address of a Unix-domain socket has room for.
+constexpr std::size_t longestSocketPath = sizeof(sockaddr_un::sun_path) - 1;
 
 /// A link to the service that listens at a Unix-domain socket. From its opening to its closing it
 /// connects whenever the service can be reached, and reports the first of equal failures in a row.

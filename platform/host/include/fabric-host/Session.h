@@ -17,8 +17,8 @@ namespace host {
 class Link;
 struct MessageCatalogue;
 
-/// How often something happened since the session was made; each count starts again from 0 where
-/// size_t ends.
+/// How often something happened since the session was made. A count wraps where size_t ends, which
+/// on 32-bit hosts is after 4 294 967 295.
 struct SessionCounters
 {
     std::uint64_t framesSent;
@@ -61,25 +61,26 @@ public:
 
     /// From now on reports the connection to `client`; a connection that already stands is reported
     /// at once, on the dispatch thread. `client` stays alive until it is detached. A client that is
-    /// attached already stays attached once.
+    /// attached already stays attached once. Throws std::bad_alloc, having changed nothing.
     void attach(ClientInterface& client);
 
     /// Ends the reports to `client`. If the connection stands, the client is told first that it is
     /// gone, on the dispatch thread, with reason 0. When it has returned, no report is running or
     /// will come; called inside a callback of that client, too, it returns when the client has been
     /// told. A client that is not attached is ignored.
-    void detach(ClientInterface& client);
+    void detach(ClientInterface& client) noexcept;
 
     /// Opens the connection, also one that was lost; returns at once, the clients are told the
-    /// outcome. Nothing happens if it stands already, or if it is lost and its link tries again on
-    /// its own.
-    void connect();
+    /// outcome, a lack of memory or descriptors among it. Nothing happens if it stands already, or
+    /// if it is lost and its link tries again on its own.
+    void connect() noexcept;
 
-    /// Closes the connection; the clients are told, with reason 0. What has been received by then
-    /// is still delivered first; nothing is delivered after the report. Commands sent by then still
-    /// reach the service: a service that does not take them is waited for, for a second at most,
-    /// and a debug line tells how many were given up.
-    void disconnect();
+    /// Closes the connection: at once for commands, and for the clients when they are told, with
+    /// reason 0. What has been received by then is still delivered first; nothing is delivered
+    /// after the report. Commands sent by then still reach the service: a service that does not
+    /// take them is waited for, for a second at most, and a debug line tells how many were given
+    /// up.
+    void disconnect() noexcept;
 
     SessionCounters counters() const;
 
@@ -93,43 +94,19 @@ private:
 class Attachment
 {
 public:
-    Attachment(Session& hostSession, ClientInterface& attached)
-        : session(hostSession), client(attached)
+    Attachment(Session& session, ClientInterface& client) : session_(session), client_(client)
     {
-        session.attach(client);
+        session_.attach(client_);
     }
-    ~Attachment() { session.detach(client); }
+    ~Attachment() { session_.detach(client_); }
 
     Attachment(const Attachment&) = delete;
     Attachment& operator=(const Attachment&) = delete;
 
 private:
-    Session& session;
-    ClientInterface& client;
+    Session& session_;
+    ClientInterface& client_;
 };
-
-struct StartOptions
-{
-    /// The Unix-domain socket of a service in another process, or the folder that has it as
-    /// chronal.sock. Empty: what the environment variable CHRONAL_SOCKET says; where that is empty,
-    /// too, the service is simulated inside this process.
-    std::string socket;
-};
-
-/// A session, not yet connected, with the default service. Link chronal::devkit for it. Sessions of
-/// one process that have the service inside share one.
-///
-/// Over a socket the session connects whenever the service can be reached, from connect() to
-/// disconnect(): when the service comes late, clients are told that the connection failed, and once
-/// more only if the error number changes; when it goes, they are told so, and later that it is
-/// back.
-///
-/// Reasons that clients get are error numbers. Of a connection that failed: ENOENT or ECONNREFUSED
-/// where no service listens, EACCES where this user may not, and whatever else connecting says. Of
-/// one that has gone: 0 when either side ended it in good order, ECONNRESET or EPIPE when the
-/// service is gone without, EBADMSG after a malformed frame of it, ENOBUFS when callbacks were so
-/// slow that the session's queue was full.
-std::unique_ptr<Session> start(const StartOptions& options = StartOptions());
 
 } // namespace host
 } // namespace fabric

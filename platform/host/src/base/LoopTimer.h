@@ -64,9 +64,8 @@ private:
         {
             awaited = when;
             timer.expires_at(when);
-            timer.async_wait(preallocated(memory, [self](const boost::system::error_code&) {
-                self->expired(self);
-            }));
+            timer.async_wait(preallocated(
+                memory, [self](const boost::system::error_code&) { self->expired(self); }));
         }
 
         void expired(const std::shared_ptr<State>& self)

@@ -117,14 +117,14 @@ bool HandlerRegistry::invoke(int id, const EventHandler& handler, const Event& e
 {
     const EventHandler::Caller& caller = handler.boundCaller();
     return callGuarded([&] { caller.invoke(event); },
-                     [&](const char* what) {
-                         // A handler that is gone may have taken its object along, which only its
-                         // class name needs.
-                         const bool there = isRegistered(id);
-                         log(logTrouble, "fabric-host: exception out of %s::%s: %s\n",
-                             there ? caller.getClassName().c_str() : "(removed)",
-                             caller.getMethodName().c_str(), what);
-                     });
+                       [&](const char* what) {
+                           // A handler that is gone may have taken its object along, which only its
+                           // class name needs.
+                           const bool there = isRegistered(id);
+                           log(logTrouble, "fabric-host: exception out of %s::%s: %s\n",
+                               there ? caller.getClassName().c_str() : "(removed)",
+                               caller.getMethodName().c_str(), what);
+                       });
 }
 
 } // namespace host

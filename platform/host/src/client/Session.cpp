@@ -1,3 +1,4 @@
+#include <fabric-host/Frame.h>
 #include <fabric-host/Session.h>
 
 #include <fabric-host/Link.h>
@@ -21,7 +22,6 @@
 #include "../base/Guarded.h"
 #include "../base/Log.h"
 #include "../base/LoopTask.h"
-#include "../codec/Frame.h"
 #include "ClientList.h"
 #include "HandlerRegistry.h"
 
@@ -402,9 +402,10 @@ void Session::Impl::dispatch()
 {
     // Whatever an exception interrupts is lost; the loop goes on.
     while (!loop_.stopped())
-        callGuarded([this] { loop_.run(); }, [](const char* what) {
-            log(logTrouble, "fabric-host: exception in a session's loop: %s\n", what);
-        });
+        callGuarded([this] { loop_.run(); },
+                    [](const char* what) {
+                        log(logTrouble, "fabric-host: exception in a session's loop: %s\n", what);
+                    });
 }
 
 bool Session::Impl::frameReceived(FrameView frame)
@@ -471,17 +472,17 @@ void Session::attach(ClientInterface& client)
     impl->attach(client);
 }
 
-void Session::detach(ClientInterface& client)
+void Session::detach(ClientInterface& client) noexcept
 {
     impl->detach(client);
 }
 
-void Session::connect()
+void Session::connect() noexcept
 {
     impl->connect();
 }
 
-void Session::disconnect()
+void Session::disconnect() noexcept
 {
     impl->disconnect();
 }

@@ -1,4 +1,4 @@
-#include "Frame.h"
+#include <fabric-host/Frame.h>
 
 #include <algorithm>
 #include <cerrno>

@@ -1,3 +1,4 @@
+#include <fabric-host/Frame.h>
 #include <fabric-host/ServiceHost.h>
 
 #include <atomic>
@@ -21,7 +22,6 @@
 #include "../base/LoopTask.h"
 #include "../base/LoopTimer.h"
 #include "../base/RateLimit.h"
-#include "../codec/Frame.h"
 #include "../transport/MemoryStream.h"
 #include "../transport/SocketListener.h"
 #include "../transport/SocketStream.h"
@@ -54,7 +54,10 @@ public:
     void listen(const std::string& path);
     void stopOn(std::initializer_list<int> signals);
     void run();
-    void start() { thread_ = std::thread([this] { run(); }); }
+    void start()
+    {
+        thread_ = std::thread([this] { run(); });
+    }
     void stop() noexcept { stop_.schedule(); }
     ServiceCounters counters() const noexcept { return {framesRefused_, clientsDropped_}; }
 
@@ -176,8 +179,9 @@ void ServiceHost::Impl::run()
     runDue();
     // Whatever an exception interrupts has been reported and is lost; the loop goes on.
     while (!loop_.stopped())
-        callGuarded([this] { loop_.run(); },
-                    [this](const char* what) { complaints_.log("exception in a service's loop", what); });
+        callGuarded(
+            [this] { loop_.run(); },
+            [this](const char* what) { complaints_.log("exception in a service's loop", what); });
 }
 
 void ServiceHost::Impl::offer(std::shared_ptr<MemoryChannel> channel)
@@ -371,8 +375,7 @@ public:
     void open(asio::io_context& loop, LinkListener& listener) override
     {
         const auto channel = std::make_shared<MemoryChannel>();
-        const auto stream =
-            std::make_shared<MemoryStream>(loop, channel, MemoryStream::clientSide);
+        const auto stream = std::make_shared<MemoryStream>(loop, channel, MemoryStream::clientSide);
         host_->impl_->offer(channel);
         setListener(listener);
         connected(stream);

@@ -1,10 +1,10 @@
 #include "MemoryStream.h"
 
+#include <fabric-host/Frame.h>
+
 #include <cerrno>
 #include <new>
 #include <utility>
-
-#include "../codec/Frame.h"
 
 namespace fabric {
 namespace host {

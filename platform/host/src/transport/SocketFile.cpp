@@ -9,13 +9,12 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
-#include <filesystem>
 #include <stdexcept>
 #include <thread>
 
 #include <boost/asio/io_context.hpp>
 
-#include <fabric-host/SocketPath.h>
+#include <fabric-host/Link.h>
 
 namespace fabric {
 namespace host {
@@ -103,15 +102,6 @@ std::string directoryOf(const std::string& path)
 }
 
 } // namespace
-
-std::string socketAt(const std::string& place)
-{
-    const std::filesystem::path path = place;
-    std::error_code ignored;
-    const bool folder =
-        !place.empty() && (!path.has_filename() || std::filesystem::is_directory(path, ignored));
-    return folder ? path / "chronal.sock" : path;
-}
 
 int connectTo(const std::string& path, Protocol::socket& socket)
 {

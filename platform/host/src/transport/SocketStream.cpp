@@ -1,5 +1,7 @@
 #include "SocketStream.h"
 
+#include <fabric-host/Frame.h>
+
 #include <poll.h>
 #include <sys/socket.h>
 
@@ -12,8 +14,6 @@
 
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/error.hpp>
-
-#include "../codec/Frame.h"
 
 namespace fabric {
 namespace host {
@@ -69,10 +69,8 @@ void SocketStream::awaitInput()
     const auto self = std::static_pointer_cast<SocketStream>(shared_from_this());
     socket_.async_read_some(
         asio::buffer(&input_[end_], input_.size() - end_),
-        preallocated(readMemory_,
-                     [self](const boost::system::error_code& error, std::size_t count) {
-                         self->received(error, count);
-                     }));
+        preallocated(readMemory_, [self](const boost::system::error_code& error,
+                                         std::size_t count) { self->received(error, count); }));
 }
 
 void SocketStream::received(const boost::system::error_code& error, std::size_t count)
@@ -131,8 +129,8 @@ std::size_t SocketStream::sendNow(const std::uint8_t* bytes, std::size_t size) n
 {
     std::size_t sent = 0;
     while (sent < size) {
-        const ssize_t count = ::send(socket_.native_handle(), bytes + sent, size - sent,
-                                     MSG_DONTWAIT | MSG_NOSIGNAL);
+        const ssize_t count =
+            ::send(socket_.native_handle(), bytes + sent, size - sent, MSG_DONTWAIT | MSG_NOSIGNAL);
         if (count < 0 && errno == EINTR)
             continue;
         if (count < 0) {

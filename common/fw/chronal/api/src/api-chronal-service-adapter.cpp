@@ -2,11 +2,8 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <limits>
-#include <new>
 
 #include <boost/shared_ptr.hpp>
 
@@ -17,6 +14,7 @@
 #include <nub/Endian.h>
 
 #include "api-chronal-endian-tables.h"
+#include "api-chronal-record-text.h"
 #include "api-chronal-service-identifiers.h"
 
 namespace chronal {
@@ -74,19 +72,6 @@ void negate(nubOsalTime_struct& time)
 {
     time.seconds = static_cast<std::int64_t>(-static_cast<std::uint64_t>(time.seconds));
     time.microseconds = static_cast<std::int32_t>(-static_cast<std::uint32_t>(time.microseconds));
-}
-
-/// Gives the message a copy of the text. The record is unchanged if that fails.
-void fill(nubDeserString_t& field, const std::string& text)
-{
-    if (text.size() > std::numeric_limits<std::uint32_t>::max())
-        throw std::bad_alloc();
-    char* const chars = static_cast<char*>(std::malloc(text.size() + 1));
-    if (!chars)
-        throw std::bad_alloc();
-    std::memcpy(chars, text.c_str(), text.size() + 1);
-    field.length = static_cast<std::uint32_t>(text.size());
-    field.chars = chars;
 }
 
 /// What setting a source's UTC and its local time have in common. The sign has no field of its own.
@@ -324,7 +309,7 @@ void UserAdapter::cmdDateTimeSettingsSet(fabric::MsgIds& ids, const nubOsalTime_
                                                   record.time3 = time3;
                                                   record.time4 = time4;
                                                   record.value = value;
-                                                  fill(record.text, text);
+                                                  copyText(record.text, text);
                                                   record.flag1 = -1;
                                                   record.flag2 = -1;
                                               });
@@ -347,7 +332,7 @@ void UserAdapter::cmdDateTimeNtpSet(fabric::MsgIds& ids, const std::string& text
 {
     static constexpr Command command(resourceNtp, operationSet);
     CommandSender::send<chronalMsgNtpData_t>(*this, ids, command, [&](chronalMsgNtpData_t& record) {
-        fill(record.text, text);
+        copyText(record.text, text);
         record.flag = truth(flag);
     });
 }
@@ -377,7 +362,7 @@ void UserAdapter::cmdTimezoneSet(fabric::MsgIds& ids, const std::string& timezon
     static constexpr Command command(resourceTimezone, operationSet);
     CommandSender::send<chronalMsgTimezone_t>(
         *this, ids, command,
-        [&](chronalMsgTimezone_t& record) { fill(record.timezone, timezone); });
+        [&](chronalMsgTimezone_t& record) { copyText(record.timezone, timezone); });
 }
 
 void UserAdapter::cmdTimezoneFetch(fabric::MsgIds& ids)
@@ -405,7 +390,7 @@ Value decode(const Value& field)
 
 std::string decode(const nubDeserString_t& field)
 {
-    return field.chars ? std::string(field.chars, field.length) : std::string();
+    return readText(field);
 }
 
 /// The adapter's own virtual table, under the name that the C++ ABI gives it.

@@ -1,0 +1,38 @@
+#ifndef API_CHRONAL_RECORD_TEXT_H
+#define API_CHRONAL_RECORD_TEXT_H
+
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <new>
+#include <string>
+
+#include <nub/Endian.h>
+
+namespace chronal {
+namespace detail {
+
+/// Gives a record a copy of the text. The field is unchanged if that throws std::bad_alloc.
+inline void copyText(nubDeserString_t& field, const std::string& text)
+{
+    if (text.size() > std::numeric_limits<std::uint32_t>::max())
+        throw std::bad_alloc();
+    char* const chars = static_cast<char*>(std::malloc(text.size() + 1));
+    if (!chars)
+        throw std::bad_alloc();
+    std::memcpy(chars, text.c_str(), text.size() + 1);
+    field.length = static_cast<std::uint32_t>(text.size());
+    field.chars = chars;
+}
+
+/// A copy of the text in a record: exactly its length, NULs among it; empty for a null pointer.
+inline std::string readText(const nubDeserString_t& field)
+{
+    return field.chars ? std::string(field.chars, field.length) : std::string();
+}
+
+} // namespace detail
+} // namespace chronal
+
+#endif
