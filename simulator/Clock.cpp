@@ -1,7 +1,12 @@
 #include "Clock.h"
 
+#include <sys/syscall.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
+#include <ctime>
 
 namespace chronal::sim {
 
@@ -10,20 +15,32 @@ namespace {
 // A moment may come sooner than it seems now, so nobody waits for it longer without looking again.
 constexpr Span longestWait = std::chrono::minutes(1);
 
+Span machineTime()
+{
+#ifdef SYS_clock_gettime64
+    // Where time_t has 32 bits, the C library's clock ends in 2038 and the kernel's does not.
+    struct
+    {
+        std::int64_t seconds;
+        std::int64_t nanoseconds;
+    } now = {};
+    if (::syscall(SYS_clock_gettime64, CLOCK_REALTIME, &now) == 0)
+        return std::chrono::seconds(now.seconds) + Span(now.nanoseconds / 1000);
+#endif
+    return std::chrono::duration_cast<Span>(std::chrono::system_clock::now().time_since_epoch());
+}
+
 class SystemClock final : public Clock
 {
 public:
-    Utc utc() const override
-    {
-        return std::chrono::time_point_cast<Span>(std::chrono::system_clock::now());
-    }
+    Utc utc() const override { return wrapped(Utc(machineTime())); }
 
     TimePoint steady() const override { return std::chrono::steady_clock::now(); }
 
     // The machine's UTC may be set, and goes on while the machine is suspended.
-    TimePoint steadyAt(Utc moment) const override
+    TimePoint steadyAfter(Span wait) const override
     {
-        return steady() + std::clamp(Span(moment - utc()), Span::zero(), longestWait);
+        return steady() + std::clamp(wait, Span::zero(), longestWait);
     }
 };
 
@@ -39,15 +56,13 @@ ScaledClock::ScaledClock(Utc start, double speed)
 {
 }
 
-// As floating-point numbers until it is certain that the result has a place in a Span.
+// In floating-point numbers until the result is certain to fit into a Span.
 Utc ScaledClock::utc() const
 {
-    constexpr Utc last = calendarEnd - Span(1);
     const Span elapsed = std::chrono::duration_cast<Span>(steady() - startSteady);
-    const double ahead = inMicroseconds(elapsed) * factor;
-    if (ahead >= inMicroseconds(last - startUtc))
-        return last;
-    return startUtc + Span(static_cast<Span::rep>(ahead));
+    const double ahead =
+        std::fmod(inMicroseconds(elapsed) * factor, inMicroseconds(calendarEnd.time_since_epoch()));
+    return wrapped(startUtc + Span(static_cast<Span::rep>(ahead)));
 }
 
 Clock::TimePoint ScaledClock::steady() const
@@ -55,13 +70,10 @@ Clock::TimePoint ScaledClock::steady() const
     return std::chrono::steady_clock::now();
 }
 
-Clock::TimePoint ScaledClock::steadyAt(Utc moment) const
+Clock::TimePoint ScaledClock::steadyAfter(Span wait) const
 {
-    if (moment >= calendarEnd)
-        return TimePoint::max();
-    const double wait = inMicroseconds(moment - utc()) / factor;
-    return steady() + Span(static_cast<Span::rep>(
-                          std::ceil(std::clamp(wait, 0.0, inMicroseconds(longestWait)))));
+    return steady() + Span(static_cast<Span::rep>(std::ceil(std::clamp(
+                          inMicroseconds(wait) / factor, 0.0, inMicroseconds(longestWait)))));
 }
 
 const Clock& systemClock()

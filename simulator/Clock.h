@@ -16,16 +16,16 @@ public:
 
     virtual ~Clock() = default;
 
+    /// Always a time of the calendar: see wrapped().
     virtual Utc utc() const = 0;
     virtual TimePoint steady() const = 0;
 
-    /// When to look whether utc() has reached `moment`; TimePoint::max() if it never will. May be
-    /// too early, never much too late, and lies in the future as long as `moment` does.
-    virtual TimePoint steadyAt(Utc moment) const = 0;
+    /// When to look whether utc() has gone on by `wait`. May be too early, but not at once unless
+    /// `wait` is zero or negative, and is never much too late.
+    virtual TimePoint steadyAfter(Span wait) const = 0;
 };
 
-/// Starts at a time of choice and runs from then on at a multiple of the machine's speed. Stops at
-/// the end of the calendar.
+/// Starts at a time of choice and runs from then on at a multiple of the machine's speed.
 class ScaledClock final : public Clock
 {
 public:
@@ -34,7 +34,7 @@ public:
 
     Utc utc() const override;
     TimePoint steady() const override;
-    TimePoint steadyAt(Utc moment) const override;
+    TimePoint steadyAfter(Span wait) const override;
 
 private:
     const Utc startUtc;
@@ -42,7 +42,7 @@ private:
     const double factor;
 };
 
-/// The machine's clocks.
+/// The machine's clocks, beyond 2038 also where time_t has 32 bits.
 const Clock& systemClock();
 
 } // namespace chronal::sim

@@ -5,7 +5,6 @@
 #include <fabric-host/Printable.h>
 
 #include "Protocol.h"
-#include "WireTime.h"
 
 namespace chronal::sim {
 
@@ -13,8 +12,7 @@ namespace {
 
 bool isSpan(const nubOsalTime_struct& time)
 {
-    constexpr std::int64_t most =
-        -std::chrono::floor<std::chrono::seconds>(deviationUnknown).count();
+    const std::int64_t most = -Helpers::deviationUnknown.seconds;
     return time.seconds >= -most && time.seconds <= most;
 }
 

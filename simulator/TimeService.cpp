@@ -1,5 +1,7 @@
 #include "TimeService.h"
 
+#include <chronal/Helpers.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <iterator>
@@ -12,8 +14,6 @@ namespace chronal::sim {
 
 namespace {
 
-constexpr std::size_t longestText = 255;
-
 chronalMsgReplyTime_t times(referenceTimeId_enum id, Utc utc, Span deviation)
 {
     chronalMsgReplyTime_t record = {};
@@ -24,11 +24,11 @@ chronalMsgReplyTime_t times(referenceTimeId_enum id, Utc utc, Span deviation)
     return record;
 }
 
-chronalMsgReplyTime_t noTimes(referenceTimeId_enum id, Span marker)
+chronalMsgReplyTime_t noTimes(referenceTimeId_enum id, const nubOsalTime_struct& marker)
 {
     chronalMsgReplyTime_t record = {};
     record.refTimeId = id;
-    record.utcDeviation = wireSpan(marker);
+    record.utcDeviation = marker;
     return record;
 }
 
@@ -193,9 +193,8 @@ TimeService::TimePoint TimeService::runDue()
     notifyDeviation();
 
     const TimePoint now = clock.steady();
-    TimePoint next = told.end < calendarEnd
-                         ? clock.steadyAt(told.end - *sources.at(referenceTimeRtc).ahead)
-                         : TimePoint::max();
+    TimePoint next =
+        told.end < calendarEnd ? clock.steadyAfter(told.end - rtcUtc()) : TimePoint::max();
     for (auto& [subscription, due] : subscriptions) {
         const auto [client, id] = subscription;
         if (due <= now) {
@@ -260,11 +259,12 @@ Content TimeService::nextTimeDeviationChangeFetch(const chronalMsgCmdRefTimeId_t
         return result(-EINVAL);
     const std::optional<Utc> now = utcOf(*source);
     if (!now)
-        return compose(replyUtcDeviationInfo, noTimes(command.refTimeId, deviationUnknown));
+        return compose(replyUtcDeviationInfo,
+                       noTimes(command.refTimeId, Helpers::deviationUnknown));
     const std::optional<Period> next = source->rule.nextChange(*now);
     return compose(replyUtcDeviationInfo,
                    next ? times(command.refTimeId, next->begin, next->deviation)
-                        : noTimes(command.refTimeId, deviationInvalid));
+                        : noTimes(command.refTimeId, Helpers::deviationInvalid));
 }
 
 Content TimeService::refTimeSubscribe(ClientId client, const chronalMsgCmdRefTimeId_t& command)
@@ -423,7 +423,7 @@ int TimeService::refusalToSet(const Source* source)
 
 std::optional<Utc> TimeService::utcOf(const Source& source) const
 {
-    return source.ahead ? std::optional<Utc>(clock.utc() + *source.ahead) : std::nullopt;
+    return source.ahead ? std::optional<Utc>(wrapped(clock.utc() + *source.ahead)) : std::nullopt;
 }
 
 Utc TimeService::rtcUtc() const
@@ -435,8 +435,8 @@ chronalMsgReplyTime_t TimeService::timesOf(referenceTimeId_enum id) const
 {
     const Source& source = sources.at(id);
     const std::optional<Utc> utc = utcOf(source);
-    chronalMsgReplyTime_t record =
-        utc ? times(id, *utc, source.rule.periodAt(*utc).deviation) : noTimes(id, deviationUnknown);
+    chronalMsgReplyTime_t record = utc ? times(id, *utc, source.rule.periodAt(*utc).deviation)
+                                       : noTimes(id, Helpers::deviationUnknown);
     record.flag = utc.has_value();
     record.value = source.value;
     return record;

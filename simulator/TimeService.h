@@ -3,6 +3,7 @@
 
 #include <array>
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -21,6 +22,9 @@
 
 namespace chronal::sim {
 
+/// The longest name of a zone or a server that is taken, in bytes; longer than any real one.
+inline constexpr std::size_t longestText = 255;
+
 struct Options
 {
     std::string zone = "UTC";                                               ///< at the start
@@ -34,6 +38,9 @@ struct Options
 /// that has been announced for the source comes into force; that one holds until the next
 /// announced change. What has been announced is dropped when the zone is set or the time is
 /// initialised.
+///
+/// A clock, the machine's or a source's, that leaves the years 1970 to 9999 goes on at their other
+/// end; what that changes of the deviation is notified after the next command.
 ///
 /// Every command is answered to its sender, with the command's ids; notifications follow the
 /// answer. "Result" is replyResult with 0. A refusal is replyResult with a negative error number,

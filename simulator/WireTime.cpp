@@ -1,5 +1,7 @@
 #include "WireTime.h"
 
+#include <chronal/Helpers.h>
+
 namespace chronal::sim {
 
 namespace {
@@ -60,8 +62,12 @@ std::optional<Span> readDeviation(const nubOsalTime_struct& span)
 
 bool isAnnounced(const nubOsalTime_struct& deviation)
 {
-    const std::optional<Span> value = readWithin(deviation, deviationUnknown, Span::zero());
-    return value != Span::zero() && value != deviationInvalid && value != deviationUnknown;
+    constexpr nubOsalTime_struct zero = {};
+    const auto differsFrom = [&](const nubOsalTime_struct& silent) {
+        return nubOsalCompareTime(&deviation, &silent) != 0;
+    };
+    return differsFrom(zero) && differsFrom(Helpers::deviationInvalid) &&
+           differsFrom(Helpers::deviationUnknown);
 }
 
 nubOsalTime_struct wireTime(Utc time)

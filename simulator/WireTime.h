@@ -10,10 +10,6 @@
 /// Times as records carry them. Readers take any words and give nothing for what is out of range.
 namespace chronal::sim {
 
-/// Stand in a deviation field for one that there is none of, and for one that is not known.
-inline constexpr Span deviationInvalid = std::chrono::seconds(-360000);
-inline constexpr Span deviationUnknown = std::chrono::seconds(-360001);
-
 /// Absolute times from 1970 to calendarEnd, in normal form or not.
 std::optional<Utc> readUtc(const nubOsalTime_struct& time);
 std::optional<Local> readLocal(const nubOsalTime_struct& time);

@@ -24,6 +24,16 @@ typedef std::chrono::time_point<LocalClock, Span> Local;
 /// not before 1970.
 inline constexpr Utc calendarEnd = Utc(std::chrono::seconds(253402300800));
 
+/// The time of the calendar that a clock shows: past its end it starts again at 1970, and a time
+/// before 1970 counts backwards from that end. So a clock always runs, and always shows a time that
+/// can be set.
+constexpr Utc wrapped(Utc moment)
+{
+    constexpr Span length = calendarEnd.time_since_epoch();
+    const Span rest = moment.time_since_epoch() % length;
+    return Utc(rest < Span::zero() ? rest + length : rest);
+}
+
 /// No deviation is larger, in either direction.
 inline constexpr Span largestDeviation = std::chrono::hours(24);
 

@@ -85,9 +85,9 @@ struct ManualClock : Clock
 {
     Utc utc() const override { return now; }
     TimePoint steady() const override { return steadyNow; }
-    TimePoint steadyAt(Utc moment) const override
+    TimePoint steadyAfter(Span wait) const override
     {
-        return steadyNow + std::min<Span>(moment - now, std::chrono::hours(24 * 36525));
+        return steadyNow + std::min<Span>(wait, std::chrono::hours(24 * 36525));
     }
 
     Utc now = sim::utc("2026-01-01 11:30:00");

@@ -240,6 +240,14 @@ TEST(TimeService, ReportsEachTransitionOfAYearWhenItComes)
     EXPECT_EQ(reported(desk, "2027-01-01 00:00:00"), expected);
 }
 
+TEST(TimeService, LetsASourceRunBeyondTheEndOfTheCalendar)
+{
+    Desk desk;
+    desk.ask(about(cmdRefTimeSet, 2, at("9999-12-31 23:59:59")));
+    desk.advance(seconds(2));
+    EXPECT_EQ(desk.ask(fetch(2)), Texts{"replyTimeRefInfo 2 +1 +3600 +3601 1 0"});
+}
+
 TEST(TimeService, ReportsAnnouncedChangesOfTheRtcWhenTheyCome)
 {
     Desk desk;

@@ -1,5 +1,6 @@
 #include <array>
 #include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -162,6 +163,33 @@ TEST(ZoneRules, AnnouncedChangesTakeOverFromTheZoneAndFromThoseBefore)
     rule.announce({{now + hours(11), hours(2), {}}}, now + hours(10));
     rule.announce({{now + hours(20), hours(3), {}}}, now + hours(12));
     EXPECT_EQ(after(12), "+7200 DST") << "what an earlier change has left in force stays as well";
+}
+
+TEST(Clock, StartsAgainAtTheOtherEndOfTheCalendar)
+{
+    constexpr Span second = std::chrono::seconds(1);
+    const std::pair<Utc, Utc> rows[] = {
+        {Utc(), Utc()},
+        {calendarEnd - second, calendarEnd - second},
+        {calendarEnd, Utc()},
+        {calendarEnd + second, Utc(second)},
+        {Utc(-second), calendarEnd - second},
+        {Utc(-3 * calendarEnd.time_since_epoch()), Utc()},
+    };
+    for (const auto& [moment, shown] : rows)
+        EXPECT_EQ(shown, wrapped(moment)) << moment.time_since_epoch().count();
+
+    const ScaledClock clock(calendarEnd - Span(1), 1e6);
+    const auto giveUp = clock.steady() + std::chrono::seconds(20);
+    while (clock.utc() >= calendarEnd - Span(1) && clock.steady() < giveUp)
+        continue;
+    EXPECT_LT(clock.utc(), Utc(std::chrono::hours(24 * 365)));
+}
+
+TEST(Clock, ShowsTheMachinesTime)
+{
+    const auto shown = systemClock().utc().time_since_epoch() / std::chrono::seconds(1);
+    EXPECT_LE(std::abs(shown - std::time(nullptr)), 1);
 }
 
 TEST(WireTime, TakesTimesOfTheCalendarInAnyFormAndNoOthers)

@@ -12,13 +12,17 @@
 #include <utility>
 
 #include <chronal/Helpers.h>
+#include <chronal/MessageRecords.h>
+#include <fabric-host/Frame.h>
 
 #include "Manual.h"
 #include "NumberText.h"
 #include "Output.h"
 #include "ParsedOption.h"
 #include "SocketText.h"
+#include "TimeService.h"
 #include "TimeText.h"
+#include "ZoneRules.h"
 
 namespace chronal::ctl {
 
@@ -58,6 +62,8 @@ const tools::ManPageText& manPageText()
            "negative error number, or 0 for none; advice may be empty."}},
          {"ENVIRONMENT",
           {"CHRONAL_SOCKET is the socket to use when --socket is not given.",
+           "CHRONAL_SOCKET_UID is the id of a user whose service is trusted, besides this user's "
+           "own and root's.",
            "XDG_RUNTIME_DIR is the directory where chronal-simd listens by default. Without "
            "--socket "
            "and CHRONAL_SOCKET, chronal.sock in it is used, if it exists, even if nobody listens "
@@ -121,10 +127,12 @@ std::chrono::microseconds parseWait(const std::string& text)
     return wait;
 }
 
-/// With what else a message holds, more does not fit into one.
 std::string parseText(const std::string& text)
 {
+    // A round number that leaves room in a frame for what else the message holds.
     constexpr std::size_t longest = 65000;
+    static_assert(longest + sizeof(chronalMsgDateTime_t) + fabric::host::frameHeaderSize <
+                  fabric::host::maxFrameSize);
     if (text.size() > longest)
         throw std::invalid_argument("has " + std::to_string(text.size()) +
                                     " characters; a message has room for " +
@@ -171,14 +179,15 @@ std::string filled(std::string_view text, const CLI::App& command)
 
 constexpr char sourceLocked[] =
     "{SOURCE} is locked; to unlock it: chronalctl ref-time unlock {SOURCE}";
-constexpr char serverTooLong[] = "the server's name has more than 255 characters";
+const std::string tooLong = "has more than " + std::to_string(sim::longestText) + " characters";
+const std::string serverTooLong = "the server's name " + tooLong;
 
 constexpr std::int64_t day = 86400; // seconds
 
 /// Years 1970 to 9999, without `margin` seconds at both ends.
 bool isInCalendar(const nubOsalTime_struct& time, std::int64_t margin = 0)
 {
-    constexpr std::int64_t end = 253402300800;
+    constexpr std::int64_t end = sim::calendarEnd.time_since_epoch() / std::chrono::seconds(1);
     const std::int64_t second = time.seconds - (time.microseconds < 0 ? 1 : 0);
     return second >= margin && second < end - margin;
 }
@@ -193,7 +202,7 @@ bool isOverADay(nubOsalTime_struct span)
 
 bool isTooLong(const std::string& text)
 {
-    return text.size() > 255;
+    return text.size() > sim::longestText;
 }
 
 /// The answer to a command. Throws Failure if that is a refusal.
@@ -613,7 +622,7 @@ void CommandLine::addTimezone()
     addReason(set, ENOENT,
               "the service knows no time zone '{ZONE}'; right would be a name of the time-zone "
               "database, such as Europe/Berlin");
-    addReason(set, EINVAL, "the zone's name has more than 255 characters",
+    addReason(set, EINVAL, "the zone's name " + tooLong,
               [this] { return isTooLong(arguments.text); });
     CLI::App& sync = addQuestion(group, "sync", "Whether the zone is synchronised",
                                  [this](UserAdapter& adapter, Ids& ids) {
