@@ -21,6 +21,8 @@ def under_way($who): "per-second/round-trip/\($who) \(.per_second)";
 
 (.times | times),
 (.round_trip | (.memory | round_trip("own")), (.threads | round_trip("floor"))),
+(.round_trip.socket.of_floor | "of-floor/socket/one-cpu \(.)"),
+(.under_way.socket.of_floor | "of-floor/socket/all-cpus \(.)"),
 (.under_way | (.memory | under_way("own")), (.threads | under_way("floor"))),
 (.round_trips | times),
 (.counts as $counts | def total: .library + .host + .allocator + .rest;
