@@ -176,6 +176,66 @@ TEST_F(MemoryLinkTest, AClientThatDoesNotKeepUpIsDisconnectedAndMayConnectAgain)
     EXPECT_EQ(0, application.send(1));
 }
 
+TEST_F(MemoryLinkTest, WhatHasBeenReceivedIsDeliveredBeforeTheSessionDisconnects)
+{
+    Gate entered, sent;
+    Application application(host);
+    Callback slow([&](const Message& event) {
+        application.journal.note(std::to_string(recordOf(event).number));
+        entered.open();
+        goOn.pass();
+    });
+    application.session->application().addEventHandler(change, 0, slow.handler());
+    script.onCommand = [&](ServiceOutlet& outlet, ClientId client, const Message&) {
+        for (std::uint32_t i = 0; i < 3; ++i)
+            outlet.send(client, message(change, i));
+        sent.open();
+    };
+    EXPECT_EQ(0, application.send(1));
+    entered.pass();
+    sent.pass();
+    application.session->disconnect();
+    goOn.open();
+    EXPECT_THAT(application.journal.await(5),
+                ElementsAre("connected", "0", "1", "2", "disconnected 0"));
+}
+
+TEST_F(MemoryLinkTest, AServiceThatHasEndedCannotBeConnectedTo)
+{
+    ServiceHost ended(script);
+    ended.stop();
+    ended.run();
+    Client client(journal);
+    Session session(newMemoryLink({&ended, [](ServiceHost*) {}}), catalogue);
+    const Attachment attachment(session, client);
+    session.connect();
+    EXPECT_THAT(journal.await(1), ElementsAre("failed " + std::to_string(ECONNREFUSED)));
+}
+
+TEST_F(MemoryLinkTest, DetachingOnAnotherThreadWaitsForAReportThatDetachesItself)
+{
+    Application application(host);
+    for (int round = 0; round < 100; ++round) {
+        Gate entered;
+        std::atomic<bool> running{false};
+        Client inner(journal);
+        inner.also = [&](const std::string& what) {
+            if (what != "connected")
+                return;
+            running = true;
+            application.session->detach(inner);
+            entered.open();
+            for (int turn = 0; turn < 20; ++turn)
+                std::this_thread::yield();
+            running = false;
+        };
+        application.session->attach(inner);
+        entered.pass();
+        application.session->detach(inner);
+        ASSERT_FALSE(running);
+    }
+}
+
 TEST_F(MemoryLinkTest, ThreadsMaySendRegisterAttachAndReconnectAllAtOnce)
 {
     script.onCommand = [](ServiceOutlet& outlet, ClientId client, const Message&) {

@@ -332,8 +332,8 @@ TEST_F(SessionTest, CallbacksMayUseTheWholeSession)
     };
     wire->up();
     EXPECT_THAT(wire->journal.await(3), ElementsAre("open", "close", "open"));
-    wire->up();
-    EXPECT_THAT(journal.await(3), ElementsAre("connected", "disconnected 0", "inner connected"));
+    EXPECT_THAT(journal.await(4), ElementsAre("connected", "disconnected 0", "inner connected",
+                                              "inner disconnected 0"));
     session->detach(inner);
 }
 

@@ -208,8 +208,8 @@ void serve(const Settings& settings)
     Rehearsal rehearsal(service, settings.faults,
                         settings.verbose ? Rehearsal::Log(writeLine) : Rehearsal::Log());
     fabric::host::ServiceHost host(rehearsal);
-    host.listen(socket);
     host.stopOn({SIGINT, SIGTERM});
+    host.listen(socket);
     writeLine("listening on " + printable(socket));
     host.run();
     const fabric::host::ServiceCounters counters = host.counters();

@@ -34,7 +34,8 @@ struct FrameView
     std::size_t size;
 };
 
-/// What a link reports to its session, always on the session's loop.
+/// What a link reports to its session, always on the session's loop. The listener does not call
+/// the link from inside, except for send().
 class LinkListener
 {
 public:
@@ -66,8 +67,8 @@ public:
     /// std::system_error; the link is not open then.
     virtual void open(boost::asio::io_context& loop, LinkListener& listener) = 0;
 
-    /// Lets the service have what is queued, for a second at most, and goes down without a report;
-    /// a debug line tells how many frames were given up.
+    /// Hands over what has been received, lets the service have what is queued, for a second at
+    /// most, and goes down without a report; a debug line tells how many frames were given up.
     virtual void close() = 0;
 
     /// Sends or queues a copy of a frame: 0, or a negative error number (-ENOTCONN, -EAGAIN when

@@ -68,7 +68,7 @@ public:
     /// gone, on the dispatch thread, with reason 0. When it has returned, no report is running or
     /// will come; called inside a callback of that client, too, it returns when the client has been
     /// told. A client that is not attached is ignored.
-    void detach(ClientInterface& client) noexcept;
+    void detach(ClientInterface& client);
 
     /// Opens the connection, also one that was lost; returns at once, the clients are told the
     /// outcome, a lack of memory or descriptors among it. Nothing happens if it stands already, or

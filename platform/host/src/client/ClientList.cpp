@@ -16,6 +16,14 @@ ClientList::Entries::iterator ClientList::find(const ClientInterface& client) no
                         [&](const Entry& each) { return each.client == &client; });
 }
 
+bool ClientList::isRunning(const ClientInterface& client) const noexcept
+{
+    const Running* each = running_;
+    while (each && each->client != &client)
+        each = each->outer;
+    return each != nullptr;
+}
+
 void ClientList::attach(ClientInterface& client)
 {
     const std::lock_guard<std::mutex> lock(mutex_);
@@ -25,7 +33,7 @@ void ClientList::attach(ClientInterface& client)
     ++lastSerial_;
 }
 
-void ClientList::detach(ClientInterface& client) noexcept
+void ClientList::detach(ClientInterface& client)
 {
     bool told = false;
     {
@@ -45,13 +53,12 @@ bool ClientList::beginDetach(ClientInterface& client) noexcept
 {
     const std::lock_guard<std::mutex> lock(mutex_);
     const auto found = find(client);
-    if (found == entries_.end())
-        return false;
-    found->leaving = true;
-    return true;
+    if (found != entries_.end())
+        found->leaving = true;
+    return found != entries_.end() || isRunning(client);
 }
 
-void ClientList::detachLeaving() noexcept
+void ClientList::detachLeaving()
 {
     const auto leaving = [](const Entry& each) { return each.leaving; };
     std::unique_lock<std::mutex> lock(mutex_);
@@ -77,8 +84,16 @@ void ClientList::awaitDetached(ClientInterface& client) noexcept
     std::unique_lock<std::mutex> lock(mutex_);
     left_.wait(lock, [&] {
         const auto found = find(client);
-        return found == entries_.end() || !found->leaving;
+        const bool leaving = found != entries_.end() && found->leaving;
+        return ended_ || (!leaving && !isRunning(client));
     });
+}
+
+void ClientList::dispatchEnded() noexcept
+{
+    const std::lock_guard<std::mutex> lock(mutex_);
+    ended_ = true;
+    left_.notify_all();
 }
 
 void ClientList::detachAll()
@@ -150,7 +165,15 @@ void ClientList::call(ClientInterface& client, Report report)
         log(logTrouble, "fabric-host: exception out of a connection report to %s: %s\n", name,
             what);
     };
+    Running here = {&client, nullptr};
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        here.outer = std::exchange(running_, &here);
+    }
     callGuarded([&] { report(client); }, reportException);
+    const std::lock_guard<std::mutex> lock(mutex_);
+    running_ = here.outer;
+    left_.notify_all();
 }
 
 } // namespace host

@@ -25,15 +25,19 @@ public:
 
     /// Takes the client out and tells it that the connection is gone, if it has been told that it
     /// stands. On the dispatch thread.
-    void detach(ClientInterface& client) noexcept;
+    void detach(ClientInterface& client);
 
     /// The same in three steps, for another thread: it begins, has the dispatch thread call
-    /// detachLeaving(), and waits for that. beginDetach() is false for an unknown client.
+    /// detachLeaving(), and waits for that and for a report that is running. beginDetach() is false
+    /// when there is nothing to wait for.
     bool beginDetach(ClientInterface& client) noexcept;
-    void detachLeaving() noexcept;
+    void detachLeaving();
     void awaitDetached(ClientInterface& client) noexcept;
 
     void detachAll();
+
+    /// The dispatch thread ends, in whatever way: nobody waits for it any longer.
+    void dispatchEnded() noexcept;
 
     void reportUp();
     void reportFailed(int error);
@@ -55,8 +59,16 @@ private:
     };
     using Entries = std::vector<Entry>;
 
+    /// A report that is being made; one may be made inside another.
+    struct Running
+    {
+        const ClientInterface* client;
+        const Running* outer;
+    };
+
     /// With the mutex held.
     Entries::iterator find(const ClientInterface& client) noexcept;
+    bool isRunning(const ClientInterface& client) const noexcept;
 
     /// Calls `report` with each client whose `told` is `from`, having made it `to`.
     template <typename Report>
@@ -70,6 +82,8 @@ private:
     std::condition_variable left_;
     Entries entries_;
     std::uint64_t lastSerial_ = 0;
+    const Running* running_ = nullptr; // the innermost
+    bool ended_ = false;
     bool standing_ = false; // dispatch thread only
     std::atomic<std::size_t> exceptions_{0};
 };

@@ -73,7 +73,7 @@ public:
     Impl& operator=(const Impl&) = delete;
 
     void attach(ClientInterface& client);
-    void detach(ClientInterface& client) noexcept;
+    void detach(ClientInterface& client);
     void connect() noexcept;
     void disconnect() noexcept;
     SessionCounters counters() const noexcept;
@@ -226,7 +226,7 @@ void Session::Impl::attach(ClientInterface& client)
     carryOutWishes_.schedule();
 }
 
-void Session::Impl::detach(ClientInterface& client) noexcept
+void Session::Impl::detach(ClientInterface& client)
 {
     if (onDispatchThread())
         return clients_.detach(client);
@@ -263,11 +263,11 @@ void Session::Impl::carryOutWishes()
         const std::lock_guard<std::mutex> lock(wishesMutex_);
         wishes = std::exchange(wishes_, Wishes());
     }
+    clients_.reportStanding();
     if (wishes.close || wishes.end)
         closeLink();
     if (wishes.open && !wishes.end)
         openLink();
-    clients_.reportStanding();
     clients_.detachLeaving();
     if (wishes.end) {
         clients_.detachAll();
@@ -400,6 +400,13 @@ bool Session::Impl::onDispatchThread() const noexcept
 
 void Session::Impl::dispatch()
 {
+    // A callback may end this thread.
+    struct Ended
+    {
+        ~Ended() { clients.dispatchEnded(); }
+        ClientList& clients;
+    } const ended = {clients_};
+
     // Whatever an exception interrupts is lost; the loop goes on.
     while (!loop_.stopped())
         callGuarded([this] { loop_.run(); },
@@ -472,7 +479,7 @@ void Session::attach(ClientInterface& client)
     impl->attach(client);
 }
 
-void Session::detach(ClientInterface& client) noexcept
+void Session::detach(ClientInterface& client)
 {
     impl->detach(client);
 }

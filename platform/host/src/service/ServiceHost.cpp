@@ -9,6 +9,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -58,10 +59,15 @@ public:
     {
         thread_ = std::thread([this] { run(); });
     }
-    void stop() noexcept { stop_.schedule(); }
+    void stop() noexcept
+    {
+        ++stops_;
+        stop_.schedule();
+    }
     ServiceCounters counters() const noexcept { return {framesRefused_, clientsDropped_}; }
 
-    /// The service's end of a channel, for the loop to take. Any thread.
+    /// The service's end of a channel, for the loop to take. Throws std::system_error when the
+    /// service has ended. Any thread.
     void offer(std::shared_ptr<MemoryChannel> channel);
 
 private:
@@ -82,6 +88,7 @@ private:
     void runDue();
     void awaitSignal();
     void finish();
+    void end();
 
     template <typename Call>
     bool callService(const char* operation, Call call);
@@ -98,17 +105,20 @@ private:
 
     std::mutex offersMutex_;
     std::vector<std::shared_ptr<MemoryChannel>> offers_; // guarded by the mutex
+    bool ended_ = false;                                 // also: the loop runs no more
 
     std::map<ClientId, std::unique_ptr<Client>> clients_;
     std::map<ClientId, std::unique_ptr<Client>> gone_; // the service has not heard of it yet
     ClientId lastClient_ = 0;
     FrameBytes outgoing_; // its memory serves one frame after the other
     RateLimit complaints_;
+    std::atomic<int> stops_{0}; // how often the host has been told
     bool finishing_ = false;
 
     // Made when they are first needed: a loop without timers and sockets wakes up faster.
     std::optional<LoopTimer> due_;
     std::optional<LoopTimer> linger_;
+    Service::TimePoint untimed_ = Service::TimePoint::max(); // to be waited for without a timer
     LoopTask tellGone_{loop_, [this] { tellGone(); }};
     LoopTask takeOffers_{loop_, [this] { takeOffers(); }};
     LoopTask stop_{loop_, [this] { finish(); }};
@@ -127,6 +137,7 @@ public:
     FrameStream& stream() noexcept { return *stream_; }
 
     bool frameReceived(FrameView frame) override { return host_.receive(id_, frame); }
+    void turnEnded() override { host_.runDue(); }
     void ended(int reason) override { host_.ended(id_, reason); }
 
 private:
@@ -138,11 +149,11 @@ private:
 ServiceHost::Impl::~Impl()
 {
     if (thread_.joinable()) {
-        stop();
+        if (stops_ == 0)
+            stop();
         thread_.join();
     }
-    for (const std::shared_ptr<MemoryChannel>& channel : offers_)
-        MemoryStream::refuse(*channel, ECONNREFUSED);
+    end();
     if (listener_)
         listener_->close();
 }
@@ -168,6 +179,7 @@ void ServiceHost::Impl::awaitSignal()
     signals_->async_wait(preallocated(signalMemory_, [this](const auto& error, int) {
         if (error)
             return;
+        ++stops_;
         finish();
         awaitSignal();
     }));
@@ -177,16 +189,38 @@ void ServiceHost::Impl::run()
 {
     callService("start", [this] { service_.start(*this); });
     runDue();
+    const auto handleEvent = [this] {
+        if (untimed_ == Service::TimePoint::max())
+            loop_.run_one();
+        else if (loop_.run_one_until(untimed_) == 0)
+            runDue();
+    };
     // Whatever an exception interrupts has been reported and is lost; the loop goes on.
     while (!loop_.stopped())
-        callGuarded(
-            [this] { loop_.run(); },
-            [this](const char* what) { complaints_.log("exception in a service's loop", what); });
+        callGuarded(handleEvent, [this](const char* what) {
+            complaints_.log("exception in a service's loop", what);
+        });
+    end();
+}
+
+/// Nobody waits for a loop that runs no more.
+void ServiceHost::Impl::end()
+{
+    {
+        const std::lock_guard<std::mutex> lock(offersMutex_);
+        ended_ = true;
+        for (const std::shared_ptr<MemoryChannel>& channel : offers_)
+            MemoryStream::refuse(*channel, ECONNREFUSED);
+        offers_.clear();
+    }
+    clients_.clear();
 }
 
 void ServiceHost::Impl::offer(std::shared_ptr<MemoryChannel> channel)
 {
     const std::lock_guard<std::mutex> lock(offersMutex_);
+    if (ended_)
+        throw std::system_error(ECONNREFUSED, std::generic_category(), "the service has ended");
     offers_.push_back(std::move(channel));
     takeOffers_.schedule();
 }
@@ -234,7 +268,6 @@ bool ServiceHost::Impl::receive(ClientId client, FrameView frame)
                 [&](const char* reason) { refuse(client, reason); });
     if (!accepted)
         drop(client, EBADMSG, "its frame was refused");
-    runDue();
     return true; // a client whose frame was refused is gone already
 }
 
@@ -337,12 +370,14 @@ void ServiceHost::Impl::runDue()
             due_.emplace(loop_, [this] { runDue(); });
         due_->expireAt(next);
     };
-    callGuarded(set, [this](const char* what) { complaints_.log("service not timed", what); });
+    const bool timed =
+        callGuarded(set, [this](const char* what) { complaints_.log("service not timed", what); });
+    untimed_ = timed ? Service::TimePoint::max() : next;
 }
 
 void ServiceHost::Impl::finish()
 {
-    if (std::exchange(finishing_, true))
+    if (std::exchange(finishing_, true) || stops_ > 1)
         return loop_.stop();
     if (listener_)
         listener_->close();

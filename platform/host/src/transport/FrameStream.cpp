@@ -25,17 +25,31 @@ void FrameStream::takeTurn()
     const auto end = std::chrono::steady_clock::now() + turnLength;
     try {
         FrameView frame = {nullptr, 0};
-        while (isOpen() && !(flow_ == throttled && isCongested()) && nextFrame(frame)) {
+        while (isOpen() && !(flow_ == throttled && isCongested())) {
+            if (!nextFrame(frame)) {
+                awaitInput();
+                break;
+            }
             if (!listener_->frameReceived(frame))
                 return this->end(EBADMSG);
-            if (std::chrono::steady_clock::now() >= end)
-                return turn_.schedule();
+            if (std::chrono::steady_clock::now() >= end) {
+                turn_.schedule();
+                break;
+            }
         }
-        if (isOpen() && !(flow_ == throttled && isCongested()))
-            awaitInput();
+        listener_->turnEnded();
     } catch (const std::bad_alloc&) {
         this->end(ENOMEM);
     }
+}
+
+void FrameStream::handOver()
+{
+    // What is held is at most what was taken from a full queue, and another one.
+    FrameView frame = {nullptr, 0};
+    for (std::size_t i = 0; i < 2 * maxQueuedFrames && isOpen() && listener_; ++i)
+        if (!nextFrame(frame) || !listener_->frameReceived(frame))
+            return;
 }
 
 void FrameStream::end(int reason)

@@ -30,6 +30,9 @@ public:
     /// call returns; it need not be a frame at all.
     virtual bool frameReceived(FrameView frame) = 0;
 
+    /// No more frames come before others have had their turn.
+    virtual void turnEnded() {}
+
     /// The connection has ended; `reason` is 0 if the other end closed it in good order. The last
     /// call; none follows close().
     virtual void ended(int reason) = 0;
@@ -68,6 +71,9 @@ public:
     /// Waits until the other end has taken what is queued, for lingerTimeout at most. Returns how
     /// many frames it has not taken.
     virtual std::size_t drain() = 0;
+
+    /// Hands over all that has arrived by now, before close().
+    void handOver();
 
     /// Ends the connection without a report here. `reason` is for the other end, if the transport
     /// can tell it.

@@ -40,8 +40,6 @@ MemoryStream::~MemoryStream()
 
 int MemoryStream::send(FrameView frame)
 {
-    if (!isFrameLength(frame.size) || lengthOfFrame(frame.data) != frame.size)
-        return -EBADMSG; // the other end would take it apart in another place
     {
         const std::lock_guard<std::mutex> lock(out_.mutex);
         if (out_.closed || out_.refused)

@@ -29,7 +29,8 @@ constexpr std::chrono::milliseconds lockRetry(10);
 
 /// Keeps services of this user from replacing the same socket at the same time. The lock is a file
 /// of its own beside the socket: a directory can be locked by anybody who may read it. Without
-/// effect where somebody else's file has the name, since only this user's services are to agree.
+/// effect where a file that is not such a lock has the name: only this user's services are to
+/// agree.
 class PlaceLock
 {
 public:
@@ -57,7 +58,7 @@ private:
             if (file < 0)
                 return errno == EACCES || errno == ELOOP || errno == EISDIR ? 0 : errno;
             struct stat mine = {};
-            if (::fstat(file, &mine) != 0 || mine.st_uid != ::geteuid()) {
+            if (::fstat(file, &mine) != 0 || mine.st_uid != ::geteuid() || mine.st_size != 0) {
                 ::close(file);
                 return 0;
             }

@@ -3,6 +3,8 @@
 #include <cerrno>
 #include <utility>
 
+#include <fabric-host/Frame.h>
+
 #include "../base/Log.h"
 
 namespace fabric {
@@ -21,6 +23,7 @@ void StreamLink::close()
     const std::shared_ptr<FrameStream> stream = exchange(nullptr);
     if (!stream)
         return;
+    stream->handOver();
     if (const std::size_t unsent = stream->drain())
         log(logTrouble, "fabric-host: %zu messages not sent before the connection was closed\n",
             unsent);
@@ -29,6 +32,8 @@ void StreamLink::close()
 
 int StreamLink::send(FrameView frame)
 {
+    if (!isFrameLength(frame.size) || lengthOfFrame(frame.data) != frame.size)
+        return -EBADMSG; // the other end would take it apart in another place
     const std::lock_guard<std::mutex> lock(mutex_);
     return stream_ ? stream_->send(frame) : -ENOTCONN;
 }
