@@ -14,6 +14,10 @@ namespace chronal::sim {
 
 namespace {
 
+/// It takes a hundred times as long to read a zone as to set one that is known. More than these are
+/// hardly in use at a time; one has up to 8 KiB.
+constexpr std::size_t mostKnownZones = 16;
+
 chronalMsgReplyTime_t times(referenceTimeId_enum id, Utc utc, Span deviation)
 {
     chronalMsgReplyTime_t record = {};
@@ -193,17 +197,23 @@ TimeService::TimePoint TimeService::runDue()
     notifyDeviation();
 
     const TimePoint now = clock.steady();
-    TimePoint next =
-        told.end < calendarEnd ? clock.steadyAfter(told.end - rtcUtc()) : TimePoint::max();
+    if (firstDue_ <= now)
+        notifySubscribers(now);
+    return told.end < calendarEnd ? std::min(firstDue_, clock.steadyAfter(told.end - rtcUtc()))
+                                  : firstDue_;
+}
+
+void TimeService::notifySubscribers(TimePoint now)
+{
+    firstDue_ = TimePoint::max();
     for (auto& [subscription, due] : subscriptions) {
         const auto [client, id] = subscription;
         if (due <= now) {
             due += period * ((now - due) / period + 1);
             send(client, compose(notifyCurrentTime, timesOf(id)), {0, ++lastNotification});
         }
-        next = std::min(next, due);
+        firstDue_ = std::min(firstDue_, due);
     }
-    return next;
 }
 
 Content TimeService::refTimeSet(const chronalMsgCmdRefTimeData_t& command)
@@ -271,7 +281,9 @@ Content TimeService::refTimeSubscribe(ClientId client, const chronalMsgCmdRefTim
 {
     if (!find(command.refTimeId))
         return result(-EINVAL);
-    subscriptions.try_emplace({client, command.refTimeId}, clock.steady() + period);
+    const TimePoint due = clock.steady() + period;
+    subscriptions.try_emplace({client, command.refTimeId}, due);
+    firstDue_ = std::min(firstDue_, due);
     return result(0);
 }
 
@@ -382,7 +394,7 @@ Content TimeService::timezoneSet(const chronalMsgTimezone_t& command)
 {
     if (command.timezone.length > longestText)
         return result(-EINVAL);
-    const std::shared_ptr<const Zone> found = findZone(readText(command.timezone));
+    const std::shared_ptr<const Zone> found = knownZone(readText(command.timezone));
     if (!found)
         return result(-ENOENT);
     if (found->name() != zone->name())
@@ -391,6 +403,23 @@ Content TimeService::timezoneSet(const chronalMsgTimezone_t& command)
     for (auto& [id, source] : sources)
         source.rule = DeviationRule(zone);
     return result(0);
+}
+
+/// Null for a zone that does not exist. The one used last is the first of the known ones.
+std::shared_ptr<const Zone> TimeService::knownZone(const std::string& name)
+{
+    const auto known = std::find_if(knownZones_.begin(), knownZones_.end(),
+                                    [&](const auto& each) { return each->name() == name; });
+    if (known != knownZones_.end()) {
+        std::rotate(knownZones_.begin(), known, known + 1);
+        return knownZones_.front();
+    }
+    const std::shared_ptr<const Zone> found = findZone(name);
+    if (found)
+        knownZones_.insert(knownZones_.begin(), found);
+    if (knownZones_.size() > mostKnownZones)
+        knownZones_.pop_back();
+    return found;
 }
 
 Content TimeService::timezoneFetch(const chronalMsgReplyResult_t&)

@@ -194,10 +194,12 @@ private:
     Content setLocked(referenceTimeId_enum id, bool locked);
     void setUtc(Source& source, Utc utc);
     void startSources();
+    std::shared_ptr<const Zone> knownZone(const std::string& name);
 
     void send(ClientId client, const Content& content, const fabric::MsgIds& ids);
     void notifyAll(const Content& content);
     void notifyDeviation();
+    void notifySubscribers(TimePoint now);
 
     const Clock& clock;
     const Span period;
@@ -209,6 +211,8 @@ private:
     std::uint32_t lastNotification;
     std::set<ClientId> clients;
     std::map<std::pair<ClientId, referenceTimeId_enum>, TimePoint> subscriptions; ///< next due
+    TimePoint firstDue_ = TimePoint::max();               ///< no subscription is due before
+    std::vector<std::shared_ptr<const Zone>> knownZones_; ///< the one used last comes first
     std::vector<Content> afterAnswer; ///< notifications that the command in progress brings about
     Period told;                      ///< the RTC's, as far as the clients have heard
 };
