@@ -1,6 +1,5 @@
-#include "Sample.h"
+#include "Hosted.h"
 
-#include <fabric-host/ServiceHost.h>
 #include <fabric/EventHandlerIdSet.h>
 
 #include <atomic>
@@ -10,59 +9,6 @@
 namespace {
 
 using namespace sample;
-using namespace fabric::host;
-
-/// Notes its calls; what it does about a command is in the hands of the test.
-struct ScriptedService : Service
-{
-    explicit ScriptedService(Journal& target) : journal(target) {}
-
-    const MessageCatalogue& catalogue() const override { return sample::catalogue; }
-    void start(ServiceOutlet& out) override { outlet = &out; }
-    void clientConnected(ClientId) override {}
-    void clientDisconnected(ClientId id) override { journal.note("gone " + std::to_string(id)); }
-
-    void commandReceived(ClientId client, const Message& command) override
-    {
-        journal.note(std::to_string(recordOf(command).number));
-        onCommand(*outlet, client, command);
-    }
-
-    TimePoint runDue() override
-    {
-        if (TimePoint::clock::now() >= due)
-            journal.note("due"), due = TimePoint::max();
-        return due;
-    }
-
-    std::function<void(ServiceOutlet&, ClientId, const Message&)> onCommand;
-    TimePoint due = TimePoint::max();
-
-    Journal& journal;
-    ServiceOutlet* outlet = nullptr;
-};
-
-/// Is connected, and notes what its client hears.
-struct Application
-{
-    explicit Application(const std::shared_ptr<ServiceHost>& host)
-        : session(std::make_unique<Session>(newMemoryLink(host), catalogue))
-    {
-        session->attach(client);
-        session->connect();
-        journal.await(1);
-    }
-
-    int send(std::uint32_t number, const std::string& text = "")
-    {
-        MsgIds ids;
-        return session->application().sendEvent(ids, 0, message(ask, number, text).release());
-    }
-
-    Journal journal;
-    Client client{journal};
-    std::unique_ptr<Session> session;
-};
 
 class MemoryLinkTest : public testing::Test
 {
@@ -84,7 +30,7 @@ TEST_F(MemoryLinkTest, MessagesArriveWholeWhereTheyAreSentToAndOnlyThoseOfTheCat
         answers.note(std::to_string(event.ids.messageId) + recordOf(event).text.chars);
     });
     Callback told = noteNumber(answers, "told");
-    Application first(host), second(host);
+    Application first(newMemoryLink(host)), second(newMemoryLink(host));
     first.session->component().addEventHandler(answer, 0, answered.handler());
     second.session->application().addEventHandler(change, 0, told.handler());
     script.onCommand = [](ServiceOutlet& outlet, ClientId client, const Message& command) {
@@ -104,7 +50,7 @@ TEST_F(MemoryLinkTest, MessagesArriveWholeWhereTheyAreSentToAndOnlyThoseOfTheCat
 
 TEST_F(MemoryLinkTest, TheServiceIsCalledAgainWhenItAskedForIt)
 {
-    Application application(host);
+    Application application(newMemoryLink(host));
     script.onCommand = [&](ServiceOutlet&, ClientId, const Message&) {
         script.due = std::chrono::steady_clock::now() + std::chrono::milliseconds(5);
     };
@@ -130,7 +76,7 @@ TEST_F(MemoryLinkTest, AnExceptionOutOfTheServiceCostsNobodyTheConnection)
 {
     script.onCommand = [](auto&&...) { throw std::runtime_error("service failed"); };
     DebugLines lines;
-    Application application(host);
+    Application application(newMemoryLink(host));
     EXPECT_EQ(0, application.send(1));
     EXPECT_EQ(0, application.send(2));
     EXPECT_THAT(journal.await(2), ElementsAre("1", "2"));
@@ -140,7 +86,7 @@ TEST_F(MemoryLinkTest, AnExceptionOutOfTheServiceCostsNobodyTheConnection)
 TEST_F(MemoryLinkTest, CommandsAreQueuedUpToALimitAndReachTheServiceAlsoAfterTheEnd)
 {
     script.onCommand = [this](auto&&...) { goOn.pass(); };
-    Application application(host);
+    Application application(newMemoryLink(host));
     ASSERT_EQ(0, application.send(1));
     journal.await(1);
     for (int i = 0; i < 1024; ++i)
@@ -155,8 +101,9 @@ TEST_F(MemoryLinkTest, CommandsAreQueuedUpToALimitAndReachTheServiceAlsoAfterThe
 TEST_F(MemoryLinkTest, AClientThatDoesNotKeepUpIsDisconnectedAndMayConnectAgain)
 {
     Gate entered;
+    DebugLines lines;
     Callback slow([&](const Message&) { entered.open(), goOn.pass(); });
-    Application application(host);
+    Application application(newMemoryLink(host));
     application.session->application().addEventHandler(change, 0, slow.handler());
     script.onCommand = [](ServiceOutlet& outlet, ClientId client, const Message& command) {
         for (std::uint32_t i = 0; i < recordOf(command).number; ++i)
@@ -166,6 +113,7 @@ TEST_F(MemoryLinkTest, AClientThatDoesNotKeepUpIsDisconnectedAndMayConnectAgain)
     entered.pass();
     EXPECT_EQ(0, application.send(2000));
     EXPECT_THAT(journal.await(3), ElementsAre("1", "2000", "gone 1"));
+    EXPECT_THAT(lines.await(1), ElementsAre(HasSubstr("client 1 dropped: it does not read")));
     EXPECT_EQ(-ENOTCONN, application.send(1));
     goOn.open();
     EXPECT_THAT(application.journal.await(2),
@@ -179,7 +127,7 @@ TEST_F(MemoryLinkTest, AClientThatDoesNotKeepUpIsDisconnectedAndMayConnectAgain)
 TEST_F(MemoryLinkTest, WhatHasBeenReceivedIsDeliveredBeforeTheSessionDisconnects)
 {
     Gate entered, sent;
-    Application application(host);
+    Application application(newMemoryLink(host));
     Callback slow([&](const Message& event) {
         application.journal.note(std::to_string(recordOf(event).number));
         entered.open();
@@ -214,7 +162,7 @@ TEST_F(MemoryLinkTest, AServiceThatHasEndedCannotBeConnectedTo)
 
 TEST_F(MemoryLinkTest, DetachingOnAnotherThreadWaitsForAReportThatDetachesItself)
 {
-    Application application(host);
+    Application application(newMemoryLink(host));
     for (int round = 0; round < 100; ++round) {
         Gate entered;
         std::atomic<bool> running{false};
@@ -242,7 +190,7 @@ TEST_F(MemoryLinkTest, ThreadsMaySendRegisterAttachAndReconnectAllAtOnce)
         outlet.send(client, message(answer, 0));
     };
     std::atomic<int> answers{0};
-    Application application(host);
+    Application application(newMemoryLink(host));
     Session& session = *application.session;
 
     std::atomic<bool> done{false};

@@ -1,9 +1,12 @@
 #ifndef TESTS_HOST_SAMPLE_H
 #define TESTS_HOST_SAMPLE_H
 
+#include <unistd.h>
+
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <mutex>
@@ -183,6 +186,15 @@ struct Client final : fabric::ClientInterface
     Journal& journal;
     const std::string name;
     std::function<void(const std::string&)> also = [](const std::string&) {};
+};
+
+/// A directory for a socket.
+struct Folder
+{
+    Folder() { EXPECT_NE(mkdtemp(name), nullptr); }
+    ~Folder() { rmdir(name); }
+
+    char name[27] = "/tmp/chronal-socket-XXXXXX";
 };
 
 /// A link in use, with a loop and a listener in the place of a session's.

@@ -57,14 +57,6 @@ private:
     ServiceHost host{service};
 };
 
-struct Folder
-{
-    Folder() { EXPECT_NE(mkdtemp(name), nullptr); }
-    ~Folder() { rmdir(name); }
-
-    char name[27] = "/tmp/chronal-socket-XXXXXX";
-};
-
 TEST(SocketLinkTest, AnApplicationFindsItsServiceWheneverThatIsThere)
 {
     const Folder folder;

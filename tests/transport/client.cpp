@@ -1,12 +1,15 @@
 // An application for the tests to steer: reads what to do from standard input, a line for each
 // command, and writes a line for whatever happens.
-// Usage: transport-client [burst|leave]   Either sends a burst once connected; leave disconnects
-// then.
+// Usage: transport-client [burst|leave [COUNT]]   Either sends a burst from inside the report of
+// the connection; leave disconnects then.
 
+#include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <functional>
 #include <iostream>
 #include <mutex>
+#include <set>
 #include <string>
 
 #include <chronal-sim/Start.h>
@@ -33,6 +36,10 @@ public:
 
     void obey(const std::string& word)
     {
+        int count = 0;
+        std::size_t length = 0;
+        if (std::sscanf(word.c_str(), "burst %d %zu", &count, &length) != 0)
+            return sendBurst(count, length);
         const std::lock_guard<std::mutex> lock(mutex);
         asked = {};
         if (word == "fetch")
@@ -51,12 +58,23 @@ public:
             say("not sent");
     }
 
-    /// More than a socket takes, less than the queue does.
-    void sendBurst()
+    /// Commands one after the other, each with a text of that length unless it is 0.
+    void sendBurst(int count, std::size_t length)
     {
-        for (int i = 0; i < 1000; ++i)
-            obey("fetch");
-        say("burst sent");
+        const std::string text(length, 'x');
+        for (int i = 0; i < count; ++i) {
+            const std::lock_guard<std::mutex> lock(mutex);
+            MsgIds ids;
+            if (length == 0)
+                cmdRefTimeFetch(ids, chronal::referenceTimeRtc);
+            else
+                cmdTimezoneSet(ids, text);
+            if (ids != MsgIds())
+                unanswered.insert(ids.messageId);
+            else
+                ++refused;
+        }
+        say("burst sent, " + std::to_string(refused) + " refused");
     }
 
     void onServiceConnected() override
@@ -101,11 +119,20 @@ private:
     void answer(const MsgIds& ids, const std::string& line)
     {
         const std::lock_guard<std::mutex> lock(mutex);
-        say(ids == asked ? line : "stray " + line);
+        if (ids != asked) {
+            if (unanswered.erase(ids.messageId) == 0)
+                say("stray " + line);
+        } else if (unanswered.empty()) {
+            say(line);
+        } else {
+            say(std::to_string(unanswered.size()) + " of the burst not answered");
+        }
     }
 
     std::mutex mutex;
     MsgIds asked = {};
+    std::set<std::uint32_t> unanswered; // of a burst
+    int refused = 0;                    // of the bursts
 };
 
 } // namespace
@@ -118,7 +145,7 @@ int main(int argc, char** argv)
     const std::string way = argc > 1 ? argv[1] : "";
     client.onceConnected = [&] {
         if (!way.empty())
-            client.sendBurst();
+            client.sendBurst(argc > 2 ? std::stoi(argv[2]) : 1000, 0); // less than the queue takes
         if (way == "leave")
             session->disconnect();
     };

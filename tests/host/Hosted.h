@@ -1,0 +1,69 @@
+#ifndef TESTS_HOST_HOSTED_H
+#define TESTS_HOST_HOSTED_H
+
+#include "Sample.h"
+
+#include <fabric-host/ServiceHost.h>
+
+namespace sample {
+
+using namespace fabric::host;
+
+/// Notes its calls; what it does about a command is in the hands of the test.
+struct ScriptedService : Service
+{
+    explicit ScriptedService(Journal& target) : journal(target) {}
+
+    const MessageCatalogue& catalogue() const override { return sample::catalogue; }
+    void start(ServiceOutlet& out) override { outlet = &out; }
+    void clientConnected(ClientId) override {}
+    void clientDisconnected(ClientId id) override { journal.note("gone " + std::to_string(id)); }
+
+    void commandReceived(ClientId client, const Message& command) override
+    {
+        journal.note(std::to_string(recordOf(command).number));
+        onCommand(*outlet, client, command);
+    }
+
+    TimePoint runDue() override
+    {
+        if (TimePoint::clock::now() >= due)
+            journal.note("due"), due = TimePoint::max();
+        return due;
+    }
+
+    std::function<void(ServiceOutlet&, ClientId, const Message&)> onCommand;
+    TimePoint due = TimePoint::max();
+
+    Journal& journal;
+    ServiceOutlet* outlet = nullptr;
+};
+
+/// Is connected, and notes what its client hears.
+struct Application
+{
+    explicit Application(std::unique_ptr<fabric::host::Link> link)
+        : session(std::make_unique<Session>(std::move(link), catalogue))
+    {
+        session->attach(client);
+        session->connect();
+        journal.await(1);
+    }
+
+    int send(std::uint32_t number, const std::string& text = "")
+    {
+        MsgIds ids;
+        const int result =
+            session->application().sendEvent(ids, 0, message(ask, number, text).release());
+        EXPECT_EQ(result == 0, ids != MsgIds());
+        return result;
+    }
+
+    Journal journal;
+    Client client{journal};
+    std::unique_ptr<Session> session;
+};
+
+} // namespace sample
+
+#endif

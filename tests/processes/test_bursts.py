@@ -1,0 +1,74 @@
+"""Back-pressure: however many commands an application sends at once, each is answered or refused."""
+
+import os
+import re
+import subprocess
+
+import pytest
+
+CLIENT = os.environ["TRANSPORT_CLIENT"]
+MEGABYTE = 1024  # as /proc counts
+SANITIZED = "-fsanitize" in os.environ["CXXFLAGS"]
+
+
+@pytest.fixture(params=["memory", "socket"])
+def service(request, environment, start_service):
+    """A service for the client: the one inside it (then None), or a process."""
+    if request.param == "memory":
+        return None
+    environment["CHRONAL_SOCKET"] = "it"
+    return start_service("--socket", "it")
+
+
+@pytest.fixture
+def start_client(start):
+    """start_client(WORD...): an application for the test to steer."""
+    return lambda *words: start(CLIENT, *words, stdin=subprocess.PIPE)
+
+
+def settle(client):
+    """Waits until everything accepted so far is answered; gives what the client has printed."""
+    refusals = 0
+    while True:
+        client.send("fetch\n")
+        said = client.wait_for(r"^(answer|not sent|\d+ of the burst not answered)$", refusals + 1)
+        if said[0] != b"not sent":
+            assert said[0] == b"answer"
+            return client.output.decode()
+        refusals += 1
+
+
+def memory(process, field):
+    """In kilobytes."""
+    with open(f"/proc/{process.popen.pid}/status") as status:
+        return int(re.search(rf"^{field}:\s*(\d+)", status.read(), re.M)[1])
+
+
+@pytest.mark.parametrize("count", [2_000, 20_000, 200_000])
+@pytest.mark.parametrize("inside", [False, True], ids=["outside", "inside a callback"])
+def test_every_command_of_a_burst_is_answered_once_or_refused(service, count, inside, start_client):
+    client = start_client("burst", count) if inside else start_client()
+    client.wait_for("^up$")
+    if not inside:
+        client.send(f"burst {count}\n")
+    refused = int(client.wait_for(r"^burst sent, (\d+) refused$")[1])
+    assert refused < count
+    output = settle(client)
+    assert "stray" not in output and "down" not in output
+
+
+@pytest.mark.skipif(SANITIZED, reason="sanitizers keep what is given back")
+def test_long_texts_cost_a_bounded_amount_of_memory_which_is_given_back(service, start_client):
+    client = start_client()
+    client.wait_for("^up$")
+    processes = [client] if service is None else [client, service]
+    client.send("burst 20 60000\n")  # once, so that the allocator has its arenas
+    settle(client)
+    before = [memory(process, "VmRSS") for process in processes]
+    client.send("burst 5000 60000\n")  # 300 MB
+    client.wait_for("^burst sent", 2)
+    output = settle(client)
+    assert "stray" not in output and "down" not in output
+    for process, least in zip(processes, before):
+        assert memory(process, "VmHWM") < least + 6 * MEGABYTE
+        assert memory(process, "VmRSS") < least + 2 * MEGABYTE
