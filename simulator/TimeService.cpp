@@ -414,7 +414,7 @@ std::shared_ptr<const Zone> TimeService::knownZone(const std::string& name)
         std::rotate(knownZones_.begin(), known, known + 1);
         return knownZones_.front();
     }
-    const std::shared_ptr<const Zone> found = findZone(name);
+    std::shared_ptr<const Zone> found = findZone(name);
     if (found)
         knownZones_.insert(knownZones_.begin(), found);
     if (knownZones_.size() > mostKnownZones)

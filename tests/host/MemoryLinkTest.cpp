@@ -150,7 +150,8 @@ TEST_F(MemoryLinkTest, WhatHasBeenReceivedIsDeliveredBeforeTheSessionDisconnects
 
 TEST_F(MemoryLinkTest, AServiceThatHasEndedCannotBeConnectedTo)
 {
-    ServiceHost ended(script);
+    ScriptedService other(journal);
+    ServiceHost ended(other);
     ended.stop();
     ended.run();
     Client client(journal);
