@@ -21,7 +21,7 @@ const fabric::host::MessageCatalogue& catalogue()
 #define CHRONAL_SIM_NAME(name, record, resource, operation, kind) name,
     static constexpr fabric::host::MessageType types[] = {CHRONAL_SIM_MESSAGES(CHRONAL_SIM_NAME)};
 #undef CHRONAL_SIM_NAME
-    static constexpr fabric::host::MessageCatalogue all = {29032007, types, std::size(types)};
+    static const fabric::host::MessageCatalogue all(29032007, types, std::size(types));
     return all;
 }
 

@@ -162,22 +162,6 @@ TEST_F(Allocation, ThatFailsLosesNothingInAnyCommand)
     }
 }
 
-TEST(Release, FreesStringsAlsoWhenItCannotAllocate)
-{
-    static const nubEndianEntry_t inner[] = {
-        {nubEndianRecord << 16, &__nub_EndianTable_nubDeserString_t},
-        {0, nubEndianArgument_t(0xffffffff)}};
-    static const nubEndianTable_t innerTable = {sizeof(nubDeserString_t), inner};
-    static const nubEndianEntry_t outer[] = {{nubEndianRecord << 16, &innerTable},
-                                             {0, nubEndianArgument_t(0xffffffff)}};
-    static const nubEndianTable_t table = {sizeof(nubDeserString_t), outer};
-    const Watch watch(0);
-    nubDeserString_t text = {0, static_cast<char*>(noted(__real_malloc(1)))};
-    fabricTwineDeserReleaseMessage(0, nullptr, &table, &text);
-    EXPECT_EQ(allocationsUntilFailure, -1) << "the allocation that fails was not reached";
-    EXPECT_EQ(outstanding.size(), 0U);
-}
-
 TEST_F(Allocation, IsNoneWithoutAServiceInterface)
 {
     for (const CommandRow& row : commandRows) {

@@ -5,6 +5,8 @@
 #include <memory>
 #include <string>
 
+#include <boost/endian/conversion.hpp>
+
 #include <fabric-host/Link.h>
 #include <fabric-host/MessageCatalogue.h>
 #include <fabric/Export.h>
@@ -38,8 +40,7 @@ constexpr bool isFrameLength(std::size_t length) noexcept
 /// The length that a frame of at least four bytes gives.
 inline std::size_t lengthOfFrame(const std::uint8_t* start) noexcept
 {
-    return std::size_t{start[0]} << 24 | std::size_t{start[1]} << 16 | std::size_t{start[2]} << 8 |
-           std::size_t{start[3]};
+    return boost::endian::load_big_u32(start);
 }
 
 /// Writes a message of the catalogue as a frame. A string without characters travels as an empty

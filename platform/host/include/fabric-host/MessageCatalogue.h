@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 
 #include <fabric/Export.h>
 #include <nub/Endian.h>
@@ -25,17 +26,34 @@ struct MessageType
     const nubEndianTable_t* table; ///< the table of its record
 };
 
-/// All messages of one service: what tells a received frame's record type, and what makes any
-/// other frame a malformed one. A view of constant data.
-struct MessageCatalogue
+struct RecordLayout;
+
+/// All messages of one service: it tells the record type of a received frame, and a frame of any
+/// other identity is malformed.
+class FABRIC_API MessageCatalogue
 {
-    std::uint32_t serviceId; ///< the service's id in every identity
-    const MessageType* types;
-    std::size_t count;
+public:
+    /// A service's id, and its `number` messages, which outlive the catalogue. Throws
+    /// std::bad_alloc.
+    MessageCatalogue(std::uint32_t service, const MessageType* messages, std::size_t number);
+    ~MessageCatalogue();
+
+    MessageCatalogue(const MessageCatalogue&) = delete;
+    MessageCatalogue& operator=(const MessageCatalogue&) = delete;
 
     /// Null for an identity that the service does not have.
-    FABRIC_API const MessageType* find(std::uint32_t resourceId, std::uint32_t operationId,
-                                       std::uint8_t kind) const noexcept;
+    const MessageType* find(std::uint32_t resourceId, std::uint32_t operationId,
+                            std::uint8_t kind) const noexcept;
+
+    /// For conversion: the layout of the record of one of `types`.
+    const RecordLayout& layoutOf(const MessageType& type) const noexcept;
+
+    const std::uint32_t serviceId; ///< the service's id in every identity
+    const MessageType* const types;
+    const std::size_t count;
+
+private:
+    const std::unique_ptr<RecordLayout[]> layouts_; // of each type
 };
 
 } // namespace host

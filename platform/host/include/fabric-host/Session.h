@@ -15,7 +15,7 @@ namespace fabric {
 namespace host {
 
 class Link;
-struct MessageCatalogue;
+class MessageCatalogue;
 
 /// How often something happened since the session was made. A count wraps where size_t ends, which
 /// on 32-bit hosts is after 4 294 967 295.

@@ -6,24 +6,14 @@
 #include <cstring>
 #include <new>
 
-#include "RecordShape.h"
+#include <boost/endian/conversion.hpp>
 
-namespace fabric {
-namespace host {
+#include "RecordLayout.h"
+
+namespace fabric::host {
 namespace {
 
-constexpr bool littleEndian = __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__;
-
-/// Between the host's byte order and the frame's, either way.
-inline std::uint32_t swapped(std::uint32_t word) noexcept
-{
-    return littleEndian ? __builtin_bswap32(word) : word;
-}
-
-inline std::uint64_t swapped(std::uint64_t word) noexcept
-{
-    return littleEndian ? __builtin_bswap64(word) : word;
-}
+namespace endian = boost::endian;
 
 /// Copies one scalar, which may lie at any address, between record and frame.
 template <typename Word>
@@ -31,21 +21,14 @@ inline void transfer(void* to, const void* from) noexcept
 {
     Word word;
     std::memcpy(&word, from, sizeof(word));
-    word = swapped(word);
+    endian::native_to_big_inplace(word);
     std::memcpy(to, &word, sizeof(word));
 }
 
 inline std::uint8_t* put(std::uint8_t* out, std::uint32_t word) noexcept
 {
-    transfer<std::uint32_t>(out, &word);
+    endian::store_big_u32(out, word);
     return out + sizeof(word);
-}
-
-inline std::uint32_t get(const std::uint8_t* in) noexcept
-{
-    std::uint32_t word;
-    transfer<std::uint32_t>(&word, in);
-    return word;
 }
 
 /// A string without characters travels as an empty one, whatever its length says.
@@ -58,17 +41,18 @@ inline nubDeserString_t stringAt(const std::uint8_t* item) noexcept
     return text;
 }
 
-/// Reads the record of that shape out of the body of a frame, up to `end`. Null, or what is wrong.
-const char* decodeBody(const RecordShape& shape, std::uint8_t* record, const std::uint8_t* in,
+/// Reads the record of that layout out of the body of a frame, up to `end`. Null, or a description
+/// of the fault.
+const char* decodeBody(const RecordLayout& layout, std::uint8_t* record, const std::uint8_t* in,
                        const std::uint8_t* end)
 {
     const std::size_t size = static_cast<std::size_t>(end - in);
-    if (size < shape.frameSize)
+    if (size < layout.frameSize)
         return "body too short for its record";
     // What is left for the characters of its strings; all else is in the frame from here on.
-    std::size_t characters = size - shape.frameSize;
+    std::size_t characters = size - layout.frameSize;
 
-    for (const RecordMember& member : shape.members) {
+    for (const RecordMember& member : layout.members) {
         std::uint8_t* const item = record + member.offset;
         switch (member.kind) {
         case RecordMember::word32:
@@ -80,7 +64,7 @@ const char* decodeBody(const RecordShape& shape, std::uint8_t* record, const std
             in += sizeof(std::uint64_t);
             break;
         case RecordMember::string:
-            nubDeserString_t text = {get(in), nullptr};
+            nubDeserString_t text = {endian::load_big_u32(in), nullptr};
             in += sizeof(text.length);
             if (text.length > characters)
                 return "string length past the end of the frame";
@@ -129,17 +113,17 @@ inline std::uint32_t kindAndVersion(std::uint8_t kind) noexcept
 /// Whether length, version and reserved bytes are valid; does not look at the body.
 bool isFrame(FrameView frame) noexcept
 {
-    return isFrameLength(frame.size) && get(frame.data) == frame.size &&
-           get(frame.data + 16) == kindAndVersion(frame.data[16]);
+    return isFrameLength(frame.size) && lengthOfFrame(frame.data) == frame.size &&
+           endian::load_big_u32(frame.data + 16) == kindAndVersion(frame.data[16]);
 }
 
-/// Describes what is wrong with a header that isFrame() rejects.
+/// Describes the fault of a header that isFrame() rejects.
 std::string headerFault(FrameView frame)
 {
     const std::string start = "frame of " + std::to_string(frame.size) + " bytes ";
     if (frame.size < sizeof(std::uint32_t))
         return start + "is shorter than a header";
-    const std::size_t length = get(frame.data);
+    const std::size_t length = lengthOfFrame(frame.data);
     std::string given = start + "gives its length as " + std::to_string(length);
     if (!isFrameLength(length))
         return given + ", not " + std::to_string(frameHeaderSize) + " to " +
@@ -151,23 +135,21 @@ std::string headerFault(FrameView frame)
     return "reserved bytes are not zero";
 }
 
-/// Whether the message's identity is in the catalogue, and its record the one of that identity.
-bool validate(const SerializableMessageEvent& event, const MessageCatalogue& catalogue,
-              std::string& reason)
+/// The type of the message, which has the record of its identity. Null, and the reason, otherwise.
+const MessageType* typeOf(const SerializableMessageEvent& event, const MessageCatalogue& catalogue,
+                          std::string& reason)
 {
     const MessageType* const type = typeOf(event.meta, catalogue, reason);
     if (!type)
-        return false;
-    if (!event.data || !event.data->payload || !event.data->endianTable) {
+        return nullptr;
+    if (!event.data || !event.data->payload || !event.data->endianTable)
         reason = std::string(type->name) + " has no payload";
-        return false;
-    }
-    // By the entries, which are one even where an executable has a copy of the table.
-    if (event.data->endianTable->entries != type->table->entries) {
+    // Compared by the entries, which exist once even where an executable has a copy of the table.
+    else if (event.data->endianTable->entries != type->table->entries)
         reason = std::string(type->name) + " has a payload of another record";
-        return false;
-    }
-    return true;
+    else
+        return type;
+    return nullptr;
 }
 
 } // namespace
@@ -175,12 +157,13 @@ bool validate(const SerializableMessageEvent& event, const MessageCatalogue& cat
 int encodeFrame(const SerializableMessageEvent& event, const MessageCatalogue& catalogue,
                 FrameBytes& frame, std::string& reason)
 {
-    if (!validate(event, catalogue, reason))
+    const MessageType* const type = typeOf(event, catalogue, reason);
+    if (!type)
         return -EINVAL;
-    const RecordShape& shape = RecordShape::of(*event.data->endianTable);
+    const RecordLayout& layout = catalogue.layoutOf(*type);
     const std::uint8_t* const record = static_cast<const std::uint8_t*>(event.data->payload);
-    std::size_t size = frameHeaderSize + shape.frameSize;
-    for (const std::uint32_t offset : shape.strings) {
+    std::size_t size = frameHeaderSize + layout.frameSize;
+    for (const std::uint32_t offset : layout.strings) {
         const std::uint32_t length = stringAt(record + offset).length;
         size += std::min<std::size_t>(length, maxFrameSize + 1);
     }
@@ -200,7 +183,7 @@ int encodeFrame(const SerializableMessageEvent& event, const MessageCatalogue& c
     out = put(out, event.ids.originId);
     out = put(out, event.ids.messageId);
 
-    for (const RecordMember& member : shape.members) {
+    for (const RecordMember& member : layout.members) {
         const std::uint8_t* const item = record + member.offset;
         switch (member.kind) {
         case RecordMember::word32:
@@ -232,7 +215,8 @@ decodeFrame(FrameView frame, const MessageCatalogue& catalogue, std::string& rea
     }
 
     const std::uint8_t* const header = frame.data;
-    const MsgMeta meta = {get(header + 4), get(header + 8), get(header + 12), header[16]};
+    const MsgMeta meta = {endian::load_big_u32(header + 4), endian::load_big_u32(header + 8),
+                          endian::load_big_u32(header + 12), header[16]};
     const MessageType* const type = typeOf(meta, catalogue, reason);
     if (!type)
         return nullptr;
@@ -240,18 +224,18 @@ decodeFrame(FrameView frame, const MessageCatalogue& catalogue, std::string& rea
     const boost::shared_ptr<SerializableMessageData> data =
         SerializableMessageData::create(type->table->size, *type->table);
     if (const char* const fault =
-            decodeBody(RecordShape::of(*type->table), static_cast<std::uint8_t*>(data->payload),
+            decodeBody(catalogue.layoutOf(*type), static_cast<std::uint8_t*>(data->payload),
                        header + frameHeaderSize, header + frame.size)) {
         reason = std::string(type->name) + ": " + fault;
         return nullptr;
     }
 
-    const EndpointId sender = {static_cast<std::int32_t>(get(header + 20)), get(header + 24)};
+    const EndpointId sender = {static_cast<std::int32_t>(endian::load_big_u32(header + 20)),
+                               endian::load_big_u32(header + 24)};
     std::unique_ptr<SerializableMessageEvent> event(
         new SerializableMessageEvent(meta, sender, data));
-    event->ids = {get(header + 28), get(header + 32)};
+    event->ids = {endian::load_big_u32(header + 28), endian::load_big_u32(header + 32)};
     return event;
 }
 
-} // namespace host
-} // namespace fabric
+} // namespace fabric::host

@@ -2,8 +2,36 @@
 
 #include <algorithm>
 
-namespace fabric {
-namespace host {
+#include "RecordLayout.h"
+
+namespace fabric::host {
+namespace {
+
+RecordLayout layoutOfRecord(const nubEndianTable_t& table)
+{
+    RecordLayout layout;
+    forEachMember(table, [&](const RecordMember& member) {
+        layout.members.push_back(member);
+        if (member.kind == RecordMember::string)
+            layout.strings.push_back(member.offset);
+        // A string's length precedes its characters.
+        layout.frameSize +=
+            member.kind == RecordMember::word64 ? sizeof(std::uint64_t) : sizeof(std::uint32_t);
+    });
+    return layout;
+}
+
+} // namespace
+
+MessageCatalogue::MessageCatalogue(std::uint32_t service, const MessageType* messages,
+                                   std::size_t number)
+    : serviceId(service), types(messages), count(number), layouts_(new RecordLayout[number])
+{
+    std::transform(types, types + count, layouts_.get(),
+                   [](const MessageType& type) { return layoutOfRecord(*type.table); });
+}
+
+MessageCatalogue::~MessageCatalogue() = default;
 
 const MessageType* MessageCatalogue::find(std::uint32_t resourceId, std::uint32_t operationId,
                                           std::uint8_t kind) const noexcept
@@ -16,5 +44,9 @@ const MessageType* MessageCatalogue::find(std::uint32_t resourceId, std::uint32_
     return found == end ? nullptr : found;
 }
 
-} // namespace host
-} // namespace fabric
+const RecordLayout& MessageCatalogue::layoutOf(const MessageType& type) const noexcept
+{
+    return layouts_[static_cast<std::size_t>(&type - types)];
+}
+
+} // namespace fabric::host

@@ -1,5 +1,5 @@
-#ifndef FABRIC_HOST_RECORD_SHAPE_H
-#define FABRIC_HOST_RECORD_SHAPE_H
+#ifndef FABRIC_HOST_RECORD_LAYOUT_H
+#define FABRIC_HOST_RECORD_LAYOUT_H
 
 #include <cstddef>
 #include <cstdint>
@@ -7,8 +7,7 @@
 
 #include <nub/Endian.h>
 
-namespace fabric {
-namespace host {
+namespace fabric::host {
 
 /// A scalar or a string of a record, or of one nested in it.
 struct RecordMember
@@ -47,22 +46,14 @@ void forEachMember(const nubEndianTable_t& table, const Visit& visit, std::uint3
     }
 }
 
-/// The members of a record, found by one walk for all messages that have it: converting a message
-/// is then a single row of members, and releasing one without strings is nothing at all.
-struct RecordShape
+/// The members of a record, found by one walk for all messages that have it.
+struct RecordLayout
 {
-    explicit RecordShape(const nubEndianTable_t& table);
-
-    /// The shape of a table, found when it is first asked for and kept from then on, as the table
-    /// is. Any thread; may throw std::bad_alloc.
-    static const RecordShape& of(const nubEndianTable_t& table);
-
     std::vector<RecordMember> members;
-    std::vector<std::uint32_t> strings; ///< the offsets of the members that are strings
-    std::size_t frameSize;              ///< what a record takes in a frame, its characters apart
+    std::vector<std::uint32_t> strings; ///< offsets of the members that are strings
+    std::size_t frameSize = 0;          ///< size of the record in a frame, without characters
 };
 
-} // namespace host
-} // namespace fabric
+} // namespace fabric::host
 
 #endif
