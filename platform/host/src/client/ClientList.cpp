@@ -33,22 +33,6 @@ void ClientList::attach(ClientInterface& client)
     ++lastSerial_;
 }
 
-void ClientList::detach(ClientInterface& client)
-{
-    bool told = false;
-    {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        const auto found = find(client);
-        if (found == entries_.end())
-            return;
-        told = found->told;
-        entries_.erase(found);
-        left_.notify_all();
-    }
-    if (told)
-        call(client, [](ClientInterface& gone) { gone.onServiceDisconnected(0); });
-}
-
 bool ClientList::beginDetach(ClientInterface& client) noexcept
 {
     const std::lock_guard<std::mutex> lock(mutex_);
@@ -63,18 +47,14 @@ void ClientList::detachLeaving()
     const auto leaving = [](const Entry& each) { return each.leaving; };
     std::unique_lock<std::mutex> lock(mutex_);
     for (;;) {
-        auto found = std::find_if(entries_.begin(), entries_.end(), leaving);
+        const auto found = std::find_if(entries_.begin(), entries_.end(), leaving);
         if (found == entries_.end())
             return;
-        ClientInterface& client = *found->client;
-        if (std::exchange(found->told, false)) {
-            lock.unlock();
-            call(client, [](ClientInterface& gone) { gone.onServiceDisconnected(0); });
-            lock.lock();
-            found = find(client); // the call may have changed the list
-        }
-        if (found != entries_.end())
-            entries_.erase(found);
+        const Entry entry = *found;
+        entries_.erase(found);
+        if (entry.told)
+            call(lock, *entry.client,
+                 [](ClientInterface& client) { client.onServiceDisconnected(0); });
         left_.notify_all();
     }
 }
@@ -98,10 +78,12 @@ void ClientList::dispatchEnded() noexcept
 
 void ClientList::detachAll()
 {
-    reportDown(0);
-    const std::lock_guard<std::mutex> lock(mutex_);
-    entries_.clear();
-    left_.notify_all();
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        for (Entry& each : entries_)
+            each.leaving = true;
+    }
+    detachLeaving();
 }
 
 void ClientList::reportUp()
@@ -132,31 +114,24 @@ void ClientList::reportStanding()
 template <typename Report>
 void ClientList::reportEach(bool from, bool to, Report report)
 {
-    std::uint64_t last = 0;
-    {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        last = lastSerial_;
-    }
+    std::unique_lock<std::mutex> lock(mutex_);
+    const std::uint64_t last = lastSerial_; // clients that are attached meanwhile come later
     std::uint64_t serial = 0;
-    while (ClientInterface* const client = next(serial, last, from, to))
-        call(*client, report);
-}
-
-ClientInterface* ClientList::next(std::uint64_t& serial, std::uint64_t last, bool from, bool to)
-{
-    const std::lock_guard<std::mutex> lock(mutex_);
-    for (Entry& each : entries_) {
-        if (each.serial <= serial || each.serial > last || each.told != from)
-            continue;
-        serial = each.serial;
-        each.told = to;
-        return each.client;
+    const auto isNext = [&](const Entry& each) {
+        return each.serial > serial && each.serial <= last && each.told == from;
+    };
+    for (;;) {
+        const auto found = std::find_if(entries_.begin(), entries_.end(), isNext);
+        if (found == entries_.end())
+            return;
+        serial = found->serial;
+        found->told = to;
+        call(lock, *found->client, report);
     }
-    return nullptr;
 }
 
 template <typename Report>
-void ClientList::call(ClientInterface& client, Report report)
+void ClientList::call(std::unique_lock<std::mutex>& lock, ClientInterface& client, Report report)
 {
     // Asked for beforehand: the client may be gone when an exception arrives.
     const char* const name = typeid(client).name();
@@ -165,13 +140,11 @@ void ClientList::call(ClientInterface& client, Report report)
         log(logTrouble, "fabric-host: exception out of a connection report to %s: %s\n", name,
             what);
     };
-    Running here = {&client, nullptr};
-    {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        here.outer = std::exchange(running_, &here);
-    }
+    const Running here = {&client, running_};
+    running_ = &here;
+    lock.unlock();
     callGuarded([&] { report(client); }, reportException);
-    const std::lock_guard<std::mutex> lock(mutex_);
+    lock.lock();
     running_ = here.outer;
     left_.notify_all();
 }

@@ -23,17 +23,15 @@ public:
     /// dispatch thread. Throws std::bad_alloc; the list is unchanged then.
     void attach(ClientInterface& client);
 
-    /// Takes the client out and tells it that the connection is gone, if it has been told that it
-    /// stands. On the dispatch thread.
-    void detach(ClientInterface& client);
-
-    /// The same in three steps, for another thread: it begins, has the dispatch thread call
-    /// detachLeaving(), and waits for that and for a report that is running. beginDetach() is false
-    /// when there is nothing to wait for.
+    /// Detaching, in three steps: begin, have detachLeaving() called on the dispatch thread, which
+    /// tells the client that the connection is gone if it has been told that it stands, and, on
+    /// another thread, wait for that and for a report that is running. beginDetach() is false when
+    /// there is nothing to wait for.
     bool beginDetach(ClientInterface& client) noexcept;
     void detachLeaving();
     void awaitDetached(ClientInterface& client) noexcept;
 
+    /// On the dispatch thread.
     void detachAll();
 
     /// The dispatch thread ends, in whatever way: nobody waits for it any longer.
@@ -55,7 +53,7 @@ private:
         ClientInterface* client;
         std::uint64_t serial; // ascending, so that a list that changes can be walked
         bool told;            // that the connection stands
-        bool leaving;         // another thread waits for its end
+        bool leaving;         // is being detached
     };
     using Entries = std::vector<Entry>;
 
@@ -73,10 +71,10 @@ private:
     /// Calls `report` with each client whose `told` is `from`, having made it `to`.
     template <typename Report>
     void reportEach(bool from, bool to, Report report);
-    ClientInterface* next(std::uint64_t& serial, std::uint64_t last, bool from, bool to);
 
+    /// Entered and left with the lock held, which is given up during the call.
     template <typename Report>
-    void call(ClientInterface& client, Report report);
+    void call(std::unique_lock<std::mutex>& lock, ClientInterface& client, Report report);
 
     std::mutex mutex_;
     std::condition_variable left_;

@@ -228,10 +228,10 @@ void Session::Impl::attach(ClientInterface& client)
 
 void Session::Impl::detach(ClientInterface& client)
 {
-    if (onDispatchThread())
-        return clients_.detach(client);
     if (!clients_.beginDetach(client))
         return;
+    if (onDispatchThread())
+        return clients_.detachLeaving();
     carryOutWishes_.schedule();
     clients_.awaitDetached(client);
 }
