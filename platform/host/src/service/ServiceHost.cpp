@@ -66,9 +66,9 @@ public:
     }
     ServiceCounters counters() const noexcept { return {framesRefused_, clientsDropped_}; }
 
-    /// The service's end of a channel, for the loop to take. Throws std::system_error when the
-    /// service has ended. Any thread.
-    void offer(std::shared_ptr<MemoryChannel> channel);
+    /// The client's end of a new connection in memory. Throws std::bad_alloc, or std::system_error
+    /// when the service has ended. Any thread.
+    std::shared_ptr<FrameStream> connect(asio::io_context& clientLoop);
 
 private:
     class Client;
@@ -104,8 +104,8 @@ private:
     std::shared_ptr<SocketListener> listener_;
 
     std::mutex offersMutex_;
-    std::vector<std::shared_ptr<MemoryChannel>> offers_; // guarded by the mutex
-    bool ended_ = false;                                 // also: the loop runs no more
+    std::vector<std::shared_ptr<FrameStream>> offers_; // connections; guarded by the mutex
+    bool ended_ = false;                               // also: the loop runs no more
 
     std::map<ClientId, std::unique_ptr<Client>> clients_;
     std::map<ClientId, std::unique_ptr<Client>> gone_; // the service has not heard of it yet
@@ -209,38 +209,37 @@ void ServiceHost::Impl::end()
     {
         const std::lock_guard<std::mutex> lock(offersMutex_);
         ended_ = true;
-        for (const std::shared_ptr<MemoryChannel>& channel : offers_)
-            MemoryStream::refuse(*channel, ECONNREFUSED);
+        for (const std::shared_ptr<FrameStream>& stream : offers_)
+            stream->close(ECONNREFUSED);
         offers_.clear();
     }
     clients_.clear();
 }
 
-void ServiceHost::Impl::offer(std::shared_ptr<MemoryChannel> channel)
+std::shared_ptr<FrameStream> ServiceHost::Impl::connect(asio::io_context& clientLoop)
 {
+    const auto [client, service] = MemoryStream::newPair(clientLoop, loop_);
     const std::lock_guard<std::mutex> lock(offersMutex_);
     if (ended_)
         throw std::system_error(ECONNREFUSED, std::generic_category(), "the service has ended");
-    offers_.push_back(std::move(channel));
+    offers_.push_back(service);
     takeOffers_.schedule();
+    return client;
 }
 
 void ServiceHost::Impl::takeOffers()
 {
-    std::vector<std::shared_ptr<MemoryChannel>> offers;
+    std::vector<std::shared_ptr<FrameStream>> offers;
     {
         const std::lock_guard<std::mutex> lock(offersMutex_);
         offers.swap(offers_);
     }
-    for (const std::shared_ptr<MemoryChannel>& channel : offers)
-        callGuarded(
-            [&] {
-                welcome(std::make_shared<MemoryStream>(loop_, channel, MemoryStream::serviceSide));
-            },
-            [&](const char* what) {
-                complaints_.log("client lost", what);
-                MemoryStream::refuse(*channel, ENOMEM);
-            });
+    for (const std::shared_ptr<FrameStream>& stream : offers)
+        callGuarded([&] { welcome(stream); },
+                    [&](const char* what) {
+                        complaints_.log("client lost", what);
+                        stream->close(ENOMEM);
+                    });
 }
 
 void ServiceHost::Impl::welcome(std::shared_ptr<FrameStream> stream)
@@ -409,9 +408,7 @@ public:
 
     void open(asio::io_context& loop, LinkListener& listener) override
     {
-        const auto channel = std::make_shared<MemoryChannel>();
-        const auto stream = std::make_shared<MemoryStream>(loop, channel, MemoryStream::clientSide);
-        host_->impl_->offer(channel);
+        const auto stream = host_->impl_->connect(loop);
         setListener(listener);
         connected(stream);
     }

@@ -21,6 +21,8 @@ void FrameStream::start(FrameListener& listener)
 
 void FrameStream::takeTurn()
 {
+    if (!listener_) // the other end has been faster than start()
+        return;
     const std::shared_ptr<FrameStream> self = shared_from_this(); // the listener may drop it
     const auto end = std::chrono::steady_clock::now() + turnLength;
     try {

@@ -3,11 +3,11 @@
 #include <fabric-host/Frame.h>
 
 #include <cerrno>
+#include <mutex>
 #include <new>
 #include <utility>
 
-namespace fabric {
-namespace host {
+namespace fabric::host {
 namespace {
 
 /// A side that answers stops to read when so much waits: what one more command brings about then
@@ -20,16 +20,50 @@ constexpr std::size_t usualSize = 16 * 1024;
 
 } // namespace
 
-MemoryStream::MemoryStream(boost::asio::io_context& loop, std::shared_ptr<MemoryChannel> channel,
-                           Side side)
-    : FrameStream(loop, side == serviceSide ? throttled : freeFlow),
-      channel_(std::move(channel)),
-      in_(side == serviceSide ? channel_->toService : channel_->toClient),
-      out_(side == serviceSide ? channel_->toClient : channel_->toService),
-      here_(side == serviceSide ? channel_->service : channel_->client),
-      other_(side == serviceSide ? channel_->client : channel_->service)
+/// One end, as the other one sees it.
+struct MemoryStream::Side
 {
-    const std::lock_guard<std::mutex> lock(here_.mutex);
+    /// Has its own mutex, so that the thread that is woken up need not wait for the one that the
+    /// sender still holds.
+    void wake() noexcept
+    {
+        const std::lock_guard<std::mutex> lock(wakeMutex);
+        if (turn)
+            turn->schedule();
+    }
+
+    std::mutex mutex; ///< guards what follows
+    FrameBytes bytes; ///< frames for this end, one after the other
+    std::size_t frames = 0;
+    bool senderWaits = false; ///< until the frames are taken
+    bool closed = false;      ///< nothing more will be sent to this end
+    bool refused = false;     ///< this end takes nothing more
+    int reason = 0;           ///< why it was closed
+
+    std::mutex wakeMutex;
+    LoopTask* turn = nullptr; ///< guarded by wakeMutex; null once this end has closed
+};
+
+struct MemoryStream::Channel
+{
+    Side client;
+    Side service;
+};
+
+std::pair<std::shared_ptr<FrameStream>, std::shared_ptr<FrameStream>>
+MemoryStream::newPair(boost::asio::io_context& clientLoop, boost::asio::io_context& serviceLoop)
+{
+    const auto channel = std::make_shared<Channel>();
+    Side& client = channel->client;
+    Side& service = channel->service;
+    return {std::make_shared<MemoryStream>(clientLoop, freeFlow, channel, client, service),
+            std::make_shared<MemoryStream>(serviceLoop, throttled, channel, service, client)};
+}
+
+MemoryStream::MemoryStream(boost::asio::io_context& loop, Flow flow,
+                           std::shared_ptr<Channel> channel, Side& here, Side& other)
+    : FrameStream(loop, flow), channel_(std::move(channel)), here_(here), other_(other)
+{
     here_.turn = &turn_;
 }
 
@@ -41,17 +75,17 @@ MemoryStream::~MemoryStream()
 int MemoryStream::send(FrameView frame)
 {
     {
-        const std::lock_guard<std::mutex> lock(out_.mutex);
-        if (out_.closed || out_.refused)
+        const std::lock_guard<std::mutex> lock(other_.mutex);
+        if (other_.closed || other_.refused)
             return -ENOTCONN;
-        if (out_.frames >= maxQueuedFrames || out_.bytes.size() + frame.size > maxQueuedBytes)
+        if (other_.frames >= maxQueuedFrames || other_.bytes.size() + frame.size > maxQueuedBytes)
             return -EAGAIN;
         try {
-            out_.bytes.insert(out_.bytes.end(), frame.data, frame.data + frame.size);
+            other_.bytes.insert(other_.bytes.end(), frame.data, frame.data + frame.size);
         } catch (const std::bad_alloc&) {
             return -ENOMEM;
         }
-        if (out_.frames++ != 0)
+        if (other_.frames++ != 0)
             return 0;
     }
     other_.wake();
@@ -76,10 +110,10 @@ bool MemoryStream::takeQueued()
         FrameBytes().swap(taken_);
     bool senderWaits = false;
     {
-        const std::lock_guard<std::mutex> lock(in_.mutex);
-        in_.bytes.swap(taken_);
-        in_.frames = 0;
-        senderWaits = std::exchange(in_.senderWaits, false);
+        const std::lock_guard<std::mutex> lock(here_.mutex);
+        here_.bytes.swap(taken_);
+        here_.frames = 0;
+        senderWaits = std::exchange(here_.senderWaits, false);
     }
     if (senderWaits)
         other_.wake();
@@ -91,66 +125,50 @@ void MemoryStream::awaitInput()
     int reason = 0;
     {
         // The other end schedules the next turn, unless it has closed.
-        const std::lock_guard<std::mutex> lock(in_.mutex);
-        if (!in_.closed || in_.frames != 0)
+        const std::lock_guard<std::mutex> lock(here_.mutex);
+        if (!here_.closed || here_.frames != 0)
             return;
-        reason = in_.reason;
+        reason = here_.reason;
     }
     end(reason);
 }
 
 bool MemoryStream::isCongested()
 {
-    const std::lock_guard<std::mutex> lock(out_.mutex);
-    if (out_.refused || out_.closed ||
-        (out_.frames < congestedFrames && out_.bytes.size() < congestedBytes))
+    const std::lock_guard<std::mutex> lock(other_.mutex);
+    if (other_.refused || other_.closed ||
+        (other_.frames < congestedFrames && other_.bytes.size() < congestedBytes))
         return false;
-    out_.senderWaits = true;
+    other_.senderWaits = true;
     return true;
-}
-
-void MemoryStream::shutdownSend()
-{
-    closeSending(out_, other_, 0);
 }
 
 void MemoryStream::close(int reason)
 {
     open_ = false;
     {
-        const std::lock_guard<std::mutex> lock(here_.mutex);
+        const std::lock_guard<std::mutex> lock(here_.wakeMutex);
         here_.turn = nullptr;
     }
-    closeReceiving(in_);
-    closeSending(out_, other_, reason);
-}
-
-void MemoryStream::refuse(MemoryChannel& channel, int reason)
-{
-    closeReceiving(channel.toService);
-    closeSending(channel.toClient, channel.client, reason);
+    {
+        const std::lock_guard<std::mutex> lock(here_.mutex);
+        here_.refused = true;
+        FrameBytes().swap(here_.bytes);
+        here_.frames = 0;
+    }
+    closeSending(reason);
 }
 
 /// Wakes the other end, which also looks again for room to send.
-void MemoryStream::closeSending(MemoryChannel::Direction& outgoing, MemoryChannel::End& other,
-                                int reason)
+void MemoryStream::closeSending(int reason)
 {
     {
-        const std::lock_guard<std::mutex> lock(outgoing.mutex);
-        if (std::exchange(outgoing.closed, true))
+        const std::lock_guard<std::mutex> lock(other_.mutex);
+        if (std::exchange(other_.closed, true))
             return;
-        outgoing.reason = reason;
+        other_.reason = reason;
     }
-    other.wake();
+    other_.wake();
 }
 
-void MemoryStream::closeReceiving(MemoryChannel::Direction& incoming)
-{
-    const std::lock_guard<std::mutex> lock(incoming.mutex);
-    incoming.refused = true;
-    FrameBytes().swap(incoming.bytes);
-    incoming.frames = 0;
-}
-
-} // namespace host
-} // namespace fabric
+} // namespace fabric::host
