@@ -23,8 +23,7 @@
 
 #include "Guarded.h"
 
-namespace fabric {
-namespace host {
+namespace fabric::host {
 namespace {
 
 constexpr std::uint32_t hostCategory = 204;
@@ -33,13 +32,6 @@ constexpr std::size_t categories = 0x10000;
 /// One word for each category: lines of a lower level are wanted. So 0 is off, and a check needs
 /// one load.
 std::atomic<std::uint32_t> limits[categories];
-
-struct Switch
-{
-    bool everyCategory;
-    std::uint32_t category;
-    std::uint32_t limit;
-};
 
 struct Sink
 {
@@ -62,55 +54,51 @@ bool readNumber(std::string_view text, std::uint32_t& number) noexcept
     return error == std::errc() && rest == end && number <= 0xffff;
 }
 
-bool readSwitch(std::string_view part, Switch& result) noexcept
-{
-    const std::size_t colon = part.find(':');
-    std::uint32_t level = 0;
-    if (colon == std::string_view::npos || !readNumber(part.substr(colon + 1), level))
-        return false;
-    const std::string_view category = part.substr(0, colon);
-    result = {category == "*", 0, level + 1};
-    return result.everyCategory || readNumber(category, result.category);
-}
-
-/// Takes `text` apart, without memory: debug lines are asked for where none may be had. Calls
-/// `take` with each switch, and `unreadable` with a part that is not one.
+/// Calls `take` with the category, which may be `*`, and the limit of each switch in `text`, and
+/// `unreadable` with each part that is not one. Needs no memory: debug lines are written where
+/// there may be none.
 template <typename Take, typename Unreadable>
 void forEachSwitch(std::string_view text, Take take, Unreadable unreadable)
 {
     while (!text.empty()) {
         const std::string_view part = text.substr(0, text.find(','));
         text.remove_prefix(std::min(part.size() + 1, text.size()));
-        Switch read = {};
-        if (readSwitch(part, read))
-            take(read);
+        const std::string_view category = part.substr(0, part.find(':'));
+        std::uint32_t level = 0;
+        std::uint32_t ignored = 0;
+        if (category.size() < part.size() && readNumber(part.substr(category.size() + 1), level) &&
+            (category == "*" || readNumber(category, ignored)))
+            take(category, level + 1);
         else
             unreadable(part);
     }
 }
 
-/// The switches of single categories count more than `*`, wherever they stand; what cannot be read
-/// is left out.
-void apply(std::string_view switches) noexcept
+/// The switch of a single category takes precedence over `*`, wherever it stands.
+template <typename Unreadable>
+void setLimits(std::string_view switches, Unreadable unreadable)
 {
-    const auto ignore = [](std::string_view) {};
     std::uint32_t everywhere = 0;
     forEachSwitch(
         switches,
-        [&](const Switch& each) { everywhere = each.everyCategory ? each.limit : everywhere; },
-        ignore);
-    for (std::atomic<std::uint32_t>& limit : limits)
-        limit.store(everywhere, std::memory_order_relaxed);
+        [&](std::string_view category, std::uint32_t limit) {
+            if (category == "*")
+                everywhere = limit;
+        },
+        unreadable);
+    for (std::atomic<std::uint32_t>& each : limits)
+        each.store(everywhere, std::memory_order_relaxed);
     forEachSwitch(
         switches,
-        [](const Switch& each) {
-            if (!each.everyCategory)
-                limits[each.category].store(each.limit, std::memory_order_relaxed);
+        [](std::string_view category, std::uint32_t limit) {
+            std::uint32_t number = 0;
+            if (readNumber(category, number))
+                limits[number].store(limit, std::memory_order_relaxed);
         },
-        ignore);
+        [](std::string_view) {});
 }
 
-/// Keeps a thread that is being cancelled from being so inside: who writes a line may be noexcept.
+/// Defers thread cancellation, which unwinds the stack: callers may be noexcept.
 class Uncancelled
 {
 public:
@@ -130,20 +118,13 @@ void readEnvironment() noexcept
     static const bool done = [] {
         const Uncancelled complaining;
         const char* const text = std::getenv("NUB_DEBUG");
-        if (!text || !*text)
-            return true;
-        apply(text);
-        forEachSwitch(
-            text, [](const Switch&) {},
-            [](std::string_view part) {
-                callGuarded(
-                    [&] {
-                        std::fprintf(stderr,
-                                     "NUB_DEBUG: cannot read '%s', CATEGORY:LEVEL expected\n",
-                                     printable(std::string(part)).c_str());
-                    },
-                    [](const char*) {}); // without memory to show it, it is ignored in silence
-            });
+        setLimits(text ? text : "", [](std::string_view part) {
+            const auto complain = [&] {
+                std::fprintf(stderr, "NUB_DEBUG: cannot read '%s', CATEGORY:LEVEL expected\n",
+                             printable(std::string(part)).c_str());
+            };
+            callGuarded(complain, [](const char*) {}); // ignored in silence without memory for it
+        });
         return true;
     }();
     static_cast<void>(done);
@@ -156,64 +137,65 @@ bool wanted(std::uint32_t code) noexcept
 }
 
 /// True when a sink has taken the line.
-bool writeToSink(std::uint32_t code, const char* line, std::size_t length)
+bool writeToSink(std::uint32_t code, std::string_view line)
 {
     Sink& target = sink();
     const std::lock_guard<std::mutex> lock(target.mutex);
     return target.call &&
-           callGuarded([&] { target.call(code, std::string(line, length)); }, [](const char*) {});
+           callGuarded([&] { target.call(code, std::string(line)); }, [](const char*) {});
 }
 
-void writePlainLine(std::uint32_t code, const char* line, std::size_t length)
+void writePlainLine(std::uint32_t code, std::string_view line)
 {
-    if (writeToSink(code, line, length))
+    if (writeToSink(code, line))
         return;
-    while (length > 0) {
-        const ssize_t written = ::write(STDERR_FILENO, line, length);
+    while (!line.empty()) {
+        const ssize_t written = ::write(STDERR_FILENO, line.data(), line.size());
         if (written < 0 && errno == EINTR)
             continue;
         if (written <= 0)
             return; // there is nowhere left to complain
-        line += written;
-        length -= static_cast<std::size_t>(written);
+        line.remove_prefix(static_cast<std::size_t>(written));
     }
 }
 
 /// A line may hold foreign text, such as that of an application's exception. Without memory to make
 /// that printable, the line is left out.
-void writeLine(std::uint32_t code, const char* line, std::size_t length)
+void writeLine(std::uint32_t code, std::string_view line)
 {
-    const char* const end = line + length - (line[length - 1] == '\n' ? 1 : 0);
-    if (std::all_of(line, end, [](char c) { return c >= ' ' && c <= '~'; }))
-        return writePlainLine(code, line, length);
-    callGuarded(
-        [&] {
-            const std::string shown = printable(std::string(line, end)) + '\n';
-            writePlainLine(code, shown.data(), shown.size());
-        },
-        [](const char*) {});
+    const std::string_view text = line.substr(0, line.size() - (line.back() == '\n' ? 1 : 0));
+    if (std::all_of(text.begin(), text.end(), [](char c) { return c >= ' ' && c <= '~'; }))
+        return writePlainLine(code, line);
+    callGuarded([&] { writePlainLine(code, printable(std::string(text)) + '\n'); },
+                [](const char*) {});
 }
 
-/// The line in full, whatever its length; cut only if there is no memory for it. `again` is a
-/// second list of the same arguments, for a line that turns out to be long.
-void format(std::uint32_t code, const char* form, std::va_list arguments, std::va_list again)
+/// Writes the line in full, whatever its length; cuts it only if there is no memory for it. Keeps
+/// errno.
+void format(std::uint32_t code, const char* form, std::va_list arguments)
 {
     const Uncancelled writing;
+    const int savedError = errno;
+    std::va_list again;
+    va_copy(again, arguments);
     std::array<char, 512> shortLine;
     const int needed = std::vsnprintf(shortLine.data(), shortLine.size(), form, arguments);
-    if (needed <= 0)
-        return; // nothing to write, or no valid format
-    const std::size_t length = static_cast<std::size_t>(needed);
-    if (length < shortLine.size()) {
-        writeLine(code, shortLine.data(), length);
-    } else if (char* const longLine = static_cast<char*>(std::malloc(length + 1))) {
-        std::vsnprintf(longLine, length + 1, form, again);
-        writeLine(code, longLine, length);
-        std::free(longLine);
-    } else {
-        shortLine[shortLine.size() - 2] = '\n';
-        writeLine(code, shortLine.data(), shortLine.size() - 1);
+    const std::size_t length =
+        static_cast<std::size_t>(std::max(needed, 0)); // < 0: no valid format
+    if (length >= shortLine.size()) {
+        if (char* const longLine = static_cast<char*>(std::malloc(length + 1))) {
+            std::vsnprintf(longLine, length + 1, form, again);
+            writeLine(code, {longLine, length});
+            std::free(longLine);
+        } else {
+            shortLine[shortLine.size() - 2] = '\n';
+            writeLine(code, {shortLine.data(), shortLine.size() - 1});
+        }
+    } else if (length > 0) {
+        writeLine(code, {shortLine.data(), length});
     }
+    va_end(again);
+    errno = savedError;
 }
 
 } // namespace
@@ -228,13 +210,10 @@ void setDebugSink(DebugSink newSink)
 void setDebugSwitches(const std::string& switches)
 {
     readEnvironment(); // which must not come later and undo this
-    forEachSwitch(
-        switches, [](const Switch&) {},
-        [](std::string_view part) {
-            throw std::invalid_argument("debug switches: cannot read '" + std::string(part) +
-                                        "', CATEGORY:LEVEL expected");
-        });
-    apply(switches);
+    setLimits(switches, [](std::string_view part) {
+        throw std::invalid_argument("debug switches: cannot read '" + std::string(part) +
+                                    "', CATEGORY:LEVEL expected");
+    });
 }
 
 void log(LogLevel level, const char* form, ...) noexcept
@@ -242,19 +221,13 @@ void log(LogLevel level, const char* form, ...) noexcept
     const std::uint32_t code = (hostCategory << 16) | level;
     if (!wanted(code))
         return;
-    const int savedError = errno;
     std::va_list arguments;
-    std::va_list again;
     va_start(arguments, form);
-    va_copy(again, arguments);
-    format(code, form, arguments, again);
-    va_end(again);
+    format(code, form, arguments);
     va_end(arguments);
-    errno = savedError;
 }
 
-} // namespace host
-} // namespace fabric
+} // namespace fabric::host
 
 int nubDebugCheckLevelGetFabricAndChunk(nubDebugChunk_t* chunk)
 {
@@ -263,13 +236,8 @@ int nubDebugCheckLevelGetFabricAndChunk(nubDebugChunk_t* chunk)
 
 void nubDebugOutput0(const nubDebugChunk_t* chunk, const char* form, ...)
 {
-    const int savedError = errno;
     std::va_list arguments;
-    std::va_list again;
     va_start(arguments, form);
-    va_copy(again, arguments);
-    fabric::host::format(chunk->code, form, arguments, again);
-    va_end(again);
+    fabric::host::format(chunk->code, form, arguments);
     va_end(arguments);
-    errno = savedError;
 }
