@@ -3,23 +3,22 @@
 #include <algorithm>
 #include <limits>
 #include <stdexcept>
-#include <tuple>
 
 #include <fabric-host/MessageCatalogue.h>
 
 #include "../base/Guarded.h"
 #include "../base/Log.h"
 
-namespace fabric {
-namespace host {
-bool HandlerRegistry::Key::operator<(const Key& other) const noexcept
+namespace fabric::host {
+namespace {
+
+bool matches(const MsgMeta& key, const MsgMeta& message) noexcept
 {
-    const auto fields = [](const Key& key) {
-        return std::tie(key.meta.resourceId, key.meta.operationId, key.meta.kind,
-                        key.meta.serviceId, key.receiver);
-    };
-    return fields(*this) < fields(other);
+    return key.resourceId == message.resourceId && key.operationId == message.operationId &&
+           key.kind == message.kind && key.serviceId == message.serviceId;
 }
+
+} // namespace
 
 /// The time in which a handler runs and its removal has to wait. Entered and left with the lock
 /// held, which is given up in between.
@@ -48,69 +47,63 @@ private:
     std::unique_lock<std::mutex>& lock;
 };
 
+HandlerRegistry::Registrations::iterator HandlerRegistry::behind(int id) noexcept
+{
+    return std::upper_bound(registrations_.begin(), registrations_.end(), id,
+                            [](int before, const Registration& each) { return before < each.id; });
+}
+
 int HandlerRegistry::add(Receiver receiver, const MsgMeta& key, const EventHandler& handler)
 {
     const std::lock_guard<std::mutex> lock(mutex_);
     if (lastId_ == std::numeric_limits<int>::max())
         throw std::length_error("fabric-host: out of handler ids");
-    registrations_[{key, receiver}].push_back({lastId_ + 1, handler});
+    registrations_.push_back({lastId_ + 1, receiver, key, handler});
     return ++lastId_;
 }
 
 void HandlerRegistry::remove(int id, bool onDispatchThread)
 {
+    if (id <= 0)
+        return;
     std::unique_lock<std::mutex> lock(mutex_);
-    for (auto& [key, list] : registrations_) {
-        const auto found = std::find_if(list.begin(), list.end(),
-                                        [id](const Registration& each) { return each.id == id; });
-        if (found == list.end())
-            continue;
-        list.erase(found);
-        break;
-    }
+    const auto found = behind(id - 1);
+    if (found != registrations_.end() && found->id == id)
+        registrations_.erase(found);
     if (!onDispatchThread)
-        callEnded_.wait(lock, [&] { return running_ == 0 || running_ != id; });
+        callEnded_.wait(lock, [&] { return running_ != id; });
 }
 
 Delivery HandlerRegistry::deliver(const Event& event)
 {
-    const Key key = {event.meta,
-                     event.meta.kind == kindReply ? Receiver::component : Receiver::application};
+    const Receiver receiver =
+        event.meta.kind == kindReply ? Receiver::component : Receiver::application;
     Delivery delivery = {0, 0};
     std::unique_lock<std::mutex> lock(mutex_);
     const int last = lastId_;
     int id = 0;
-    while (const Registration* const registration = next(key, id, last)) {
-        id = registration->id;
+    for (;;) {
+        const auto next =
+            std::find_if(behind(id), registrations_.end(), [&](const Registration& each) {
+                return each.receiver == receiver && matches(each.key, event.meta);
+            });
+        if (next == registrations_.end() || next->id > last)
+            return delivery;
+        id = next->id;
         // A copy, since the handler may remove its own registration.
-        const EventHandler handler = registration->handler;
+        const EventHandler handler = next->handler;
         const Call call(*this, lock, id);
         ++delivery.handlers;
         if (!invoke(id, handler, event))
             ++delivery.exceptions;
     }
-    return delivery;
-}
-
-const HandlerRegistry::Registration* HandlerRegistry::next(const Key& key, int after,
-                                                           int last) const noexcept
-{
-    const auto list = registrations_.find(key);
-    if (list == registrations_.end())
-        return nullptr;
-    const auto found =
-        std::upper_bound(list->second.begin(), list->second.end(), after,
-                         [](int id, const Registration& each) { return id < each.id; });
-    return found != list->second.end() && found->id <= last ? &*found : nullptr;
 }
 
 bool HandlerRegistry::isRegistered(int id)
 {
     const std::lock_guard<std::mutex> lock(mutex_);
-    return std::any_of(registrations_.begin(), registrations_.end(), [id](const auto& list) {
-        return std::any_of(list.second.begin(), list.second.end(),
-                           [id](const Registration& each) { return each.id == id; });
-    });
+    const auto found = behind(id - 1);
+    return found != registrations_.end() && found->id == id;
 }
 
 bool HandlerRegistry::invoke(int id, const EventHandler& handler, const Event& event)
@@ -127,5 +120,4 @@ bool HandlerRegistry::invoke(int id, const EventHandler& handler, const Event& e
                        });
 }
 
-} // namespace host
-} // namespace fabric
+} // namespace fabric::host

@@ -2,22 +2,20 @@
 #define FABRIC_HOST_HANDLER_REGISTRY_H
 
 #include <condition_variable>
-#include <cstdint>
-#include <map>
+#include <cstddef>
 #include <mutex>
 #include <vector>
 
 #include <fabric/AbstractComponent.h>
 #include <fabric/Event.h>
 
-namespace fabric {
-namespace host {
+namespace fabric::host {
 
-/// What messages of one kind are registered on.
+/// The object on which handlers are registered.
 enum class Receiver
 {
-    application, ///< notifications
-    component    ///< replies
+    application, ///< of notifications
+    component    ///< of replies
 };
 
 /// What became of one message.
@@ -38,42 +36,34 @@ public:
     /// dispatch thread, where that handler is further down the stack.
     void remove(int id, bool onDispatchThread);
 
-    /// Calls the message's handlers in order of their registration, those left out that are added
+    /// Calls the message's handlers in order of their registration, except for those that are added
     /// or removed meanwhile. On the dispatch thread only. Exceptions out of handlers are reported.
     Delivery deliver(const Event& event);
 
 private:
-    /// What messages a handler is registered for, and where.
-    struct Key
-    {
-        MsgMeta meta;
-        Receiver receiver;
-
-        bool operator<(const Key& other) const noexcept;
-    };
-
     struct Registration
     {
         int id;
+        Receiver receiver;
+        MsgMeta key;
         EventHandler handler;
     };
-    using Registrations = std::vector<Registration>; // in ascending order of ids
+    using Registrations = std::vector<Registration>;
 
     class Call;
 
-    /// The first one for the key whose id lies in (after, last]; null if there is none.
-    const Registration* next(const Key& key, int after, int last) const noexcept;
+    /// With the mutex held: the first registration behind an id.
+    Registrations::iterator behind(int id) noexcept;
     bool isRegistered(int id);
     bool invoke(int id, const EventHandler& handler, const Event& event);
 
     std::mutex mutex_;
     std::condition_variable callEnded_;
-    std::map<Key, Registrations> registrations_; // a key that was used once stays
+    Registrations registrations_; // in ascending order of ids
     int lastId_ = 0;
     int running_ = 0; // the handler being called, or 0
 };
 
-} // namespace host
-} // namespace fabric
+} // namespace fabric::host
 
 #endif

@@ -53,13 +53,6 @@ std::uint32_t newOriginId()
     return nextNumber(last);
 }
 
-void requireNoFlags(int flags)
-{
-    if (flags != 0)
-        throw std::invalid_argument("addEventHandler: flags " + std::to_string(flags) +
-                                    ", expected 0");
-}
-
 } // namespace
 
 /// The session's three objects for the application are thin fronts of this one.
@@ -78,10 +71,8 @@ public:
     void disconnect() noexcept;
     SessionCounters counters() const noexcept;
 
-    int addEventHandler(Receiver receiver, const MsgMeta& key, const EventHandler& handler)
-    {
-        return handlers_.add(receiver, key, handler);
-    }
+    int addEventHandler(Receiver receiver, const MsgMeta& key, int flags,
+                        const EventHandler& handler);
     void removeEventHandler(int id) { handlers_.remove(id, onDispatchThread()); }
     int sendEvent(MsgIds& ids, int flags, std::unique_ptr<SerializableMessageEvent> event);
 
@@ -159,8 +150,7 @@ public:
 
     int addEventHandler(const MsgMeta& key, int flags, const EventHandler& handler) override
     {
-        requireNoFlags(flags);
-        return session.addEventHandler(Receiver::application, key, handler);
+        return session.addEventHandler(Receiver::application, key, flags, handler);
     }
 
     int sendEvent(MsgIds& ids, int flags, SerializableMessageEvent* event) override
@@ -179,8 +169,7 @@ public:
 
     int addEventHandler(const MsgMeta& key, int flags, const EventHandler& handler) override
     {
-        requireNoFlags(flags);
-        return session.addEventHandler(Receiver::component, key, handler);
+        return session.addEventHandler(Receiver::component, key, flags, handler);
     }
 
     void removeEventHandler(int handlerId) override { session.removeEventHandler(handlerId); }
@@ -309,6 +298,15 @@ SessionCounters Session::Impl::counters() const noexcept
 {
     return {framesSent_, framesReceived_, framesRefused_, messagesUnhandled_,
             handlerExceptions_ + clients_.exceptions()};
+}
+
+int Session::Impl::addEventHandler(Receiver receiver, const MsgMeta& key, int flags,
+                                   const EventHandler& handler)
+{
+    if (flags != 0)
+        throw std::invalid_argument("addEventHandler: flags " + std::to_string(flags) +
+                                    ", expected 0");
+    return handlers_.add(receiver, key, handler);
 }
 
 int Session::Impl::sendEvent(MsgIds& ids, int flags,
