@@ -16,25 +16,46 @@
 
 #include <fabric-host/Link.h>
 
-namespace fabric {
-namespace host {
+namespace fabric::host {
 namespace {
 
 namespace asio = boost::asio;
-typedef asio::local::stream_protocol Protocol;
+using Protocol = asio::local::stream_protocol;
 
-/// Others hold a lock for a moment only, unless one of them has been stopped in it.
+/// Others hold the lock for a moment only, unless one of them has been stopped in it.
 constexpr std::chrono::seconds longestLock(1);
 constexpr std::chrono::milliseconds lockRetry(10);
 
+/// Throws what every failure of SocketFile throws.
+[[noreturn]] void fail(const std::string& path, const std::string& what)
+{
+    throw std::runtime_error(path + ": " + what);
+}
+
+[[noreturn]] void fail(const std::string& path, int error)
+{
+    fail(path, std::strerror(error));
+}
+
 /// Keeps services of this user from replacing the same socket at the same time. The lock is a file
 /// of its own beside the socket: a directory can be locked by anybody who may read it. Without
-/// effect where a file that is not such a lock has the name: only this user's services are to
+/// effect where a file that is not such a lock has the name: only this user's services have to
 /// agree.
 class PlaceLock
 {
 public:
-    explicit PlaceLock(const std::string& socket) : name_(socket + ".lock"), error_(acquire()) {}
+    explicit PlaceLock(const std::string& socket) : name_(socket + ".lock")
+    {
+        const auto deadline = std::chrono::steady_clock::now() + longestLock;
+        while (const int error = acquire()) {
+            if (error != EWOULDBLOCK)
+                fail(socket,
+                     std::string("cannot create a file in its directory: ") + std::strerror(error));
+            if (std::chrono::steady_clock::now() >= deadline)
+                fail(socket, "another service is starting here, and has been for a second");
+            std::this_thread::sleep_for(lockRetry);
+        }
+    }
     ~PlaceLock()
     {
         if (file_ < 0)
@@ -46,39 +67,28 @@ public:
     PlaceLock(const PlaceLock&) = delete;
     PlaceLock& operator=(const PlaceLock&) = delete;
 
-    /// 0, or an error number: EWOULDBLOCK when another service keeps the lock.
-    int error() const noexcept { return error_; }
-
 private:
-    int acquire()
+    /// 0, or an error number: EWOULDBLOCK while another service holds the lock.
+    int acquire() noexcept
     {
-        const auto deadline = std::chrono::steady_clock::now() + longestLock;
-        do {
-            const int file = ::open(name_.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
-            if (file < 0)
-                return errno == EACCES || errno == ELOOP || errno == EISDIR ? 0 : errno;
-            struct stat mine = {};
-            if (::fstat(file, &mine) != 0 || mine.st_uid != ::geteuid() || mine.st_size != 0) {
-                ::close(file);
-                return 0;
-            }
-            struct stat named = {};
-            const bool held = ::flock(file, LOCK_EX | LOCK_NB) == 0;
-            // Its holder before may have removed it.
-            if (held && ::lstat(name_.c_str(), &named) == 0 && named.st_ino == mine.st_ino) {
-                file_ = file;
-                return 0;
-            }
+        const int file = ::open(name_.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
+        if (file < 0)
+            return errno == EACCES || errno == ELOOP || errno == EISDIR ? 0 : errno;
+        struct stat mine = {};
+        struct stat named = {};
+        const bool isLock =
+            ::fstat(file, &mine) == 0 && mine.st_uid == ::geteuid() && mine.st_size == 0;
+        // The previous holder may have removed the file.
+        if (isLock && ::flock(file, LOCK_EX | LOCK_NB) == 0 &&
+            ::lstat(name_.c_str(), &named) == 0 && named.st_ino == mine.st_ino)
+            file_ = file;
+        else
             ::close(file);
-            if (!held)
-                std::this_thread::sleep_for(lockRetry);
-        } while (std::chrono::steady_clock::now() < deadline);
-        return EWOULDBLOCK;
+        return isLock && file_ < 0 ? EWOULDBLOCK : 0;
     }
 
     const std::string name_;
     int file_ = -1;
-    const int error_;
 };
 
 /// Close-on-exec: a child that inherited the socket would keep the connection open. Returns 0 or an
@@ -94,12 +104,6 @@ int openSocket(Socket& socket)
     if (error)
         ::close(descriptor);
     return error.value();
-}
-
-std::string directoryOf(const std::string& path)
-{
-    const std::size_t slash = path.rfind('/');
-    return slash == std::string::npos ? "." : path.substr(0, slash + 1);
 }
 
 } // namespace
@@ -121,33 +125,28 @@ int connectTo(const std::string& path, Protocol::socket& socket)
     return result == 0 ? 0 : errno;
 }
 
-SocketFile::SocketFile(const std::string& path, Protocol::acceptor& acceptor) : name(path)
+SocketFile::SocketFile(const std::string& path, Protocol::acceptor& acceptor) : name_(path)
 {
-    if (name.empty())
-        fail("the path of the socket is empty");
-    if (name.size() > longestSocketPath)
-        fail("the path of a socket has at most " + std::to_string(longestSocketPath) +
-             " characters");
+    if (name_.empty())
+        fail(name_, "the path of the socket is empty");
+    if (name_.size() > longestSocketPath)
+        fail(name_, "the path of a socket has at most " + std::to_string(longestSocketPath) +
+                        " characters");
 
-    const PlaceLock lock(name);
-    if (lock.error() == EWOULDBLOCK)
-        fail("another service is starting here, and has been for a second");
-    if (lock.error() != 0)
-        fail("directory " + directoryOf(name) + ": " + std::strerror(lock.error()));
+    const PlaceLock lock(name_);
     clearPlace();
-
     if (const int failure = openSocket(acceptor))
-        fail(failure);
+        fail(name_, failure);
     // The file gets the mode of the socket, so nobody else can open it at any time.
     if (::fchmod(acceptor.native_handle(), S_IRUSR | S_IWUSR) != 0)
-        fail(errno);
+        fail(name_, errno);
     boost::system::error_code error;
-    acceptor.bind(Protocol::endpoint(name), error);
+    acceptor.bind(Protocol::endpoint(name_), error);
     if (error)
-        fail(error.value());
+        fail(name_, error.value());
     if (const int failure = listen(acceptor)) {
-        ::unlink(name.c_str());
-        fail(failure);
+        ::unlink(name_.c_str());
+        fail(name_, failure);
     }
 }
 
@@ -155,10 +154,10 @@ SocketFile::SocketFile(const std::string& path, Protocol::acceptor& acceptor) : 
 int SocketFile::listen(Protocol::acceptor& acceptor)
 {
     struct stat made = {};
-    if (::lstat(name.c_str(), &made) != 0)
+    if (::lstat(name_.c_str(), &made) != 0)
         return errno;
-    device = made.st_dev;
-    inode = made.st_ino;
+    device_ = made.st_dev;
+    inode_ = made.st_ino;
     boost::system::error_code error;
     acceptor.listen(Protocol::acceptor::max_listen_connections, error);
     return error.value();
@@ -167,41 +166,30 @@ int SocketFile::listen(Protocol::acceptor& acceptor)
 void SocketFile::clearPlace() const
 {
     struct stat found = {};
-    if (::lstat(name.c_str(), &found) != 0) {
+    if (::lstat(name_.c_str(), &found) != 0) {
         if (errno == ENOENT)
             return;
-        fail(errno);
+        fail(name_, errno);
     }
     if (!S_ISSOCK(found.st_mode))
-        fail("is there already and is no socket");
+        fail(name_, "is there already and is not a socket");
 
     asio::io_context io;
     Protocol::socket probe(io);
-    const int error = connectTo(name, probe);
+    const int error = connectTo(name_, probe);
     if (error == 0 || error == EAGAIN)
-        fail("in use by a running service");
+        fail(name_, "in use by a running service");
     if (error != ECONNREFUSED)
-        fail(error);
-    if (::unlink(name.c_str()) != 0)
-        fail(errno);
-}
-
-void SocketFile::fail(const std::string& what) const
-{
-    throw std::runtime_error(name + ": " + what);
-}
-
-void SocketFile::fail(int error) const
-{
-    fail(std::string(std::strerror(error)));
+        fail(name_, error);
+    if (::unlink(name_.c_str()) != 0)
+        fail(name_, errno);
 }
 
 SocketFile::~SocketFile()
 {
     struct stat found = {};
-    if (::lstat(name.c_str(), &found) == 0 && found.st_dev == device && found.st_ino == inode)
-        ::unlink(name.c_str());
+    if (::lstat(name_.c_str(), &found) == 0 && found.st_dev == device_ && found.st_ino == inode_)
+        ::unlink(name_.c_str());
 }
 
-} // namespace host
-} // namespace fabric
+} // namespace fabric::host

@@ -7,8 +7,7 @@
 
 #include <boost/asio/local/stream_protocol.hpp>
 
-namespace fabric {
-namespace host {
+namespace fabric::host {
 
 /// Connects, without ever waiting: a service that does not accept has failed with EAGAIN. Returns 0
 /// or a positive error number.
@@ -18,9 +17,9 @@ int connectTo(const std::string& path, boost::asio::local::stream_protocol::sock
 class SocketFile
 {
 public:
-    /// Listens at `path`, for this user alone. The folder has to exist. A socket left behind by a
-    /// service that is gone is replaced; a socket in use, and whatever is no socket, stays. Throws
-    /// std::runtime_error that names the path and what is wrong.
+    /// Listens at `path`, for this user alone. The directory has to exist. A socket left behind by
+    /// a service that is gone is replaced; a socket in use, and whatever is not a socket, stays.
+    /// Throws std::runtime_error that names the path and what is wrong.
     SocketFile(const std::string& path, boost::asio::local::stream_protocol::acceptor& acceptor);
 
     /// Removes the socket, unless another one has taken its place.
@@ -32,15 +31,12 @@ public:
 private:
     void clearPlace() const;
     int listen(boost::asio::local::stream_protocol::acceptor& acceptor);
-    [[noreturn]] void fail(const std::string& what) const;
-    [[noreturn]] void fail(int error) const;
 
-    const std::string name;
-    dev_t device = 0;
-    ino_t inode = 0;
+    const std::string name_;
+    dev_t device_ = 0;
+    ino_t inode_ = 0;
 };
 
-} // namespace host
-} // namespace fabric
+} // namespace fabric::host
 
 #endif
