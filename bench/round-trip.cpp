@@ -5,14 +5,10 @@
 
 #include <sched.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
-#include <chrono>
 #include <condition_variable>
-#include <csignal>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -20,143 +16,38 @@
 #include <cstring>
 #include <deque>
 #include <functional>
-#include <future>
 #include <memory>
 #include <mutex>
 #include <queue>
 #include <stdexcept>
 #include <string>
 #include <thread>
-#include <utility>
 #include <vector>
 
 #include <chronal-sim/Start.h>
-#include <chronal/UserAdapter.h>
-#include <fabric-host/Frame.h>
-#include <fabric-host/ServiceHost.h>
-#include <fabric-host/Session.h>
 
-#include "Protocol.h"
-#include "TimeService.h"
+#include "Client.h"
 
 namespace {
 
-using chronal::sim::Content;
-using fabric::MsgIds;
-typedef fabric::SerializableMessageEvent Event;
-typedef std::chrono::steady_clock Stopwatch;
-typedef std::chrono::duration<double, std::nano> Nanoseconds;
+using bench::Application;
+using bench::Asker;
+using bench::Child;
+using bench::Event;
+using bench::median;
+using bench::quantile;
+using bench::Turn;
 
-constexpr std::size_t tripsPerTurn = 1000;
-constexpr std::size_t unmeasured = 50; // at the start of each turn
 constexpr std::size_t manyUnderWay = 64;
-
-double quantile(std::vector<double> values, double part)
-{
-    std::sort(values.begin(), values.end());
-    return values[static_cast<std::size_t>(part * static_cast<double>(values.size() - 1))];
-}
-
-double median(const std::vector<double>& values)
-{
-    return quantile(values, 0.5);
-}
-
-void await(std::promise<void>& event, const char* missing)
-{
-    if (event.get_future().wait_for(std::chrono::seconds(60)) != std::future_status::ready)
-        throw std::runtime_error(missing);
-}
-
-/// A row of round trips, of which several may be under way at a time: who makes them sends so many,
-/// and another for each that has returned, as long as more are wanted.
-class Turn
-{
-public:
-    explicit Turn(std::size_t atATime) : underWay(atATime) { stamps.reserve(wanted); }
-
-    /// One has returned: whether another is to be sent. On one thread at a time.
-    bool returned()
-    {
-        stamps.push_back(Stopwatch::now());
-        const bool another = stamps.size() + underWay <= wanted;
-        if (over())
-            last.set_value();
-        return another;
-    }
-
-    bool over() const { return stamps.size() == wanted; }
-
-    void awaitLast() { await(last, "a reply is missing"); }
-
-    /// Between one return and the next.
-    std::vector<double> nanoseconds() const
-    {
-        std::vector<double> result;
-        for (std::size_t i = unmeasured; i < wanted; ++i)
-            result.push_back(Nanoseconds(stamps[i] - stamps[i - 1]).count());
-        return result;
-    }
-
-    double perSecond() const
-    {
-        const std::chrono::duration<double> whole = stamps.back() - stamps[unmeasured - 1];
-        return static_cast<double>(tripsPerTurn) / whole.count();
-    }
-
-    const std::size_t underWay;
-
-private:
-    static constexpr std::size_t wanted = unmeasured + tripsPerTurn;
-
-    std::vector<Stopwatch::time_point> stamps;
-    std::promise<void> last;
-};
-
-/// The other end of something, in a process of its own.
-class Child
-{
-public:
-    explicit Child(const std::function<void()>& run) : pid(::fork())
-    {
-        if (pid < 0)
-            throw std::runtime_error("cannot start a process");
-        if (pid == 0) {
-            run();
-            std::_Exit(0);
-        }
-    }
-    ~Child()
-    {
-        ::kill(pid, SIGTERM);
-        ::waitpid(pid, nullptr, 0);
-    }
-
-    Child(const Child&) = delete;
-    Child& operator=(const Child&) = delete;
-
-private:
-    const pid_t pid;
-};
 
 template <class Record>
 std::unique_ptr<Event> newEvent(const chronal::sim::Message<Record>& message)
 {
-    const Content content = chronal::sim::compose(message, [](Record&) {});
-    return std::make_unique<Event>(content.meta, fabric::EndpointId{-1, 0}, content.data);
+    return bench::newEvent(chronal::sim::compose(message, [](Record&) {}));
 }
 
-template <class Record>
-std::size_t frameSize(const chronal::sim::Message<Record>& message)
-{
-    fabric::host::FrameBytes frame;
-    std::string reason;
-    fabric::host::encodeFrame(*newEvent(message), chronal::sim::catalogue(), frame, reason);
-    return frame.size();
-}
-
-const std::size_t commandSize = frameSize(chronal::sim::cmdRefTimeFetch);
-const std::size_t replySize = frameSize(chronal::sim::replyTimeRefInfo);
+const std::size_t commandSize = bench::encoded(*newEvent(chronal::sim::cmdRefTimeFetch)).size();
+const std::size_t replySize = bench::encoded(*newEvent(chronal::sim::replyTimeRefInfo)).size();
 
 /// Two threads that hand each other events as they are.
 class BareThreads
@@ -290,77 +181,6 @@ private:
     std::unique_ptr<Child> child;
 };
 
-/// The library: the next command is sent from within the callback of a reply.
-class Asker : public chronal::UserAdapter
-{
-public:
-    using UserAdapter::UserAdapter;
-
-    void awaitConnection() { await(connected, "no connection"); }
-
-    void make(Turn& newTurn)
-    {
-        turn = &newTurn;
-        for (std::size_t i = 0; i < newTurn.underWay; ++i)
-            send();
-        newTurn.awaitLast();
-    }
-
-    void onServiceConnected() override
-    {
-        UserAdapter::onServiceConnected();
-        connected.set_value();
-    }
-
-protected:
-    void onReplyTimeRefInfo(const MsgIds&, const nubOsalTime_struct&, const nubOsalTime_struct&,
-                            const nubOsalTime_struct&, const chronal::ReferenceTimeId&, bool,
-                            int) override
-    {
-        if (turn->returned())
-            send();
-    }
-
-private:
-    void send()
-    {
-        MsgIds ids;
-        cmdRefTimeFetch(ids, chronal::referenceTimeRtc);
-    }
-
-    std::promise<void> connected;
-    Turn* turn = nullptr;
-};
-
-class Application
-{
-public:
-    explicit Application(const std::string& socket)
-        : session(chronal::sim::start({socket})),
-          asker(session->application(), session->component()),
-          attachment((asker.setServiceInterface(&session->service()), *session), asker)
-    {
-        session->connect();
-        asker.awaitConnection();
-    }
-
-    void make(Turn& turn) { asker.make(turn); }
-
-private:
-    const std::unique_ptr<fabric::host::Session> session;
-    Asker asker;
-    const fabric::host::Attachment attachment;
-};
-
-void serve(const std::string& socket)
-{
-    chronal::sim::TimeService service;
-    fabric::host::ServiceHost host(service);
-    host.listen(socket);
-    host.stopOn({SIGTERM});
-    host.run();
-}
-
 /// The turns of one of the kinds.
 struct Series
 {
@@ -440,16 +260,20 @@ void measure(const std::string& folder, int rounds, std::deque<Series>& all)
     const std::string socket = folder + "/socket";
     // Both before there is a second thread in this process.
     BareBytes bytes;
-    const Child service([&] { serve(socket); });
+    const Child service([&] { bench::serve(socket); });
     BareThreads threads;
-    Application near("");
-    Application far(socket);
+    Application<Asker> near(chronal::sim::start());
+    Application<Asker> far(chronal::sim::start({socket}));
+    const auto make = [](Application<Asker>& application, Turn& turn) {
+        application.adapter.start(turn);
+        turn.awaitLast();
+    };
 
     const std::function<void(Turn&)> makers[] = {
         [&](Turn& turn) { threads.make(turn); },
-        [&](Turn& turn) { near.make(turn); },
+        [&](Turn& turn) { make(near, turn); },
         [&](Turn& turn) { bytes.make(turn); },
-        [&](Turn& turn) { far.make(turn); },
+        [&](Turn& turn) { make(far, turn); },
     };
     for (int round = 0; round < rounds; ++round)
         for (std::size_t i = 0; i < all.size(); ++i) {
@@ -468,7 +292,7 @@ int main(int argc, char** argv)
         std::fprintf(stderr,
                      "usage: round-trip [--json] FOLDER ROUNDS   (%zu round trips each, of every "
                      "kind)\n",
-                     tripsPerTurn);
+                     bench::tripsPerTurn);
         return 2;
     }
     unsetenv("CHRONAL_SOCKET"); // it would take the place of the service in memory

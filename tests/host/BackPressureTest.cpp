@@ -105,4 +105,63 @@ TEST_P(BackPressureTest, AClientWithManyCommandsLeavesTurnsToTheOthers)
     EXPECT_LT(std::find(order.begin(), order.end(), "2") - order.begin(), 4);
 }
 
+/// A reader, and a client each of whose commands brings about an answer and four notifications of
+/// the reader; together more than the reader's queue holds.
+class NotifiedTest : public BackPressureTest
+{
+protected:
+    NotifiedTest()
+    {
+        const auto answerAtOnce = script.onCommand;
+        script.onCommand = [=](auto& outlet, ClientId client, const Message& command) {
+            answerAtOnce(outlet, client, command);
+            for (int i = 0; i < 4; ++i)
+                outlet.send(readersId, message(change, recordOf(command).number));
+        };
+        reader.session->application().addEventHandler(change, 0, read.handler());
+        notifier.session->component().addEventHandler(answer, 0, answered.handler());
+    }
+
+    void sendAll()
+    {
+        for (std::uint32_t i = 0; i < commands; ++i)
+            EXPECT_EQ(0, notifier.send(i));
+        answers.await(commands);
+    }
+
+    static constexpr ClientId readersId = 1; // connected first
+    static constexpr std::uint32_t commands = 1000;
+    std::function<void()> onRead;
+    Journal answers;
+    Callback read{[this](auto&&) { onRead(); }};
+    Callback answered{[this](auto&&) { answers.note("answer"); }};
+    Application reader{newLink()};
+    Application notifier{newLink()};
+};
+
+INSTANTIATE_TEST_SUITE_P(, NotifiedTest, testing::Values("Memory", "Socket"),
+                         [](const auto& given) { return given.param; });
+
+TEST_P(NotifiedTest, AClientThatReadsIsKeptHoweverFastAnotherNotifiesIt)
+{
+    Journal changes;
+    onRead = [&] {
+        work(std::chrono::microseconds(20)); // longer than the service takes to notify it
+        changes.note("change");
+    };
+    sendAll();
+    changes.await(4 * commands);
+}
+
+TEST_P(NotifiedTest, AClientThatNeverReadsIsDroppedInTheEnd)
+{
+    onRead = [this] { goOn.pass(); };
+    sendAll();
+    goOn.open();
+    // A socket cannot tell why.
+    const int reason = overSocket ? ECONNRESET : ENOBUFS;
+    EXPECT_EQ("disconnected " + std::to_string(reason), reader.journal.await(2).back());
+    EXPECT_EQ(1U, host->counters().clientsDropped);
+}
+
 } // namespace

@@ -25,9 +25,10 @@ struct ServiceCounters
 /// or by a thread of the host's own after start().
 ///
 /// No client can hold up the others: each is read from in short turns, and not at all while its
-/// answers wait to be taken. One that sends anything but a command of the service is disconnected,
-/// and so is one for which 1024 notifications or 256 KiB wait. Of more than 256 clients the last
-/// ones are disconnected at once. A debug line tells why.
+/// answers wait to be taken, nor, for a quarter of a second at most, while others have to catch up
+/// with what it has them notified of. One that sends anything but a command of the service is
+/// disconnected, and so is one for which 1024 notifications or 256 KiB wait. Of more than 256
+/// clients the last ones are disconnected at once. A debug line tells why.
 class FABRIC_API ServiceHost
 {
 public:

@@ -1,6 +1,7 @@
 #include <fabric-host/Frame.h>
 #include <fabric-host/ServiceHost.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
@@ -40,6 +41,11 @@ constexpr std::size_t maxClients = 256;
 
 /// A service whose runDue() fails cannot say when to call it again.
 constexpr std::chrono::seconds retryAfter(1);
+
+/// How long a client that notifies others waits for one of them to read.
+constexpr std::chrono::milliseconds patience(250);
+
+constexpr Service::TimePoint never = Service::TimePoint::max();
 
 /// More memory than this is not kept for the messages to come.
 constexpr std::size_t usualFrame = 4096;
@@ -86,6 +92,7 @@ private:
     FrameStream* remove(ClientId client);
     void tellGone();
     void runDue();
+    bool holdNotifiers();
     void awaitSignal();
     void finish();
     void end();
@@ -110,7 +117,9 @@ private:
     std::map<ClientId, std::unique_ptr<Client>> clients_;
     std::map<ClientId, std::unique_ptr<Client>> gone_; // the service has not heard of it yet
     ClientId lastClient_ = 0;
-    FrameBytes outgoing_; // its memory serves one frame after the other
+    ClientId commanding_ = 0;              // sender of the command in progress
+    Service::TimePoint heldUntil_ = never; // some client, unless read earlier
+    FrameBytes outgoing_;                  // its memory serves one frame after the other
     RateLimit complaints_;
     std::atomic<int> stops_{0}; // how often the host has been told
     bool finishing_ = false;
@@ -118,7 +127,7 @@ private:
     // Made when they are first needed: a loop without timers and sockets wakes up faster.
     std::optional<LoopTimer> due_;
     std::optional<LoopTimer> linger_;
-    Service::TimePoint untimed_ = Service::TimePoint::max(); // to be waited for without a timer
+    Service::TimePoint untimed_ = never; // to be waited for without a timer
     LoopTask tellGone_{loop_, [this] { tellGone(); }};
     LoopTask takeOffers_{loop_, [this] { takeOffers(); }};
     LoopTask stop_{loop_, [this] { finish(); }};
@@ -136,6 +145,14 @@ public:
 
     FrameStream& stream() noexcept { return *stream_; }
 
+    bool mayRead() override;
+    Service::TimePoint awaitedUntil(Service::TimePoint now);
+    void setNotifies() noexcept { notifies_ = true; }
+    void resume() noexcept
+    {
+        if (notifies_)
+            stream_->resume();
+    }
     bool frameReceived(FrameView frame) override { return host_.receive(id_, frame); }
     void turnEnded() override { host_.runDue(); }
     void ended(int reason) override { host_.ended(id_, reason); }
@@ -144,7 +161,28 @@ private:
     Impl& host_;
     const ClientId id_;
     const std::shared_ptr<FrameStream> stream_;
+    bool notifies_ = false;
+    Service::TimePoint awaitedUntil_ = never;
 };
+
+/// A client whose commands notify others faster than they read waits for them.
+bool ServiceHost::Impl::Client::mayRead()
+{
+    awaitedUntil_ = never; // it reads: nothing waits for it
+    notifies_ = notifies_ && host_.holdNotifiers();
+    return !notifies_;
+}
+
+/// How long clients that notify this one wait for it to read; never for one that keeps up, and in
+/// the past for one that has been waited for in vain.
+Service::TimePoint ServiceHost::Impl::Client::awaitedUntil(Service::TimePoint now)
+{
+    if (!stream_->isCongested())
+        awaitedUntil_ = never;
+    else if (awaitedUntil_ == never)
+        awaitedUntil_ = now + patience;
+    return awaitedUntil_;
+}
 
 ServiceHost::Impl::~Impl()
 {
@@ -190,7 +228,7 @@ void ServiceHost::Impl::run()
     callService("start", [this] { service_.start(*this); });
     runDue();
     const auto handleEvent = [this] {
-        if (untimed_ == Service::TimePoint::max())
+        if (untimed_ == never)
             loop_.run_one();
         else if (loop_.run_one_until(untimed_) == 0)
             runDue();
@@ -281,7 +319,9 @@ bool ServiceHost::Impl::handle(ClientId client, FrameView frame)
         return refuse(client, "not a command");
     log(logEveryMessage, "fabric-host: command of client %u: resource %u, operation %u\n", client,
         command->meta.resourceId, command->meta.operationId);
+    commanding_ = client;
     callService("commandReceived", [&] { service_.commandReceived(client, *command); });
+    commanding_ = 0;
     return true;
 }
 
@@ -307,6 +347,9 @@ void ServiceHost::Impl::send(ClientId client, std::unique_ptr<SerializableMessag
         log(logTrouble, "fabric-host: message of the service not sent: %s\n", reason.c_str());
         return;
     }
+    const auto sender = client == commanding_ ? clients_.end() : clients_.find(commanding_);
+    if (sender != clients_.end())
+        sender->second->setNotifies();
     const int error = found->second->stream().send(outgoing_);
     if (error == -EAGAIN)
         drop(client, ENOBUFS, "it does not read");
@@ -359,10 +402,13 @@ void ServiceHost::Impl::tellGone()
 
 void ServiceHost::Impl::runDue()
 {
-    Service::TimePoint next = Service::TimePoint::max();
+    Service::TimePoint next = never;
     if (!callService("runDue", [&] { next = service_.runDue(); }))
         next = Service::TimePoint::clock::now() + retryAfter;
-    if (!due_ && next == Service::TimePoint::max())
+    if (heldUntil_ != never)
+        holdNotifiers();
+    next = std::min(next, heldUntil_);
+    if (!due_ && next == never)
         return;
     const auto set = [&] {
         if (!due_)
@@ -371,7 +417,22 @@ void ServiceHost::Impl::runDue()
     };
     const bool timed =
         callGuarded(set, [this](const char* what) { complaints_.log("service not timed", what); });
-    untimed_ = timed ? Service::TimePoint::max() : next;
+    untimed_ = timed ? never : next;
+}
+
+/// Whether clients that notify others wait for one of them. When they need not any longer, they are
+/// read from again.
+bool ServiceHost::Impl::holdNotifiers()
+{
+    const auto now = Service::TimePoint::clock::now();
+    const auto before = std::exchange(heldUntil_, never);
+    for (const auto& [id, reader] : clients_)
+        if (const auto until = reader->awaitedUntil(now); until > now)
+            heldUntil_ = std::min(heldUntil_, until);
+    if (before != never && heldUntil_ == never)
+        for (const auto& [id, client] : clients_)
+            client->resume();
+    return heldUntil_ != never;
 }
 
 void ServiceHost::Impl::finish()

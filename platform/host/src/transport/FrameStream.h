@@ -30,6 +30,9 @@ public:
     /// call returns; it need not be a frame at all.
     virtual bool frameReceived(FrameView frame) = 0;
 
+    /// Whether the next frame may come. After false none comes before FrameStream::resume().
+    virtual bool mayRead() { return true; }
+
     /// No more frames come before others have had their turn.
     virtual void turnEnded() {}
 
@@ -59,6 +62,12 @@ public:
 
     /// Has the loop read from now on; `listener` outlives the connection or close(). Once.
     void start(FrameListener& listener);
+
+    /// The listener may read again.
+    void resume() noexcept { turn_.schedule(); }
+
+    /// Whether what was sent waits to be taken. A throttled stream takes a turn when it has gone.
+    virtual bool isCongested() = 0;
 
     /// Sends or queues a copy of the frame: 0, or a negative error number: -ENOTCONN, -EAGAIN when
     /// the queue is full, -ENOMEM, or why the other end cannot be reached any more. Never blocks.
@@ -93,9 +102,6 @@ protected:
 
     /// Calls takeTurn() when more has arrived, or ends the connection if nothing more will.
     virtual void awaitInput() = 0;
-
-    /// Whether what was sent waits to be taken. When it has gone, takeTurn() has to be called.
-    virtual bool isCongested() = 0;
 
     /// Hands over the frames that have arrived, for a short time: other streams on the loop have
     /// their turn in between.

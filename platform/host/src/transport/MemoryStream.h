@@ -31,12 +31,12 @@ public:
     /// Frames that were sent stay in memory until the other end takes them.
     std::size_t drain() override { return 0; }
     void close(int reason) override;
+    bool isCongested() override;
     bool isOpen() const noexcept override { return open_; }
 
 private:
     bool nextFrame(FrameView& frame) override;
     void awaitInput() override;
-    bool isCongested() override;
 
     bool takeQueued();
     void closeSending(int reason);

@@ -26,6 +26,7 @@ public:
     void shutdownSend() override;
     std::size_t drain() override;
     void close(int reason) override;
+    bool isCongested() override;
     bool isOpen() const noexcept override { return state_ != State::closed; }
 
 private:
@@ -39,7 +40,6 @@ private:
 
     bool nextFrame(FrameView& frame) override;
     void awaitInput() override;
-    bool isCongested() override;
 
     void received(const boost::system::error_code& error, std::size_t count);
     int reasonOfEnd();
