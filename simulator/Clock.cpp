@@ -12,7 +12,7 @@ namespace chronal::sim {
 
 namespace {
 
-// A moment may come sooner than it seems now, so nobody waits for it longer without looking again.
+// The machine's UTC may be set, so no wait goes on for longer than this without another look.
 constexpr Span longestWait = std::chrono::minutes(1);
 
 Span machineTime()
@@ -52,17 +52,17 @@ double inMicroseconds(Span span)
 } // namespace
 
 ScaledClock::ScaledClock(Utc start, double speed)
-    : startUtc(start), startSteady(std::chrono::steady_clock::now()), factor(speed)
+    : startUtc_(start), startSteady_(std::chrono::steady_clock::now()), speed_(speed)
 {
 }
 
-// In floating-point numbers until the result is certain to fit into a Span.
+// Floating-point, until the result is certain to fit into a Span.
 Utc ScaledClock::utc() const
 {
-    const Span elapsed = std::chrono::duration_cast<Span>(steady() - startSteady);
+    const Span elapsed = std::chrono::duration_cast<Span>(steady() - startSteady_);
     const double ahead =
-        std::fmod(inMicroseconds(elapsed) * factor, inMicroseconds(calendarEnd.time_since_epoch()));
-    return wrapped(startUtc + Span(static_cast<Span::rep>(ahead)));
+        std::fmod(inMicroseconds(elapsed) * speed_, inMicroseconds(calendarEnd.time_since_epoch()));
+    return wrapped(startUtc_ + Span(static_cast<Span::rep>(ahead)));
 }
 
 Clock::TimePoint ScaledClock::steady() const
@@ -73,7 +73,7 @@ Clock::TimePoint ScaledClock::steady() const
 Clock::TimePoint ScaledClock::steadyAfter(Span wait) const
 {
     return steady() + Span(static_cast<Span::rep>(std::ceil(std::clamp(
-                          inMicroseconds(wait) / factor, 0.0, inMicroseconds(longestWait)))));
+                          inMicroseconds(wait) / speed_, 0.0, inMicroseconds(longestWait)))));
 }
 
 const Clock& systemClock()

@@ -7,25 +7,25 @@
 
 namespace chronal::sim {
 
-/// The simulation's idea of time. The true UTC may be set and may run at any speed; the steady
-/// time only ever goes forward and is that of whoever calls Service::runDue().
+/// The time of the simulation. Its UTC may be set and may run at any speed; its steady time only
+/// ever goes forward, and is that of the caller of Service::runDue().
 class Clock
 {
 public:
-    typedef std::chrono::steady_clock::time_point TimePoint;
+    using TimePoint = std::chrono::steady_clock::time_point;
 
     virtual ~Clock() = default;
 
-    /// Always a time of the calendar: see wrapped().
+    /// Always within the calendar: see wrapped().
     virtual Utc utc() const = 0;
     virtual TimePoint steady() const = 0;
 
-    /// When to look whether utc() has gone on by `wait`. May be too early, but not at once unless
-    /// `wait` is zero or negative, and is never much too late.
+    /// The time at which to check whether utc() has advanced by `wait`. It may be too early, though
+    /// never now unless `wait` is zero or negative, and it is never more than a minute late.
     virtual TimePoint steadyAfter(Span wait) const = 0;
 };
 
-/// Starts at a time of choice and runs from then on at a multiple of the machine's speed.
+/// Starts at a given time and runs at a multiple of the machine's speed.
 class ScaledClock final : public Clock
 {
 public:
@@ -37,12 +37,12 @@ public:
     TimePoint steadyAfter(Span wait) const override;
 
 private:
-    const Utc startUtc;
-    const TimePoint startSteady;
-    const double factor;
+    const Utc startUtc_;
+    const TimePoint startSteady_;
+    const double speed_;
 };
 
-/// The machine's clocks, beyond 2038 also where time_t has 32 bits.
+/// The machine's clocks. They go on after 2038, even where time_t has 32 bits.
 const Clock& systemClock();
 
 } // namespace chronal::sim

@@ -39,17 +39,17 @@ std::string text(const nubDeserString_t& string)
 class Fields
 {
 public:
-    explicit Fields(std::string& out) : line(out) {}
+    explicit Fields(std::string& line) : line_(line) {}
 
     template <class Value>
     Fields& operator()(const char* name, const Value& value)
     {
-        line.append(" ").append(name).append("=").append(text(value));
+        line_.append(" ").append(name).append("=").append(text(value));
         return *this;
     }
 
 private:
-    std::string& line;
+    std::string& line_;
 };
 
 void list(Fields field, const chronalCmdDummy_t& record)

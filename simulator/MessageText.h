@@ -7,10 +7,10 @@
 
 namespace chronal::sim {
 
-/// A message of the catalogue on one line: its name, its ids, and the fields of its record by name.
+/// A message of the catalogue as one line: its name, its ids, and the fields of its record by name.
 ///
-/// Records do not tell points in time from spans, so a time within a hundred hours of 1970 is taken
-/// for the span that it hardly ever is not. Characters that a terminal would obey are escaped.
+/// Records do not tell points in time from spans. A time within a hundred hours of 1970 is printed
+/// as a span, which it almost always is. Characters that a terminal would interpret are escaped.
 std::string messageText(const fabric::SerializableMessageEvent& message);
 
 } // namespace chronal::sim

@@ -19,7 +19,8 @@
 /// callbacks of chronal::UserAdapter.
 namespace chronal::sim {
 
-// Name, record, resource, operation, kind. cmdTimeAt is both cmdLocaltimeAt and cmdUTCTimeAt.
+// Name, record, resource, operation, kind. cmdLocaltimeAt and cmdUTCTimeAt send the same message,
+// cmdTimeAt.
 #define CHRONAL_SIM_MESSAGES(ROW)                                                                  \
     ROW(cmdRefTimeSet, chronalMsgCmdRefTimeData_t, resourceRefTime, operationSet, kindCommand)     \
     ROW(cmdRefLocalTimeSet, chronalMsgCmdRefTimeData_t, resourceRefLocalTime, operationSet,        \
@@ -84,24 +85,24 @@ struct Message : fabric::host::MessageType
 CHRONAL_SIM_MESSAGES(CHRONAL_SIM_DECLARE)
 #undef CHRONAL_SIM_DECLARE
 
-/// All of them, and the service's id.
+/// All messages, and the service's id.
 const fabric::host::MessageCatalogue& catalogue();
 
-/// The name of a message of the catalogue; of a command, the one of the operation that sends it,
-/// so cmdTimeAt is one of two. Null for any other message.
+/// The name of a message. A command has the name of the operation that sends it, so cmdTimeAt has
+/// one of two names. Null for a message that is not in the catalogue.
 const char* nameOf(const fabric::SerializableMessageEvent& message);
 
-/// Those of the commands, all that nameOf() can give.
+/// Every name that nameOf() may return for a command.
 std::vector<std::string> commandNames();
 
-/// A filled message that can be sent any number of times.
+/// A message without sender and ids, which can be sent any number of times.
 struct Content
 {
     fabric::MsgMeta meta;
     boost::shared_ptr<fabric::SerializableMessageData> data;
 };
 
-/// Makes the content of a message: `fill` gets its record, all zero.
+/// Makes the content of a message: `fill` gets its zero-filled record.
 template <class Record, class Fill>
 Content compose(const Message<Record>& message, Fill fill)
 {

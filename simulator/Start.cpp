@@ -30,7 +30,7 @@ struct RunningService
     fabric::host::ServiceHost host{service};
 };
 
-/// The sessions of this process share one, for as long as there are any.
+/// The sessions of this process share one service, which lives as long as any of them.
 std::shared_ptr<fabric::host::ServiceHost> sharedService()
 {
     static std::mutex mutex;

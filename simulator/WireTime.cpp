@@ -11,7 +11,8 @@ using std::chrono::seconds;
 // The bounds are part of the range.
 std::optional<Span> readWithin(const nubOsalTime_struct& time, Span lowest, Span highest)
 {
-    // More than any microseconds field amounts to, so that the sum is tested where it is exact.
+    // More seconds than any microseconds field amounts to: the sum below is exact and cannot
+    // overflow.
     constexpr seconds margin(2148);
     if (time.seconds < (std::chrono::floor<seconds>(lowest) - margin).count() ||
         time.seconds > (std::chrono::ceil<seconds>(highest) + margin).count())

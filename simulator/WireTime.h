@@ -7,20 +7,21 @@
 
 #include "ZoneRules.h"
 
-/// Times as records carry them. Readers take any words and give nothing for what is out of range.
+/// Times as records carry them. The readers accept any words and return nothing for a value that is
+/// out of range.
 namespace chronal::sim {
 
-/// Absolute times from 1970 to calendarEnd, in normal form or not.
+/// Absolute times from 1970 to calendarEnd, normalised or not.
 std::optional<Utc> readUtc(const nubOsalTime_struct& time);
 std::optional<Local> readLocal(const nubOsalTime_struct& time);
 
 /// A span up to largestDeviation either way.
 std::optional<Span> readDeviation(const nubOsalTime_struct& span);
 
-/// Whether a deviation that accompanies a time says something: neither zero nor a marker.
+/// True if the deviation that accompanies a time is a value: neither zero nor a marker.
 bool isAnnounced(const nubOsalTime_struct& deviation);
 
-/// In normal form: the microseconds are not negative.
+/// Normalised: the microseconds are not negative.
 nubOsalTime_struct wireTime(Utc time);
 nubOsalTime_struct wireTime(Local time);
 
