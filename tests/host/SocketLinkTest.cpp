@@ -2,6 +2,7 @@
 
 #include <fabric-host/ServiceHost.h>
 
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -89,6 +90,54 @@ TEST(SocketLinkTest, AnApplicationFindsItsServiceWheneverThatIsThere)
         expected.insert(expected.end(), {"disconnected 0", failed});
         EXPECT_EQ(journal.await(expected.size()), expected);
     }
+    session.detach(client);
+}
+
+/// Leaves this process no descriptor to be had, for as long as it lives.
+class FullDescriptorTable
+{
+public:
+    FullDescriptorTable()
+    {
+        getrlimit(RLIMIT_NOFILE, &before_);
+        const int next = dup(0);
+        close(next);
+        const rlimit none = {static_cast<rlim_t>(next), before_.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &none);
+    }
+    ~FullDescriptorTable() { setrlimit(RLIMIT_NOFILE, &before_); }
+
+private:
+    rlimit before_ = {};
+};
+
+TEST(SocketLinkTest, AFullDescriptorTableIsAFailureToConnectAndIsGotOver)
+{
+    const Folder folder;
+    const std::string path = folder.name + std::string("/socket");
+    Journal journal;
+    journal.ignored = "failed " + std::to_string(ECONNREFUSED);
+    Client client(journal);
+    Session session(newSocketLink(path), sample::catalogue);
+    session.attach(client);
+    const std::string full = "failed " + std::to_string(EMFILE);
+    const std::string absent = "failed " + std::to_string(ENOENT);
+    std::vector<std::string> expected = {full};
+    {
+        const FullDescriptorTable before;
+        session.connect();
+        EXPECT_EQ(journal.await(1), expected);
+    }
+    {
+        expected.push_back(absent);
+        EXPECT_EQ(journal.await(2), expected);
+        const FullDescriptorTable meanwhile;
+        expected.push_back(full);
+        EXPECT_EQ(journal.await(3), expected);
+    }
+    const Served served(path);
+    expected.push_back("connected");
+    EXPECT_EQ(journal.await(expected.size()).back(), "connected");
     session.detach(client);
 }
 

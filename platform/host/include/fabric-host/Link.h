@@ -45,8 +45,8 @@ public:
     /// Was up and is no more; `reason` is 0 for an orderly close, else an error number. Nothing of
     /// that connection comes afterwards. The link may come up again on its own.
     virtual void linkDown(int reason) = 0;
-    /// False refuses the frame, and the link goes down with EBADMSG. The bytes are valid until the
-    /// call returns; they need not be a frame at all.
+    /// False refuses the frame, and the link goes down with EBADMSG; with ENOMEM after
+    /// std::bad_alloc. The bytes are valid until the call returns; they need not be a frame at all.
     virtual bool frameReceived(FrameView frame) = 0;
 
 protected:

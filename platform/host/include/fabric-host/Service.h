@@ -35,7 +35,8 @@ protected:
 
 /// A service that the host platform can make reachable. All its operations are called on one
 /// thread, one at a time; it needs no lock and starts no thread of its own. An exception out of an
-/// operation is reported as a debug line; the service and its clients live on.
+/// operation is reported as a debug line; the service and its clients live on. Only a client is
+/// disconnected that could not be told to the service, or for whose command there was no memory.
 class FABRIC_API Service
 {
 public:

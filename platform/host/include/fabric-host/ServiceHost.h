@@ -47,7 +47,7 @@ public:
     /// and what is wrong.
     void listen(const std::string& path);
 
-    /// From now on these signals stop the host. Before run() or start().
+    /// From now on these signals stop the host; one host in a process. Before run() or start().
     void stopOn(std::initializer_list<int> signals);
 
     /// Serves on this thread until the host is stopped. Once; not after start().

@@ -16,6 +16,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <mutex>
+#include <new>
 #include <stdexcept>
 #include <string_view>
 #include <system_error>
@@ -37,12 +38,14 @@ struct Sink
 {
     std::mutex mutex;
     DebugSink call;
+    std::string line; ///< usually has room for one already
 };
 
 /// Never destroyed, since threads may write lines until the process ends.
-Sink& sink()
+Sink& sink() noexcept
 {
-    static Sink& theSink = *new Sink;
+    alignas(Sink) static unsigned char place[sizeof(Sink)];
+    static Sink& theSink = *new (place) Sink;
     return theSink;
 }
 
@@ -142,7 +145,7 @@ bool writeToSink(std::uint32_t code, std::string_view line)
     Sink& target = sink();
     const std::lock_guard<std::mutex> lock(target.mutex);
     return target.call &&
-           callGuarded([&] { target.call(code, std::string(line)); }, [](const char*) {});
+           callGuarded([&] { target.call(code, target.line.assign(line)); }, [](const char*) {});
 }
 
 void writePlainLine(std::uint32_t code, std::string_view line)
@@ -204,6 +207,7 @@ void setDebugSink(DebugSink newSink)
 {
     Sink& target = sink();
     const std::lock_guard<std::mutex> lock(target.mutex);
+    target.line.reserve(512);
     target.call.swap(newSink);
 }
 

@@ -3,7 +3,12 @@
 
 #include <cxxabi.h>
 
+#include <cerrno>
 #include <exception>
+#include <new>
+#include <system_error>
+
+#include <boost/system/system_error.hpp>
 
 namespace fabric {
 namespace host {
@@ -24,6 +29,22 @@ bool callGuarded(Call&& call, Report&& report)
         report("an exception of unknown type");
     }
     return false;
+}
+
+/// The error number of the exception being handled, or `otherwise` if it has none.
+inline int currentError(int otherwise) noexcept
+{
+    try {
+        throw;
+    } catch (const std::bad_alloc&) {
+        return ENOMEM;
+    } catch (const std::system_error& error) {
+        return error.code().value();
+    } catch (const boost::system::system_error& error) { // Asio's, of which the above is no base
+        return error.code().value();
+    } catch (...) {
+        return otherwise;
+    }
 }
 
 } // namespace host

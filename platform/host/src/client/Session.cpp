@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <mutex>
 #include <random>
@@ -32,6 +33,10 @@ namespace {
 namespace asio = boost::asio;
 
 constexpr MsgIds noIds = {0, 0};
+
+/// A link that reconnects, but could not even be opened for lack of memory or descriptors, is opened
+/// again so often.
+constexpr std::chrono::milliseconds retryAfter(100);
 
 /// The next number of a sequence that leaves out 0.
 std::uint32_t nextNumber(std::atomic<std::uint32_t>& last) noexcept
@@ -127,6 +132,7 @@ private:
     const std::unique_ptr<Link> link_;
     bool opened_ = false; // the loop's, like the next
     bool lost_ = false;   // opened, but down since linkDown()
+    int openError_ = 0;   // why it could not even be opened
 
     std::mutex wishesMutex_;
     Wishes wishes_;                   // guarded by the mutex
@@ -255,8 +261,10 @@ void Session::Impl::carryOutWishes()
     clients_.reportStanding();
     if (wishes.close || wishes.end)
         closeLink();
-    if (wishes.open && !wishes.end)
+    if (wishes.open && !wishes.end) {
+        openError_ = 0;
         openLink();
+    }
     clients_.detachLeaving();
     if (wishes.end) {
         clients_.detachAll();
@@ -271,23 +279,20 @@ void Session::Impl::openLink()
     if (std::exchange(opened_, true))
         link_->close();
     lost_ = false;
-    int error = ENOMEM;
-    const auto open = [&] {
-        try {
-            link_->open(loop_, *this);
-        } catch (const std::system_error& failure) {
-            error = failure.code().value();
-            throw;
-        }
-    };
-    if (!callGuarded(open, [](const char*) {})) {
-        opened_ = false;
+    int error = 0;
+    callGuarded([this] { link_->open(loop_, *this); },
+                [&](const char*) { error = currentError(ENOMEM); });
+    const bool told = std::exchange(openError_, error) == error;
+    if (error == 0)
+        return;
+    opened_ = false;
+    if (!told)
         linkFailed(error);
-    }
 }
 
 void Session::Impl::closeLink()
 {
+    openError_ = 0;
     if (!std::exchange(opened_, false))
         return;
     link_->close();
@@ -405,20 +410,28 @@ void Session::Impl::dispatch()
         ClientList& clients;
     } const ended = {clients_};
 
+    const auto handleEvent = [this] {
+        if (openError_ == 0 || !link_->reconnects())
+            loop_.run_one();
+        else if (loop_.run_one_for(retryAfter) == 0)
+            openLink();
+    };
     // Whatever an exception interrupts is lost; the loop goes on.
     while (!loop_.stopped())
-        callGuarded([this] { loop_.run(); },
-                    [](const char* what) {
-                        log(logTrouble, "fabric-host: exception in a session's loop: %s\n", what);
-                    });
+        callGuarded(handleEvent, [](const char* what) {
+            log(logTrouble, "fabric-host: exception in a session's loop: %s\n", what);
+        });
 }
 
 bool Session::Impl::frameReceived(FrameView frame)
 {
     ++framesReceived_;
-    bool accepted = false;
-    callGuarded([&] { accepted = deliver(frame); }, [&](const char* what) { refuseFrame(what); });
-    return accepted;
+    try {
+        return deliver(frame);
+    } catch (const std::bad_alloc& shortage) {
+        refuseFrame(shortage.what());
+        throw;
+    }
 }
 
 /// False when the frame was refused.

@@ -17,13 +17,13 @@
 
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>
-#include <boost/asio/signal_set.hpp>
 
 #include "../base/Guarded.h"
 #include "../base/Log.h"
 #include "../base/LoopTask.h"
 #include "../base/LoopTimer.h"
 #include "../base/RateLimit.h"
+#include "../base/SignalEvent.h"
 #include "../transport/MemoryStream.h"
 #include "../transport/SocketListener.h"
 #include "../transport/SocketStream.h"
@@ -39,7 +39,8 @@ namespace asio = boost::asio;
 /// may have.
 constexpr std::size_t maxClients = 256;
 
-/// A service whose runDue() fails cannot say when to call it again.
+/// A service whose runDue() fails cannot say when to call it again. A timer that cannot be made is
+/// tried again as seldom.
 constexpr std::chrono::seconds retryAfter(1);
 
 /// How long a client that notifies others waits for one of them to read.
@@ -98,7 +99,7 @@ private:
     void end();
 
     template <typename Call>
-    bool callService(const char* operation, Call call);
+    int callService(const char* operation, Call call);
 
     Service& service_;
     std::atomic<std::size_t> framesRefused_{0}; // 64-bit atomics are not to be had on every target
@@ -107,7 +108,7 @@ private:
     OperationMemory signalMemory_; // outlives the loop's operations
     asio::io_context loop_{1};
     asio::executor_work_guard<asio::io_context::executor_type> work_{loop_.get_executor()};
-    std::optional<asio::signal_set> signals_;
+    std::optional<SignalEvent> signals_;
     std::shared_ptr<SocketListener> listener_;
 
     std::mutex offersMutex_;
@@ -206,21 +207,21 @@ void ServiceHost::Impl::listen(const std::string& path)
 
 void ServiceHost::Impl::stopOn(std::initializer_list<int> signals)
 {
-    signals_.emplace(loop_);
-    for (const int number : signals)
-        signals_->add(number);
+    signals_.emplace(loop_, signals);
     awaitSignal();
 }
 
 void ServiceHost::Impl::awaitSignal()
 {
-    signals_->async_wait(preallocated(signalMemory_, [this](const auto& error, int) {
+    const auto signalled = [this](const boost::system::error_code& error) {
         if (error)
             return;
-        ++stops_;
+        stops_ += signals_->take();
         finish();
         awaitSignal();
-    }));
+    };
+    signals_->descriptor().async_wait(asio::posix::stream_descriptor::wait_read,
+                                      preallocated(signalMemory_, signalled));
 }
 
 void ServiceHost::Impl::run()
@@ -292,7 +293,8 @@ void ServiceHost::Impl::welcome(std::shared_ptr<FrameStream> stream)
     FrameStream& reading = *stream;
     auto client = std::make_unique<Client>(*this, id, std::move(stream));
     Client& listener = *clients_.emplace(id, std::move(client)).first->second;
-    callService("clientConnected", [&] { service_.clientConnected(id); });
+    if (const int error = callService("clientConnected", [&] { service_.clientConnected(id); }))
+        drop(id, error, "by the service");
     if (reading.isOpen())
         reading.start(listener);
     runDue();
@@ -301,9 +303,9 @@ void ServiceHost::Impl::welcome(std::shared_ptr<FrameStream> stream)
 bool ServiceHost::Impl::receive(ClientId client, FrameView frame)
 {
     bool accepted = false;
-    callGuarded([&] { accepted = handle(client, frame); },
-                [&](const char* reason) { refuse(client, reason); });
-    if (!accepted)
+    if (!callGuarded([&] { accepted = handle(client, frame); }, [](const char*) {}))
+        drop(client, ENOMEM, "out of memory");
+    else if (!accepted)
         drop(client, EBADMSG, "its frame was refused");
     return true; // a client whose frame was refused is gone already
 }
@@ -320,8 +322,11 @@ bool ServiceHost::Impl::handle(ClientId client, FrameView frame)
     log(logEveryMessage, "fabric-host: command of client %u: resource %u, operation %u\n", client,
         command->meta.resourceId, command->meta.operationId);
     commanding_ = client;
-    callService("commandReceived", [&] { service_.commandReceived(client, *command); });
+    const int error =
+        callService("commandReceived", [&] { service_.commandReceived(client, *command); });
     commanding_ = 0;
+    if (error == ENOMEM)
+        drop(client, ENOMEM, "out of memory"); // it need not wait for an answer
     return true;
 }
 
@@ -339,10 +344,14 @@ void ServiceHost::Impl::send(ClientId client, std::unique_ptr<SerializableMessag
     if (found == clients_.end() || !event)
         return;
     std::string reason;
-    if (event->meta.kind == kindCommand)
-        reason = "a command";
-    else
-        encodeFrame(*event, service_.catalogue(), outgoing_, reason);
+    const auto encode = [&] {
+        if (event->meta.kind == kindCommand)
+            reason = "a command";
+        else
+            encodeFrame(*event, service_.catalogue(), outgoing_, reason);
+    };
+    if (!callGuarded(encode, [](const char*) {}))
+        return drop(client, ENOMEM, "out of memory");
     if (!reason.empty()) {
         log(logTrouble, "fabric-host: message of the service not sent: %s\n", reason.c_str());
         return;
@@ -371,8 +380,8 @@ void ServiceHost::Impl::drop(ClientId client, int reason, const char* why)
 
 void ServiceHost::Impl::ended(ClientId client, int reason)
 {
-    log(logInformation, "fabric-host: client %u disconnected: %s\n", client,
-        reason ? std::strerror(reason) : "closed");
+    log(reason == ENOMEM ? logTrouble : logInformation, "fabric-host: client %u disconnected: %s\n",
+        client, reason ? std::strerror(reason) : "closed");
     remove(client);
 }
 
@@ -403,7 +412,7 @@ void ServiceHost::Impl::tellGone()
 void ServiceHost::Impl::runDue()
 {
     Service::TimePoint next = never;
-    if (!callService("runDue", [&] { next = service_.runDue(); }))
+    if (callService("runDue", [&] { next = service_.runDue(); }) != 0)
         next = Service::TimePoint::clock::now() + retryAfter;
     if (heldUntil_ != never)
         holdNotifiers();
@@ -417,7 +426,7 @@ void ServiceHost::Impl::runDue()
     };
     const bool timed =
         callGuarded(set, [this](const char* what) { complaints_.log("service not timed", what); });
-    untimed_ = timed ? never : next;
+    untimed_ = timed ? never : Service::TimePoint::clock::now() + retryAfter;
 }
 
 /// Whether clients that notify others wait for one of them. When they need not any longer, they are
@@ -452,13 +461,16 @@ void ServiceHost::Impl::finish()
     tellGone_.schedule();
 }
 
-/// Calls the service. An exception out of it is reported and goes no further; false then.
+/// Calls the service. Returns 0, or an error number for an exception, which has been reported.
 template <typename Call>
-bool ServiceHost::Impl::callService(const char* operation, Call call)
+int ServiceHost::Impl::callService(const char* operation, Call call)
 {
-    return callGuarded(call, [operation](const char* what) {
+    int error = 0;
+    callGuarded(call, [&](const char* what) {
+        error = currentError(ECANCELED);
         log(logTrouble, "fabric-host: exception out of the service's %s: %s\n", operation, what);
     });
+    return error;
 }
 
 class ServiceHost::MemoryLink final : public StreamLink

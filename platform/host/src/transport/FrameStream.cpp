@@ -49,9 +49,12 @@ void FrameStream::handOver()
 {
     // What is held is at most what was taken from a full queue, and another one.
     FrameView frame = {nullptr, 0};
-    for (std::size_t i = 0; i < 2 * maxQueuedFrames && isOpen() && listener_; ++i)
-        if (!nextFrame(frame) || !listener_->frameReceived(frame))
-            return;
+    try {
+        for (std::size_t i = 0; i < 2 * maxQueuedFrames && isOpen() && listener_; ++i)
+            if (!nextFrame(frame) || !listener_->frameReceived(frame))
+                return;
+    } catch (const std::bad_alloc&) { // ends the connection, which is about to be closed anyway
+    }
 }
 
 void FrameStream::end(int reason)

@@ -26,8 +26,8 @@ constexpr std::chrono::seconds lingerTimeout(1);
 class FrameListener
 {
 public:
-    /// False refuses the frame, which ends the connection with EBADMSG. `frame` is valid until the
-    /// call returns; it need not be a frame at all.
+    /// False refuses the frame, which ends the connection with EBADMSG; std::bad_alloc ends it with
+    /// ENOMEM. `frame` is valid until the call returns; it need not be a frame at all.
     virtual bool frameReceived(FrameView frame) = 0;
 
     /// Whether the next frame may come. After false none comes before FrameStream::resume().

@@ -16,6 +16,8 @@
 
 #include <fabric-host/Link.h>
 
+#include "../base/Guarded.h"
+
 namespace fabric::host {
 namespace {
 
@@ -99,11 +101,13 @@ int openSocket(Socket& socket)
     const int descriptor = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (descriptor < 0)
         return errno;
-    boost::system::error_code error;
-    socket.assign(Protocol(), descriptor, error);
-    if (error)
+    try {
+        socket.assign(Protocol(), descriptor);
+        return 0;
+    } catch (const std::exception&) {
         ::close(descriptor);
-    return error.value();
+        return currentError(ENOMEM);
+    }
 }
 
 } // namespace

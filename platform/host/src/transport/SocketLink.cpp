@@ -6,10 +6,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <new>
+#include <exception>
 #include <optional>
 #include <utility>
 
+#include "../base/Guarded.h"
 #include "../base/Log.h"
 #include "../base/LoopTimer.h"
 #include "SocketFile.h"
@@ -75,8 +76,8 @@ void SocketLink::attempt()
     int error = 0;
     try {
         error = connect();
-    } catch (const std::bad_alloc&) {
-        error = ENOMEM;
+    } catch (const std::exception&) {
+        error = currentError(ENOMEM);
     }
     if (error == 0)
         return;
