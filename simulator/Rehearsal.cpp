@@ -1,6 +1,7 @@
 #include "Rehearsal.h"
 
 #include <cerrno>
+#include <new>
 #include <utility>
 
 #include "MessageText.h"
@@ -16,6 +17,20 @@ std::string named(fabric::host::ClientId client)
 }
 
 } // namespace
+
+/// Calls `text` for a line. Without memory for it there is another line in its place.
+template <class Text>
+void Rehearsal::note(Text text) const noexcept
+{
+    if (!log)
+        return;
+    std::string line = "(out of memory)"; // allocates nothing
+    try {
+        line = text();
+    } catch (const std::bad_alloc&) {
+    }
+    log(line);
+}
 
 Rehearsal::Rehearsal(fabric::host::Service& rehearsedService, const Faults& wanted, Log sink)
     : service(rehearsedService), faults(wanted), log(std::move(sink))
@@ -35,24 +50,21 @@ void Rehearsal::start(fabric::host::ServiceOutlet& serviceOutlet)
 
 void Rehearsal::clientConnected(ClientId client)
 {
-    if (log)
-        log(named(client) + " connected");
+    note([=] { return named(client) + " connected"; });
     commands[client] = 0;
     service.clientConnected(client);
 }
 
 void Rehearsal::clientDisconnected(ClientId client)
 {
-    if (log)
-        log(named(client) + " disconnected");
+    note([=] { return named(client) + " disconnected"; });
     commands.erase(client);
     service.clientDisconnected(client);
 }
 
 void Rehearsal::commandReceived(ClientId client, const fabric::SerializableMessageEvent& command)
 {
-    if (log)
-        log(named(client) + " -> " + messageText(command));
+    note([&] { return named(client) + " -> " + messageText(command); });
     if (isRefused(command))
         refuse(client, command);
     else
@@ -68,8 +80,7 @@ Rehearsal::TimePoint Rehearsal::runDue()
 
 void Rehearsal::send(ClientId client, std::unique_ptr<fabric::SerializableMessageEvent> event)
 {
-    if (log)
-        log(named(client) + " <- " + messageText(*event));
+    note([&] { return named(client) + " <- " + messageText(*event); });
     outlet->send(client, std::move(event));
 }
 

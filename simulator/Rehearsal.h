@@ -23,6 +23,7 @@ struct Faults
 class Rehearsal final : public fabric::host::Service, private fabric::host::ServiceOutlet
 {
 public:
+    /// Does not throw.
     typedef std::function<void(const std::string& line)> Log;
 
     /// `rehearsedService` outlives this one. An empty `log` costs nothing.
@@ -42,6 +43,8 @@ private:
     void send(ClientId client, std::unique_ptr<fabric::SerializableMessageEvent> event) override;
     void drop(ClientId client, int reason) override;
 
+    template <class Text>
+    void note(Text text) const noexcept;
     bool isRefused(const fabric::SerializableMessageEvent& command) const;
     void refuse(ClientId client, const fabric::SerializableMessageEvent& command);
 

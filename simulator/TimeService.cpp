@@ -5,8 +5,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <iterator>
+#include <new>
 #include <stdexcept>
 #include <type_traits>
+#include <utility>
 
 #include "WireTime.h"
 
@@ -49,9 +51,14 @@ Content compose(const Message<chronalMsgTimezone_t>& message, const Zone& zone, 
     });
 }
 
-Content result(int code)
+std::unique_ptr<fabric::SerializableMessageEvent> newEvent(const Content& content,
+                                                           const fabric::MsgIds& ids)
 {
-    return compose(replyResult, [&](chronalMsgReplyResult_t& record) { record.result = code; });
+    const fabric::EndpointId thisService = {-1, 0};
+    auto event =
+        std::make_unique<fabric::SerializableMessageEvent>(content.meta, thisService, content.data);
+    event->ids = ids;
+    return event;
 }
 
 std::optional<Utc> readLocalAsUtc(const nubOsalTime_struct& time, std::optional<Span> announced,
@@ -185,8 +192,15 @@ void TimeService::commandReceived(ClientId client, const fabric::SerializableMes
     // Replies and notifications are in the catalogue, too, some with the ids of a command.
     if (command.meta.kind != detail::kindCommand || handler == std::end(handlers))
         return;
+    // All memory for the answer before anything is changed, so that a change is always answered.
     afterAnswer.clear();
-    send(client, handler->carryOut(*this, client, command.data->payload), command.ids);
+    if (!result_.data)
+        result_ = compose(replyResult, [](chronalMsgReplyResult_t&) {});
+    auto answer = newEvent({command.meta, nullptr}, command.ids);
+    const Content content = handler->carryOut(*this, client, command.data->payload);
+    answer->meta = content.meta;
+    answer->data = content.data;
+    outlet->send(client, std::move(answer));
     for (const Content& notification : afterAnswer)
         notifyAll(notification);
     notifyDeviation();
@@ -209,8 +223,9 @@ void TimeService::notifySubscribers(TimePoint now)
     for (auto& [subscription, due] : subscriptions) {
         const auto [client, id] = subscription;
         if (due <= now) {
+            ++lastNotification;
             due += period * ((now - due) / period + 1);
-            send(client, compose(notifyCurrentTime, timesOf(id)), {0, ++lastNotification});
+            notify(client, [&, id = id] { return compose(notifyCurrentTime, timesOf(id)); });
         }
         firstDue_ = std::min(firstDue_, due);
     }
@@ -515,38 +530,52 @@ void TimeService::startSources()
 {
     const Source valid = {Span::zero(), 0, false, DeviationRule(zone)};
     const Source timeless = {std::nullopt, 0, false, DeviationRule(zone)};
-    sources = {{referenceTimeRtc, valid},
-               {referenceTimeNtp, valid},
-               {referenceTimeDvb, timeless},
-               {referenceTimeTeletext, timeless},
-               {referenceTimeAtsc, timeless}};
+    sources = decltype(sources){{referenceTimeRtc, valid},
+                                {referenceTimeNtp, valid},
+                                {referenceTimeDvb, timeless},
+                                {referenceTimeTeletext, timeless},
+                                {referenceTimeAtsc, timeless}};
 }
 
-void TimeService::send(ClientId client, const Content& content, const fabric::MsgIds& ids)
+/// Does not throw, whatever happens.
+Content TimeService::result(int code)
 {
-    const fabric::EndpointId thisService = {-1, 0};
-    auto event =
-        std::make_unique<fabric::SerializableMessageEvent>(content.meta, thisService, content.data);
-    event->ids = ids;
-    outlet->send(client, std::move(event));
+    static_cast<chronalMsgReplyResult_t*>(result_.data->payload)->result = code;
+    return std::exchange(result_, Content());
+}
+
+/// A client that there is no memory to notify is disconnected, and the others are notified.
+template <class Make>
+void TimeService::notify(ClientId client, Make content)
+{
+    try {
+        outlet->send(client, newEvent(content(), {0, lastNotification}));
+    } catch (const std::bad_alloc&) {
+        outlet->drop(client, ENOMEM);
+    }
 }
 
 void TimeService::notifyAll(const Content& content)
 {
-    const fabric::MsgIds ids = {0, ++lastNotification};
+    ++lastNotification;
     for (const ClientId client : clients)
-        send(client, content, ids);
+        notify(client, [&] { return content; });
 }
 
+/// Tries again when it is called again, if there is no memory.
 void TimeService::notifyDeviation()
 {
     const Period current = sources.at(referenceTimeRtc).rule.periodAt(rtcUtc());
+    std::vector<Content> notifications;
     if (current.deviation != told.deviation)
-        notifyAll(compose(notifyDeviationChange, timesOf(referenceTimeRtc)));
+        notifications.push_back(compose(notifyDeviationChange, timesOf(referenceTimeRtc)));
     if (current.daylightSaving != told.daylightSaving)
-        notifyAll(compose(notifyDSTChange,
-                          [&](chronalMsgDST_t& record) { record.dst = current.daylightSaving; }));
+        notifications.push_back(compose(notifyDSTChange, [&](chronalMsgDST_t& record) {
+            record.dst = current.daylightSaving;
+        }));
     told = current;
+    for (const Content& notification : notifications)
+        notifyAll(notification);
 }
 
 } // namespace chronal::sim

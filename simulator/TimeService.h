@@ -196,7 +196,9 @@ private:
     void startSources();
     std::shared_ptr<const Zone> knownZone(const std::string& name);
 
-    void send(ClientId client, const Content& content, const fabric::MsgIds& ids);
+    Content result(int code);
+    template <class Make>
+    void notify(ClientId client, Make content);
     void notifyAll(const Content& content);
     void notifyDeviation();
     void notifySubscribers(TimePoint now);
@@ -213,6 +215,7 @@ private:
     std::map<std::pair<ClientId, referenceTimeId_enum>, TimePoint> subscriptions; ///< next due
     TimePoint firstDue_ = TimePoint::max();               ///< no subscription is due before
     std::vector<std::shared_ptr<const Zone>> knownZones_; ///< the one used last comes first
+    Content result_ = {};             ///< the record of the next result, if there is one
     std::vector<Content> afterAnswer; ///< notifications that the command in progress brings about
     Period told;                      ///< the RTC's, as far as the clients have heard
 };

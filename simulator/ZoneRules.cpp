@@ -1,12 +1,15 @@
 #include "ZoneRules.h"
 
 #include <algorithm>
+#include <atomic>
+#include <cerrno>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <new>
 #include <string_view>
 #include <utility>
 
@@ -60,10 +63,32 @@ bool isInDatabase(const std::string& name)
         return false;
     std::string content(fileLimit, '\0');
     std::ifstream file(path, std::ios::binary);
+    if (!file && errno != EACCES)
+        throw std::bad_alloc(); // or too few descriptors
     file.read(content.data(), fileLimit);
     content.resize(static_cast<std::size_t>(file.gcount()));
     return content.size() < fileLimit && content.compare(0, 4, "TZif") == 0 &&
            areCountsPlausible(content);
+}
+
+/// Abseil remembers a zone that it could not load as unknown for ever, or even as UTC, also if it
+/// only lacked memory or descriptors. From then on it is given other names for the same files.
+bool load(const std::string& name, absl::TimeZone& zone)
+{
+    static std::atomic<std::size_t> failures{0};
+    std::string detour;
+    for (std::size_t i = 0; i < failures; ++i)
+        detour += "./";
+    errno = 0;
+    try {
+        const bool loaded = absl::LoadTimeZone(detour + name, &zone);
+        if (!loaded && errno != 0) // the file could not be opened; else it is not a zone's
+            throw std::bad_alloc();
+        return loaded;
+    } catch (const std::exception&) {
+        ++failures;
+        throw;
+    }
 }
 
 absl::Time toAbsl(Utc moment)
@@ -118,7 +143,7 @@ Period Zone::periodAt(Utc moment) const
 std::shared_ptr<const Zone> findZone(const std::string& name)
 {
     absl::TimeZone zone;
-    if (name != "UTC" && (!isInDatabase(name) || !absl::LoadTimeZone(name, &zone)))
+    if (name != "UTC" && (!isInDatabase(name) || !load(name, zone)))
         return nullptr;
     return std::make_shared<Zone>(name, periodsOf(zone));
 }

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstring>
+#include <new>
 #include <utility>
 
 #include <fcntl.h>
@@ -15,6 +16,9 @@ namespace chronal::sim {
 namespace {
 
 constexpr int farewell = 100; // milliseconds
+
+/// There is memory for such a line in any case.
+constexpr std::size_t usualLine = 512;
 
 /// A terminal says that it has room when it has some, and then waits for more; so it is opened once
 /// more, as one that does not wait.
@@ -32,24 +36,38 @@ int withoutWaiting(int descriptor)
 LineLog::LineLog(int descriptor, Complain failed)
     : output(withoutWaiting(descriptor)), complain(std::move(failed))
 {
+    unwritten.reserve(usualLine);
 }
 
-void LineLog::write(const std::string& line)
+void LineLog::write(std::string_view line) noexcept
 {
     if (!flush(0)) {
         ++leftOut;
         return;
     }
-    if (insideLine)
-        unwritten = "\n";
-    if (leftOut != 0)
-        unwritten += "lines left out: " + std::to_string(leftOut) + '\n';
-    unwritten += line;
+    try {
+        append(line);
+    } catch (const std::bad_alloc&) {
+        unwritten.clear();
+        ++leftOut;
+        return;
+    }
     underWay = std::exchange(leftOut, 0) + 1;
     flush(0);
 }
 
-std::size_t LineLog::finish(const std::string& line)
+void LineLog::append(std::string_view line)
+{
+    if (insideLine)
+        unwritten = "\n";
+    if (leftOut != 0)
+        unwritten.append("lines left out: ").append(std::to_string(leftOut)).append("\n");
+    unwritten += line;
+    if (line.empty() || line.back() != '\n')
+        unwritten += '\n';
+}
+
+std::size_t LineLog::finish(std::string_view line) noexcept
 {
     flush(farewell);
     write(line);
@@ -88,8 +106,12 @@ void LineLog::lose(int error)
     if (error == EPIPE || error == EBADF)
         return;
     leftOut += lost;
-    if (!std::exchange(complained, true))
-        complain(std::strerror(error));
+    try {
+        if (!std::exchange(complained, true))
+            complain(std::strerror(error));
+    } catch (const std::bad_alloc&) {
+        complained = false; // at the next line
+    }
 }
 
 } // namespace chronal::sim

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <functional>
 #include <string>
+#include <string_view>
 
 namespace chronal::sim {
 
@@ -18,14 +19,15 @@ public:
     /// no reason to complain.
     LineLog(int descriptor, Complain failed);
 
-    /// Appends a line, which ends with a newline.
-    void write(const std::string& line);
+    /// Appends a line. One that there is no memory for is left out, too.
+    void write(std::string_view line) noexcept;
 
     /// Writes the last line, and waits a moment for a reader who is late. Returns how many lines
     /// nobody got, without having been told.
-    std::size_t finish(const std::string& line);
+    std::size_t finish(std::string_view line) noexcept;
 
 private:
+    void append(std::string_view line);
     bool flush(int wait);
     void lose(int error);
 

@@ -10,6 +10,7 @@
 #include <exception>
 #include <iostream>
 #include <memory>
+#include <new>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -183,14 +184,16 @@ LineLog& troubleLog()
 
 void complain(const std::string& what)
 {
-    troubleLog().write("chronal-simd: " + printable(what) + '\n');
+    troubleLog().write("chronal-simd: " + printable(what));
 }
 
 /// Only what stands in NUB_DEBUG as well can switch it off again.
 void showTrouble()
 {
     const char* const others = std::getenv("NUB_DEBUG");
-    setenv("NUB_DEBUG", (std::string("*:3000,") + (others ? others : "")).c_str(), 1);
+    if (setenv("NUB_DEBUG", (std::string("*:3000,") + (others ? others : "")).c_str(), 1) != 0)
+        throw std::bad_alloc();
+    troubleLog(); // so that it is there when there is no memory
     fabric::host::setDebugSink(
         [](std::uint32_t, const std::string& line) { troubleLog().write(line); });
 }
@@ -204,7 +207,7 @@ void serve(const Settings& settings)
     const std::unique_ptr<Clock> clock = ownClock(settings);
     TimeService service(settings.service, clock ? *clock : systemClock());
     LineLog log(STDOUT_FILENO, [](const std::string& why) { complain("standard output: " + why); });
-    const auto writeLine = [&](const std::string& line) { log.write(line + '\n'); };
+    const auto writeLine = [&](const std::string& line) { log.write(line); };
     Rehearsal rehearsal(service, settings.faults,
                         settings.verbose ? Rehearsal::Log(writeLine) : Rehearsal::Log());
     fabric::host::ServiceHost host(rehearsal);
@@ -215,16 +218,22 @@ void serve(const Settings& settings)
     const fabric::host::ServiceCounters counters = host.counters();
     if (!settings.verbose)
         return;
-    const std::size_t lost =
-        log.finish("ended; frames refused: " + std::to_string(counters.framesRefused) +
-                   ", clients dropped: " + std::to_string(counters.clientsDropped) + '\n');
-    if (lost != 0)
-        complain("lines left out at the end: " + std::to_string(lost));
+    char line[100];
+    std::snprintf(line, sizeof(line), "ended; frames refused: %ju, clients dropped: %ju\n",
+                  std::uintmax_t{counters.framesRefused}, std::uintmax_t{counters.clientsDropped});
+    if (const std::size_t lost = log.finish(line)) {
+        std::snprintf(line, sizeof(line), "chronal-simd: lines left out at the end: %zu\n", lost);
+        troubleLog().write(line);
+    }
 }
 
-int fail(const std::string& what, int status, const char* advice = "")
+int fail(const char* what, int status, const char* advice = "") noexcept
 {
-    std::fprintf(stderr, "chronal-simd: %s\n%s", printable(what).c_str(), advice);
+    try {
+        std::fprintf(stderr, "chronal-simd: %s\n%s", printable(what).c_str(), advice);
+    } catch (const std::bad_alloc&) {
+        std::fputs("chronal-simd: out of memory\n", stderr);
+    }
     return status;
 }
 
