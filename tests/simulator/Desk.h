@@ -140,7 +140,7 @@ inline Content settingsSet(const std::string& server, std::int32_t flag1, std::i
 typedef std::vector<std::string> Texts;
 
 /// A service in Berlin on 2026-01-01, half past noon local time, with clients 1 and 2.
-struct Desk final : fabric::host::ServiceOutlet
+struct Desk : fabric::host::ServiceOutlet
 {
     Desk()
     {
@@ -149,6 +149,7 @@ struct Desk final : fabric::host::ServiceOutlet
         service.clientConnected(2);
         advance(Span(0));
     }
+    virtual ~Desk() = default;
 
     /// Lets a client send a command; its text in the result are what that client gets.
     Texts ask(const Content& command, ClientId client = 1)

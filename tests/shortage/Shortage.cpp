@@ -1,0 +1,70 @@
+// Makes allocations of a process fail: linked into a test, or loaded into a program by LD_PRELOAD.
+
+#include "Shortage.h"
+
+#include <cerrno>
+#include <cstddef>
+#include <cstdlib>
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+namespace {
+
+Shortage here;
+Shortage* shared = &here;
+
+/// A program's is in the file that SHORTAGE names, for the test to write to.
+__attribute__((constructor)) void share()
+{
+    const char* const name = std::getenv("SHORTAGE");
+    const int file = name ? open(name, O_RDWR | O_CLOEXEC) : -1;
+    if (file < 0)
+        return;
+    void* const mapped =
+        mmap(nullptr, sizeof(Shortage), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
+    close(file);
+    if (mapped != MAP_FAILED)
+        shared = static_cast<Shortage*>(mapped);
+}
+
+bool failsNow()
+{
+    const int left = shared->left;
+    const bool fails = left < 0 || (left > 0 && --shared->left == 0);
+    if (fails) {
+        ++shared->failed;
+        errno = ENOMEM;
+    }
+    return fails;
+}
+
+} // namespace
+
+Shortage& shortage()
+{
+    return *shared;
+}
+
+extern "C" {
+
+void* __libc_malloc(std::size_t size);
+void* __libc_calloc(std::size_t count, std::size_t size);
+void* __libc_realloc(void* block, std::size_t size);
+
+__attribute__((visibility("default"))) void* malloc(std::size_t size)
+{
+    return failsNow() ? nullptr : __libc_malloc(size);
+}
+
+__attribute__((visibility("default"))) void* calloc(std::size_t count, std::size_t size)
+{
+    return failsNow() ? nullptr : __libc_calloc(count, size);
+}
+
+__attribute__((visibility("default"))) void* realloc(void* block, std::size_t size)
+{
+    return failsNow() ? nullptr : __libc_realloc(block, size);
+}
+}
