@@ -142,7 +142,6 @@ inline void serve(const std::string& socket)
     chronal::sim::TimeService service;
     fabric::host::ServiceHost host(service);
     host.listen(socket);
-    host.stopOn({SIGTERM});
     host.run();
 }
 

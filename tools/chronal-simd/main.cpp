@@ -1,6 +1,7 @@
 // The simulated time service as a process of its own.
 
 #include <algorithm>
+#include <atomic>
 #include <charconv>
 #include <chrono>
 #include <csignal>
@@ -14,8 +15,10 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
+#include <pthread.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -198,6 +201,39 @@ void showTrouble()
         [](std::uint32_t, const std::string& line) { troubleLog().write(line); });
 }
 
+/// Stops a service at SIGINT and SIGTERM. Made before any other thread, which all leave the signals
+/// to this one: it needs no memory for them.
+class SignalThread
+{
+public:
+    explicit SignalThread(fabric::host::ServiceHost& host)
+    {
+        sigemptyset(&signals_);
+        sigaddset(&signals_, SIGINT);
+        sigaddset(&signals_, SIGTERM);
+        pthread_sigmask(SIG_BLOCK, &signals_, nullptr);
+        thread_ = std::thread([this, &host] {
+            int number = 0;
+            while (sigwait(&signals_, &number) == 0 && !ended_)
+                host.stop();
+        });
+    }
+    ~SignalThread()
+    {
+        ended_ = true;
+        pthread_kill(thread_.native_handle(), SIGTERM);
+        thread_.join();
+    }
+
+    SignalThread(const SignalThread&) = delete;
+    SignalThread& operator=(const SignalThread&) = delete;
+
+private:
+    sigset_t signals_;
+    std::atomic<bool> ended_{false};
+    std::thread thread_;
+};
+
 void serve(const Settings& settings)
 {
     const std::string socket =
@@ -211,7 +247,7 @@ void serve(const Settings& settings)
     Rehearsal rehearsal(service, settings.faults,
                         settings.verbose ? Rehearsal::Log(writeLine) : Rehearsal::Log());
     fabric::host::ServiceHost host(rehearsal);
-    host.stopOn({SIGINT, SIGTERM});
+    const SignalThread signals(host);
     host.listen(socket);
     writeLine("listening on " + printable(socket));
     host.run();

@@ -2,7 +2,6 @@
 #define FABRIC_HOST_SERVICE_HOST_H
 
 #include <cstdint>
-#include <initializer_list>
 #include <memory>
 #include <string>
 
@@ -46,9 +45,6 @@ public:
     /// not a socket, stays. Before run() or start(). Throws std::runtime_error that names the path
     /// and what is wrong.
     void listen(const std::string& path);
-
-    /// From now on these signals stop the host; one host in a process. Before run() or start().
-    void stopOn(std::initializer_list<int> signals);
 
     /// Serves on this thread until the host is stopped. Once; not after start().
     void run();

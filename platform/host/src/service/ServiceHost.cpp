@@ -23,7 +23,6 @@
 #include "../base/LoopTask.h"
 #include "../base/LoopTimer.h"
 #include "../base/RateLimit.h"
-#include "../base/SignalEvent.h"
 #include "../transport/MemoryStream.h"
 #include "../transport/SocketListener.h"
 #include "../transport/SocketStream.h"
@@ -60,7 +59,6 @@ public:
     ~Impl();
 
     void listen(const std::string& path);
-    void stopOn(std::initializer_list<int> signals);
     void run();
     void start()
     {
@@ -94,7 +92,6 @@ private:
     void tellGone();
     void runDue();
     bool holdNotifiers();
-    void awaitSignal();
     void finish();
     void end();
 
@@ -105,10 +102,8 @@ private:
     std::atomic<std::size_t> framesRefused_{0}; // 64-bit atomics are not to be had on every target
     std::atomic<std::size_t> clientsDropped_{0};
 
-    OperationMemory signalMemory_; // outlives the loop's operations
     asio::io_context loop_{1};
     asio::executor_work_guard<asio::io_context::executor_type> work_{loop_.get_executor()};
-    std::optional<SignalEvent> signals_;
     std::shared_ptr<SocketListener> listener_;
 
     std::mutex offersMutex_;
@@ -203,25 +198,6 @@ void ServiceHost::Impl::listen(const std::string& path)
         welcome(std::make_shared<SocketStream>(loop_, std::move(socket), FrameStream::throttled));
     });
     listener_->start();
-}
-
-void ServiceHost::Impl::stopOn(std::initializer_list<int> signals)
-{
-    signals_.emplace(loop_, signals);
-    awaitSignal();
-}
-
-void ServiceHost::Impl::awaitSignal()
-{
-    const auto signalled = [this](const boost::system::error_code& error) {
-        if (error)
-            return;
-        stops_ += signals_->take();
-        finish();
-        awaitSignal();
-    };
-    signals_->descriptor().async_wait(asio::posix::stream_descriptor::wait_read,
-                                      preallocated(signalMemory_, signalled));
 }
 
 void ServiceHost::Impl::run()
@@ -502,11 +478,6 @@ ServiceHost::~ServiceHost() = default;
 void ServiceHost::listen(const std::string& path)
 {
     impl_->listen(path);
-}
-
-void ServiceHost::stopOn(std::initializer_list<int> signals)
-{
-    impl_->stopOn(signals);
 }
 
 void ServiceHost::run()
