@@ -47,6 +47,10 @@ constexpr std::chrono::milliseconds patience(250);
 
 constexpr Service::TimePoint never = Service::TimePoint::max();
 
+/// For some forty messages, fewer than the usual size: an answer waits behind those that others
+/// brought about, and whoever brings about more than a client reads is soon held up.
+constexpr int sendBuffer = 16 * 1024;
+
 /// More memory than this is not kept for the messages to come.
 constexpr std::size_t usualFrame = 4096;
 
@@ -195,6 +199,8 @@ ServiceHost::Impl::~Impl()
 void ServiceHost::Impl::listen(const std::string& path)
 {
     listener_ = std::make_shared<SocketListener>(loop_, path, [this](SocketStream::Socket socket) {
+        boost::system::error_code ignored; // the usual size works as well
+        socket.set_option(asio::socket_base::send_buffer_size(sendBuffer), ignored);
         welcome(std::make_shared<SocketStream>(loop_, std::move(socket), FrameStream::throttled));
     });
     listener_->start();
