@@ -8,6 +8,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstddef>
+#include <cstdio>
 #include <cstdlib>
 #include <functional>
 #include <future>
@@ -49,6 +50,24 @@ inline void await(std::promise<void>& event, const char* missing)
 {
     if (event.get_future().wait_for(std::chrono::seconds(60)) != std::future_status::ready)
         throw std::runtime_error(missing);
+}
+
+/// The main function of a measurement, which gets a directory for its socket and how often to
+/// measure.
+inline int run(int argc, char** argv, void (*measure)(const std::string& directory, int count))
+{
+    const int count = argc == 3 ? std::atoi(argv[2]) : 0;
+    if (count <= 0) {
+        std::fprintf(stderr, "usage: %s DIRECTORY COUNT\n", argv[0]);
+        return 2;
+    }
+    try {
+        measure(argv[1], count);
+        return 0;
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "%s: %s\n", argv[0], error.what());
+        return 1;
+    }
 }
 
 /// A row of round trips, of which several may be under way at a time: who makes them sends so many,
@@ -194,13 +213,13 @@ private:
     Turn* turn_ = nullptr;
 };
 
-/// A client with a session of its own, connected.
+/// A connected adapter, of which a session may have several.
 template <class Adapter>
 class Application
 {
 public:
-    explicit Application(std::unique_ptr<fabric::host::Session> connecting)
-        : session_(std::move(connecting)),
+    explicit Application(std::shared_ptr<fabric::host::Session> session)
+        : session_(std::move(session)),
           adapter(session_->application(), session_->component()),
           attachment_((adapter.setServiceInterface(&session_->service()), *session_), adapter)
     {
@@ -209,7 +228,7 @@ public:
     }
 
 private:
-    const std::unique_ptr<fabric::host::Session> session_;
+    const std::shared_ptr<fabric::host::Session> session_;
 
 public:
     Adapter adapter;

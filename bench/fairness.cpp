@@ -106,16 +106,5 @@ void measure(const std::string& directory, int rounds)
 
 int main(int argc, char** argv)
 {
-    const int rounds = argc == 3 ? std::atoi(argv[2]) : 0;
-    if (rounds <= 0) {
-        std::fprintf(stderr, "usage: fairness DIRECTORY ROUNDS\n");
-        return 2;
-    }
-    try {
-        measure(argv[1], rounds);
-        return 0;
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "fairness: %s\n", error.what());
-        return 1;
-    }
+    return bench::run(argc, argv, measure);
 }

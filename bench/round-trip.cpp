@@ -13,7 +13,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <deque>
 #include <functional>
 #include <memory>
@@ -184,39 +183,11 @@ private:
 /// The turns of one of the kinds.
 struct Series
 {
-    const char* key;
     const char* name;
     std::size_t floor; ///< which of the series is the floor of this one; its own for a floor
     std::deque<Turn> single;
     std::deque<Turn> many;
 };
-
-struct Figures
-{
-    double median;     ///< nanoseconds, of all
-    double bestMedian; ///< of a turn
-    double p99;        ///< of all
-    double ofFloor;    ///< median of a turn, by that of the floor's in the same round
-    double perSecond;  ///< median of the turns
-    double bestPerSecond;
-};
-
-Figures figuresOf(const Series& series, const Series& floor)
-{
-    std::vector<double> all;
-    std::vector<double> medians;
-    std::vector<double> ratios;
-    std::vector<double> rates;
-    for (std::size_t round = 0; round < series.single.size(); ++round) {
-        const std::vector<double> each = series.single[round].nanoseconds();
-        all.insert(all.end(), each.begin(), each.end());
-        medians.push_back(median(each));
-        ratios.push_back(medians.back() / median(floor.single[round].nanoseconds()));
-        rates.push_back(series.many[round].perSecond());
-    }
-    return {median(all),    quantile(medians, 0), quantile(all, 0.99),
-            median(ratios), median(rates),        quantile(rates, 1)};
-}
 
 int cpuCount()
 {
@@ -224,40 +195,33 @@ int cpuCount()
     return sched_getaffinity(0, sizeof(cpus), &cpus) == 0 ? CPU_COUNT(&cpus) : 0;
 }
 
-void printJson(const std::deque<Series>& all)
+/// Medians of all, best medians of a turn; the part of the floor is a turn's in the same round.
+void print(const Series& series, const Series& floor)
 {
-    std::printf("{\"cpus\": %d, \"command_bytes\": %zu, \"reply_bytes\": %zu, \"under_way\": %zu",
-                cpuCount(), commandSize, replySize, manyUnderWay);
-    for (const Series& series : all) {
-        const Figures figures = figuresOf(series, all[series.floor]);
-        std::printf(",\n \"%s\": {\"median_ns\": %.0f, \"best_median_ns\": %.0f, \"p99_ns\": %.0f, "
-                    "\"of_floor\": %.3f, \"per_second\": %.0f, \"best_per_second\": %.0f}",
-                    series.key, figures.median, figures.bestMedian, figures.p99, figures.ofFloor,
-                    figures.perSecond, figures.bestPerSecond);
+    std::vector<double> all, medians, ratios, rates;
+    for (std::size_t round = 0; round < series.single.size(); ++round) {
+        const std::vector<double> each = series.single[round].nanoseconds();
+        all.insert(all.end(), each.begin(), each.end());
+        medians.push_back(median(each));
+        ratios.push_back(medians.back() / median(floor.single[round].nanoseconds()));
+        rates.push_back(series.many[round].perSecond());
     }
-    std::puts("}");
-}
-
-void printTable(const std::deque<Series>& all)
-{
-    std::printf("One command of %zu bytes and its reply of %zu bytes, on %d CPUs; the last two "
-                "columns with %zu under way:\n",
-                commandSize, replySize, cpuCount(), manyUnderWay);
-    std::printf("%-24s %10s %10s %10s %8s %12s %12s\n", "", "median", "best turn", "99 %",
-                "of floor", "a second", "best turn");
-    for (const Series& series : all) {
-        const Figures figures = figuresOf(series, all[series.floor]);
-        std::printf("%-24s %7.2f us %7.2f us %7.2f us %8.2f %12.0f %12.0f\n", series.name,
-                    figures.median / 1000, figures.bestMedian / 1000, figures.p99 / 1000,
-                    figures.ofFloor, figures.perSecond, figures.bestPerSecond);
-    }
+    std::printf(",\n \"%s\": {\"median_ns\": %.0f, \"best_median_ns\": %.0f, \"p99_ns\": %.0f, "
+                "\"of_floor\": %.3f, \"per_second\": %.0f, \"best_per_second\": %.0f}",
+                series.name, median(all), quantile(medians, 0), quantile(all, 0.99), median(ratios),
+                median(rates), quantile(rates, 1));
 }
 
 /// In turns, so that whatever else the machine does hits all alike. The series outlive those who
 /// make them, since what comes too late must not come to a turn that is gone.
-void measure(const std::string& folder, int rounds, std::deque<Series>& all)
+void measure(const std::string& directory, int rounds)
 {
-    const std::string socket = folder + "/socket";
+    const std::string socket = directory + "/socket";
+    std::deque<Series> all;
+    all.push_back({"threads", 0, {}, {}});
+    all.push_back({"memory", 0, {}, {}});
+    all.push_back({"bytes", 2, {}, {}});
+    all.push_back({"socket", 2, {}, {}});
     // Both before there is a second thread in this process.
     BareBytes bytes;
     const Child service([&] { bench::serve(socket); });
@@ -280,33 +244,18 @@ void measure(const std::string& folder, int rounds, std::deque<Series>& all)
             makers[i](all[i].single.emplace_back(1));
             makers[i](all[i].many.emplace_back(manyUnderWay));
         }
+
+    std::printf("{\"cpus\": %d, \"command_bytes\": %zu, \"reply_bytes\": %zu, \"under_way\": %zu",
+                cpuCount(), commandSize, replySize, manyUnderWay);
+    for (const Series& series : all)
+        print(series, all[series.floor]);
+    std::puts("}");
 }
 
 } // namespace
 
 int main(int argc, char** argv)
 {
-    const bool json = argc == 4 && std::strcmp(argv[1], "--json") == 0;
-    const int rounds = argc == 3 || json ? std::atoi(argv[argc - 1]) : 0;
-    if (rounds <= 0) {
-        std::fprintf(stderr,
-                     "usage: round-trip [--json] FOLDER ROUNDS   (%zu round trips each, of every "
-                     "kind)\n",
-                     bench::tripsPerTurn);
-        return 2;
-    }
     unsetenv("CHRONAL_SOCKET"); // it would take the place of the service in memory
-    try {
-        std::deque<Series> all;
-        all.push_back({"threads", "two threads, in memory", 0, {}, {}});
-        all.push_back({"memory", "library, in memory", 0, {}, {}});
-        all.push_back({"bytes", "bytes, over a socket", 2, {}, {}});
-        all.push_back({"socket", "library, over a socket", 2, {}, {}});
-        measure(argv[argc - 2], rounds, all);
-        (json ? printJson : printTable)(all);
-        return 0;
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "round-trip: %s\n", error.what());
-        return 1;
-    }
+    return bench::run(argc, argv, measure);
 }

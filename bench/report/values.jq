@@ -24,6 +24,7 @@ def under_way($who): "per-second/round-trip/\($who) \(.per_second)";
 (.round_trip.socket.of_floor | "of-floor/socket/one-cpu \(.)"),
 (.under_way.socket.of_floor | "of-floor/socket/all-cpus \(.)"),
 (.under_way | (.memory | under_way("own")), (.threads | under_way("floor"))),
+"flooded/p99 \(.fairness.p99_ratio)",
 (.round_trips | times),
 (.counts as $counts | def total: .library + .host + .allocator + .rest;
   ($counts[] | select(.operation == "decode/nothing") | total) as $nothing
