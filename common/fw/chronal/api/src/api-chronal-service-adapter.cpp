@@ -26,43 +26,24 @@ namespace {
 /// The file that debug lines name.
 constexpr char sourceName[] = "api-chronal-service-adapter";
 
-/// Whether lines of a debug code are wanted, and what the platform needs to know to write one.
+/// Tells whether lines of a debug code are wanted, and identifies such a line to the platform.
 class DebugCheck
 {
 public:
     explicit DebugCheck(DebugCode code)
-        : chunk{code, 0, 0}, enabled(nubDebugCheckLevelGetFabricAndChunk(&chunk) != 0)
+        : chunk_{code, 0, 0}, enabled_(nubDebugCheckLevelGetFabricAndChunk(&chunk_) != 0)
     {
     }
 
-    explicit operator bool() const { return enabled; }
-    const nubDebugChunk_t* line() const { return &chunk; }
+    explicit operator bool() const { return enabled_; }
+    const nubDebugChunk_t* chunk() const { return &chunk_; }
 
 private:
-    nubDebugChunk_t chunk;
-    bool enabled;
+    nubDebugChunk_t chunk_;
+    bool enabled_;
 };
 
-/// What is known of a command beforehand: its part of the identity, and its name for the debug
-/// lines. A constant, so that a command passes nothing but its address, and one without pointers,
-/// so that nothing is left to be done when the library is loaded.
-struct Command
-{
-    constexpr Command(ResourceId what, OperationId done, const char* caller = __builtin_FUNCTION())
-        : identity{0, what, done, kindCommand}, function{}
-    {
-        for (std::size_t i = 0; caller[i] != '\0'; ++i)
-            function[i] = caller[i]; // no constant if the name does not fit
-    }
-
-    fabric::MsgMeta identity; ///< but for the service id, which is asked for each time
-    char function[32];
-};
-
-/// Fills a payload record from the arguments of a command; may throw.
-using FillRecord = void (*)(void* record, const void* arguments);
-
-constexpr std::int32_t truth(bool value)
+constexpr std::int32_t wireBool(bool value)
 {
     return value ? 1 : 0;
 }
@@ -74,7 +55,7 @@ void negate(nubOsalTime_struct& time)
     time.microseconds = static_cast<std::int32_t>(-static_cast<std::uint32_t>(time.microseconds));
 }
 
-/// What setting a source's UTC and its local time have in common. The sign has no field of its own.
+/// Fills the record that sets a source's UTC or local time. The sign has no field of its own.
 void fillRefTime(chronalMsgCmdRefTimeData_t& record, const nubOsalTime_struct& time1,
                  const nubOsalTime_struct& time2, const ReferenceTimeId& refTimeId, int value,
                  bool negated)
@@ -87,64 +68,90 @@ void fillRefTime(chronalMsgCmdRefTimeData_t& record, const nubOsalTime_struct& t
     record.time2 = time2;
 }
 
-} // namespace
+struct Command;
 
-// ------------------------------------------------------------------------------- the road out ---
+} // namespace
 
 namespace detail {
 
-/// What all commands have in common: the road of one message from its arguments to the middleware.
+/// The adapter's only friend.
 class CommandSender
 {
 public:
-    /// Sends a command whose record `fillRecord` fills. It is called once, with the zero-filled
-    /// record, or not at all.
-    template <typename Record, typename Fill>
-    static void send(UserAdapter& adapter, fabric::MsgIds& ids, const Command& command,
-                     const Fill& fillRecord)
-    {
-        send(
-            adapter, ids, command, endianTableOf<Record>(),
-            [](void* record, const void* arguments) {
-                (*static_cast<const Fill*>(arguments))(*static_cast<Record*>(record));
-            },
-            &fillRecord);
-    }
+    /// Fills a record from the arguments of a command; may throw.
+    using FillRecord = void (*)(void* record, const void* arguments);
 
-    /// Sends a command whose record stays all zero.
-    template <typename Record>
-    [[gnu::noinline]] static void sendEmpty(UserAdapter& adapter, fabric::MsgIds& ids,
-                                            const Command& command)
-    {
-        send<Record>(adapter, ids, command, [](Record&) {});
-    }
-
-    /// Sends a command that names a source and nothing else.
-    [[gnu::noinline]] static void sendSource(UserAdapter& adapter, fabric::MsgIds& ids,
-                                             const Command& command,
-                                             const ReferenceTimeId& refTimeId)
-    {
-        send<chronalMsgCmdRefTimeId_t>(
-            adapter, ids, command,
-            [&](chronalMsgCmdRefTimeId_t& record) { record.refTimeId = refTimeId.id; });
-    }
-
-private:
-    // One body for all commands: what differs between them comes in as arguments, so that it is in
-    // the binary once.
+    /// Sends one message. Not a template: compiled once for all commands, because code size is a
+    /// cost on a device.
     static void send(UserAdapter& adapter, fabric::MsgIds& ids, const Command& command,
                      const nubEndianTable_t& table, FillRecord fillRecord, const void* arguments);
 };
 
-void CommandSender::send(UserAdapter& adapter, fabric::MsgIds& ids, const Command& command,
-                         const nubEndianTable_t& table, FillRecord fillRecord,
-                         const void* arguments)
+} // namespace detail
+
+namespace {
+
+/// Everything about a command that is known at compile time. Each command has a constant of this
+/// type, so that a call passes only its address. The name is stored as characters, because a
+/// pointer to them would have to be relocated when the library is loaded.
+struct Command
+{
+    constexpr Command(ResourceId resource, OperationId operation,
+                      const char* caller = __builtin_FUNCTION())
+        : identity{0, resource, operation, kindCommand}, name{}
+    {
+        // A name that does not fit is written past the end. A constant expression may not do that,
+        // so such a command does not compile.
+        for (std::size_t i = 0; caller[i] != '\0'; ++i)
+            name[i] = caller[i];
+    }
+
+    /// Sends a `Record`. `fill` is called once with the zero-filled record, or not at all if the
+    /// adapter has no service interface.
+    template <typename Record, typename Fill>
+    void send(UserAdapter& adapter, fabric::MsgIds& ids, const Fill& fill) const
+    {
+        CommandSender::send(
+            adapter, ids, *this, endianTableOf<Record>(),
+            [](void* record, const void* arguments) {
+                (*static_cast<const Fill*>(arguments))(*static_cast<Record*>(record));
+            },
+            &fill);
+    }
+
+    fabric::MsgMeta identity; ///< without the service id, which is asked for at each send
+    char name[32];            ///< the function that sends it, for debug lines
+};
+
+// The two sends that several commands share are compiled once. They take their arguments in the
+// order in which the commands have them in registers.
+
+/// Sends a `Record` that is all zero.
+template <typename Record>
+[[gnu::noinline]] void sendEmpty(UserAdapter& adapter, fabric::MsgIds& ids, const Command& command)
+{
+    command.send<Record>(adapter, ids, [](Record&) {});
+}
+
+/// Sends a record that holds only a source.
+[[gnu::noinline]] void sendSource(UserAdapter& adapter, fabric::MsgIds& ids, const Command& command,
+                                  const ReferenceTimeId& refTimeId)
+{
+    command.send<chronalMsgCmdRefTimeId_t>(adapter, ids,
+                                           [&](auto& record) { record.refTimeId = refTimeId.id; });
+}
+
+} // namespace
+
+void detail::CommandSender::send(UserAdapter& adapter, fabric::MsgIds& ids, const Command& command,
+                                 const nubEndianTable_t& table, FillRecord fillRecord,
+                                 const void* arguments)
 {
     if (!adapter.serviceInterface) {
         if (DebugCheck debug{debugCommandTrouble})
-            nubDebugOutput0(debug.line(),
+            nubDebugOutput0(debug.chunk(),
                             "%s:%d:%s(): Unable to send command, not yet connected.\n", sourceName,
-                            __LINE__, command.function);
+                            __LINE__, command.name);
         return;
     }
 
@@ -155,30 +162,27 @@ void CommandSender::send(UserAdapter& adapter, fabric::MsgIds& ids, const Comman
     fabric::MsgMeta identity = command.identity;
     identity.serviceId = adapter.serviceInterface->getServiceId();
     const fabric::EndpointId sender = {-1, adapter.component.componentId};
-    // The event is the middleware's from the call on, whatever comes of it.
+    // The middleware owns the event from this call on, even if the call fails.
     const int result = adapter.application.sendEvent(
         ids, 0, new fabric::SerializableMessageEvent(identity, sender, data));
     if (result < 0) {
         if (DebugCheck debug{debugCommandTrouble})
-            nubDebugOutput0(debug.line(), "%s:%d:%s(): Error sending message event: %d.\n",
-                            sourceName, __LINE__, command.function, result);
+            nubDebugOutput0(debug.chunk(), "%s:%d:%s(): Error sending message event: %d.\n",
+                            sourceName, __LINE__, command.name, result);
     }
 }
-
-} // namespace detail
 
 void UserAdapter::cmdRefTimeSet(fabric::MsgIds& ids, const nubOsalTime_struct& time1,
                                 const nubOsalTime_struct& time2, const ReferenceTimeId& refTimeId,
                                 int value, bool negate)
 {
     static constexpr Command command(resourceRefTime, operationSet);
-    CommandSender::send<chronalMsgCmdRefTimeData_t>(
-        *this, ids, command, [&](chronalMsgCmdRefTimeData_t& record) {
-            fillRefTime(record, time1, time2, refTimeId, value, negate);
-            if (DebugCheck debug{debugCommand})
-                nubDebugOutput0(debug.line(), "%s:%d:%s(): Current UTC Time is %lld.\n", sourceName,
-                                __LINE__, "cmdRefTimeSet", static_cast<long long>(time1.seconds));
-        });
+    command.send<chronalMsgCmdRefTimeData_t>(*this, ids, [&](auto& record) {
+        fillRefTime(record, time1, time2, refTimeId, value, negate);
+        if (DebugCheck debug{debugCommand})
+            nubDebugOutput0(debug.chunk(), "%s:%d:%s(): Current UTC Time is %lld.\n", sourceName,
+                            __LINE__, "cmdRefTimeSet", static_cast<long long>(time1.seconds));
+    });
 }
 
 void UserAdapter::cmdRefLocalTimeSet(fabric::MsgIds& ids, const nubOsalTime_struct& time1,
@@ -186,20 +190,18 @@ void UserAdapter::cmdRefLocalTimeSet(fabric::MsgIds& ids, const nubOsalTime_stru
                                      const ReferenceTimeId& refTimeId, int value, bool negate)
 {
     static constexpr Command command(resourceRefLocalTime, operationSet);
-    CommandSender::send<chronalMsgCmdRefTimeData_t>(
-        *this, ids, command, [&](chronalMsgCmdRefTimeData_t& record) {
-            fillRefTime(record, time1, time2, refTimeId, value, negate);
-            if (DebugCheck debug{debugCommand})
-                nubDebugOutput0(debug.line(), "%s:%d:%s(): Current Local Time is %lld.\n",
-                                sourceName, __LINE__, "cmdRefLocalTimeSet",
-                                static_cast<long long>(time1.seconds));
-        });
+    command.send<chronalMsgCmdRefTimeData_t>(*this, ids, [&](auto& record) {
+        fillRefTime(record, time1, time2, refTimeId, value, negate);
+        if (DebugCheck debug{debugCommand})
+            nubDebugOutput0(debug.chunk(), "%s:%d:%s(): Current Local Time is %lld.\n", sourceName,
+                            __LINE__, "cmdRefLocalTimeSet", static_cast<long long>(time1.seconds));
+    });
 }
 
 void UserAdapter::cmdRefTimeFetch(fabric::MsgIds& ids, const ReferenceTimeId& refTimeId)
 {
     static constexpr Command command(resourceRefTime, operationFetch);
-    CommandSender::sendSource(*this, ids, command, refTimeId);
+    sendSource(*this, ids, command, refTimeId);
 }
 
 void UserAdapter::cmdNextTimeDeviationChangeSet(fabric::MsgIds& ids,
@@ -208,12 +210,11 @@ void UserAdapter::cmdNextTimeDeviationChangeSet(fabric::MsgIds& ids,
                                                 const ReferenceTimeId& refTimeId)
 {
     static constexpr Command command(resourceDeviation, operationSet);
-    CommandSender::send<chronalMsgCmdRefTimeData_t>(*this, ids, command,
-                                                    [&](chronalMsgCmdRefTimeData_t& record) {
-                                                        record.refTimeId = refTimeId.id;
-                                                        record.time1 = time1;
-                                                        record.time2 = time2;
-                                                    });
+    command.send<chronalMsgCmdRefTimeData_t>(*this, ids, [&](auto& record) {
+        record.refTimeId = refTimeId.id;
+        record.time1 = time1;
+        record.time2 = time2;
+    });
 }
 
 void UserAdapter::cmdSendDaylightsavingInfo(fabric::MsgIds& ids, const nubOsalTime_struct& time1,
@@ -223,76 +224,72 @@ void UserAdapter::cmdSendDaylightsavingInfo(fabric::MsgIds& ids, const nubOsalTi
                                             const ReferenceTimeId& refTimeId)
 {
     static constexpr Command command(resourceDaylightSavingInfo, operationSet);
-    CommandSender::send<chronalMsgCmdRefTimeData_t>(*this, ids, command,
-                                                    [&](chronalMsgCmdRefTimeData_t& record) {
-                                                        record.refTimeId = refTimeId.id;
-                                                        record.time1 = time1;
-                                                        record.time2 = time2;
-                                                        record.time3 = time3;
-                                                        record.time4 = time4;
-                                                    });
+    command.send<chronalMsgCmdRefTimeData_t>(*this, ids, [&](auto& record) {
+        record.refTimeId = refTimeId.id;
+        record.time1 = time1;
+        record.time2 = time2;
+        record.time3 = time3;
+        record.time4 = time4;
+    });
 }
 
 void UserAdapter::cmdNextTimeDeviationChangeFetch(fabric::MsgIds& ids,
                                                   const ReferenceTimeId& refTimeId)
 {
     static constexpr Command command(resourceDeviation, operationFetch);
-    CommandSender::sendSource(*this, ids, command, refTimeId);
+    sendSource(*this, ids, command, refTimeId);
 }
 
 void UserAdapter::cmdRefTimeSubscribe(fabric::MsgIds& ids, const ReferenceTimeId& refTimeId)
 {
     static constexpr Command command(resourceRefTime, operationSubscribe);
-    CommandSender::sendSource(*this, ids, command, refTimeId);
+    sendSource(*this, ids, command, refTimeId);
 }
 
 void UserAdapter::cmdRefTimeUnsubscribe(fabric::MsgIds& ids, const ReferenceTimeId& refTimeId)
 {
     static constexpr Command command(resourceRefTime, operationUnsubscribe);
-    CommandSender::sendSource(*this, ids, command, refTimeId);
+    sendSource(*this, ids, command, refTimeId);
 }
 
 void UserAdapter::cmdRefTimeLock(fabric::MsgIds& ids, const ReferenceTimeId& refTimeId)
 {
     static constexpr Command command(resourceRefTime, operationLock);
-    CommandSender::sendSource(*this, ids, command, refTimeId);
+    sendSource(*this, ids, command, refTimeId);
 }
 
 void UserAdapter::cmdRefTimeUnlock(fabric::MsgIds& ids, const ReferenceTimeId& refTimeId)
 {
     static constexpr Command command(resourceRefTime, operationUnlock);
-    CommandSender::sendSource(*this, ids, command, refTimeId);
+    sendSource(*this, ids, command, refTimeId);
 }
 
 void UserAdapter::cmdRefTimeAt(fabric::MsgIds& ids, const nubOsalTime_struct& time1,
                                const ReferenceTimeId& refTimeId)
 {
     static constexpr Command command(resourceRefTime, operationAt);
-    CommandSender::send<chronalMsgCmdRefTimeData_t>(*this, ids, command,
-                                                    [&](chronalMsgCmdRefTimeData_t& record) {
-                                                        record.refTimeId = refTimeId.id;
-                                                        record.time1 = time1;
-                                                    });
+    command.send<chronalMsgCmdRefTimeData_t>(*this, ids, [&](auto& record) {
+        record.refTimeId = refTimeId.id;
+        record.time1 = time1;
+    });
 }
 
 void UserAdapter::cmdLocaltimeAt(fabric::MsgIds& ids, const nubOsalTime_struct& time)
 {
     static constexpr Command command(resourceDeviation, operationAt);
-    CommandSender::send<chronalMsgCmdTimeAtData_t>(*this, ids, command,
-                                                   [&](chronalMsgCmdTimeAtData_t& record) {
-                                                       record.time = time;
-                                                       record.isUtc = truth(false);
-                                                   });
+    command.send<chronalMsgCmdTimeAtData_t>(*this, ids, [&](auto& record) {
+        record.time = time;
+        record.isUtc = wireBool(false);
+    });
 }
 
 void UserAdapter::cmdUTCTimeAt(fabric::MsgIds& ids, const nubOsalTime_struct& time)
 {
     static constexpr Command command(resourceDeviation, operationAt);
-    CommandSender::send<chronalMsgCmdTimeAtData_t>(*this, ids, command,
-                                                   [&](chronalMsgCmdTimeAtData_t& record) {
-                                                       record.time = time;
-                                                       record.isUtc = truth(true);
-                                                   });
+    command.send<chronalMsgCmdTimeAtData_t>(*this, ids, [&](auto& record) {
+        record.time = time;
+        record.isUtc = wireBool(true);
+    });
 }
 
 void UserAdapter::cmdDateTimeSettingsSet(fabric::MsgIds& ids, const nubOsalTime_struct& time1,
@@ -302,79 +299,74 @@ void UserAdapter::cmdDateTimeSettingsSet(fabric::MsgIds& ids, const nubOsalTime_
                                          const std::string& text)
 {
     static constexpr Command command(resourceDateTimeSettings, operationSet);
-    CommandSender::send<chronalMsgDateTime_t>(*this, ids, command,
-                                              [&](chronalMsgDateTime_t& record) {
-                                                  record.time1 = time1;
-                                                  record.time2 = time2;
-                                                  record.time3 = time3;
-                                                  record.time4 = time4;
-                                                  record.value = value;
-                                                  copyText(record.text, text);
-                                                  record.flag1 = -1;
-                                                  record.flag2 = -1;
-                                              });
+    command.send<chronalMsgDateTime_t>(*this, ids, [&](auto& record) {
+        record.time1 = time1;
+        record.time2 = time2;
+        record.time3 = time3;
+        record.time4 = time4;
+        record.value = value;
+        copyText(record.text, text);
+        record.flag1 = -1;
+        record.flag2 = -1;
+    });
 }
 
 void UserAdapter::cmdTimezoneSyncEnableSet(fabric::MsgIds& ids, const int& timezoneSyncEnable)
 {
     static constexpr Command command(resourceTimezoneSync, operationSet);
-    CommandSender::send<chronalMsgDateTime_t>(
-        *this, ids, command, [&](chronalMsgDateTime_t& record) {
-            record.timezoneSyncEnable = timezoneSyncEnable;
-            if (DebugCheck debug{debugCommand})
-                nubDebugOutput0(debug.line(), "%s:%d:%s(): User set timezone sync enable = %d.\n",
-                                sourceName, __LINE__, "cmdTimezoneSyncEnableSet",
-                                timezoneSyncEnable);
-        });
+    command.send<chronalMsgDateTime_t>(*this, ids, [&](auto& record) {
+        record.timezoneSyncEnable = timezoneSyncEnable;
+        if (DebugCheck debug{debugCommand})
+            nubDebugOutput0(debug.chunk(), "%s:%d:%s(): User set timezone sync enable = %d.\n",
+                            sourceName, __LINE__, "cmdTimezoneSyncEnableSet", timezoneSyncEnable);
+    });
 }
 
 void UserAdapter::cmdDateTimeNtpSet(fabric::MsgIds& ids, const std::string& text, const bool& flag)
 {
     static constexpr Command command(resourceNtp, operationSet);
-    CommandSender::send<chronalMsgNtpData_t>(*this, ids, command, [&](chronalMsgNtpData_t& record) {
+    command.send<chronalMsgNtpData_t>(*this, ids, [&](auto& record) {
         copyText(record.text, text);
-        record.flag = truth(flag);
+        record.flag = wireBool(flag);
     });
 }
 
 void UserAdapter::cmdDateTimeNtpStart(fabric::MsgIds& ids)
 {
     static constexpr Command command(resourceNtp, operationStart);
-    CommandSender::sendEmpty<chronalCmdDummy_t>(*this, ids, command);
+    sendEmpty<chronalCmdDummy_t>(*this, ids, command);
 }
 
 void UserAdapter::cmdDateTimeAutoTimeSet(fabric::MsgIds& ids, const bool& autoTime)
 {
     static constexpr Command command(resourceAutoTime, operationSet);
-    CommandSender::send<chronalMsgAutoTime_t>(
-        *this, ids, command,
-        [&](chronalMsgAutoTime_t& record) { record.autoTime = truth(autoTime); });
+    command.send<chronalMsgAutoTime_t>(*this, ids,
+                                       [&](auto& record) { record.autoTime = wireBool(autoTime); });
 }
 
 void UserAdapter::cmdDateTimeSettingsFetch(fabric::MsgIds& ids)
 {
     static constexpr Command command(resourceDateTimeSettings, operationFetch);
-    CommandSender::sendEmpty<chronalMsgReplyResult_t>(*this, ids, command);
+    sendEmpty<chronalMsgReplyResult_t>(*this, ids, command);
 }
 
 void UserAdapter::cmdTimezoneSet(fabric::MsgIds& ids, const std::string& timezone)
 {
     static constexpr Command command(resourceTimezone, operationSet);
-    CommandSender::send<chronalMsgTimezone_t>(
-        *this, ids, command,
-        [&](chronalMsgTimezone_t& record) { copyText(record.timezone, timezone); });
+    command.send<chronalMsgTimezone_t>(*this, ids,
+                                       [&](auto& record) { copyText(record.timezone, timezone); });
 }
 
 void UserAdapter::cmdTimezoneFetch(fabric::MsgIds& ids)
 {
     static constexpr Command command(resourceTimezone, operationFetch);
-    CommandSender::sendEmpty<chronalMsgReplyResult_t>(*this, ids, command);
+    sendEmpty<chronalMsgReplyResult_t>(*this, ids, command);
 }
 
 void UserAdapter::cmdTimeInit(fabric::MsgIds& ids)
 {
     static constexpr Command command(resourceTimeInit, operationInit);
-    CommandSender::sendEmpty<chronalMsgAutoTime_t>(*this, ids, command);
+    sendEmpty<chronalMsgAutoTime_t>(*this, ids, command);
 }
 
 // -------------------------------------------------------------------------------- the road in ---
@@ -587,7 +579,7 @@ void UserAdapter::setServiceInterface(fabric::ServiceInterface* service)
     const ltGuard guard(stateMutex());
     if (serviceInterface) {
         if (DebugCheck debug{debugConnectionTrouble})
-            nubDebugOutput0(debug.line(), "%s:%d:%s(): Interface pointer already setup.\n",
+            nubDebugOutput0(debug.chunk(), "%s:%d:%s(): Interface pointer already setup.\n",
                             sourceName, __LINE__, __func__);
         return;
     }
@@ -597,14 +589,14 @@ void UserAdapter::setServiceInterface(fabric::ServiceInterface* service)
 void UserAdapter::onServiceConnectionFailed(int reason)
 {
     if (DebugCheck debug{debugConnectionTrouble})
-        nubDebugOutput0(debug.line(), "%s:%d:%s(): Called: Reason is %d.\n", sourceName, __LINE__,
+        nubDebugOutput0(debug.chunk(), "%s:%d:%s(): Called: Reason is %d.\n", sourceName, __LINE__,
                         __func__, reason);
 }
 
 void UserAdapter::onServiceDisconnected(int reason)
 {
     if (DebugCheck debug{debugConnectionTrouble})
-        nubDebugOutput0(debug.line(), "%s:%d:%s(): Called: Reason is %d.\n", sourceName, __LINE__,
+        nubDebugOutput0(debug.chunk(), "%s:%d:%s(): Called: Reason is %d.\n", sourceName, __LINE__,
                         __func__, reason);
     handlerIds.reset();
 }
@@ -612,7 +604,7 @@ void UserAdapter::onServiceDisconnected(int reason)
 void UserAdapter::onServiceConnected()
 {
     if (DebugCheck debug{debugConnection})
-        nubDebugOutput0(debug.line(), "%s:%d:%s(): Called.\n", sourceName, __LINE__, __func__);
+        nubDebugOutput0(debug.chunk(), "%s:%d:%s(): Called.\n", sourceName, __LINE__, __func__);
     // Without the interface there is no service id to register under.
     if (!serviceInterface)
         return;
