@@ -162,6 +162,21 @@ TEST_F(Allocation, ThatFailsLosesNothingInAnyCommand)
     }
 }
 
+TEST_F(Allocation, ThatFailsInAReceiverThrowsWithoutAnOverrideToo)
+{
+    const auto data = fabric::SerializableMessageData::create(
+        sizeof(chronalMsgTimezone_t), __nub_EndianTable_chronalMsgTimezone_t);
+    nubDeserString_t& zone = static_cast<chronalMsgTimezone_t*>(data->payload)->timezone;
+    zone.length = 64; // more than std::string holds in itself
+    zone.chars = static_cast<char*>(std::calloc(1, zone.length + 1));
+    const fabric::SerializableMessageEvent event({}, {}, data);
+    {
+        const Watch watch(0);
+        EXPECT_THROW(adapter.callReplyTimezoneInfo(event), std::bad_alloc);
+    }
+    EXPECT_EQ(data.use_count(), 2);
+}
+
 TEST_F(Allocation, IsNoneWithoutAServiceInterface)
 {
     for (const CommandRow& row : commandRows) {

@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <cstring>
 #include <ctime>
+#include <string>
+#include <type_traits>
 
 #include <boost/shared_ptr.hpp>
 
@@ -369,73 +371,66 @@ void UserAdapter::cmdTimeInit(fabric::MsgIds& ids)
     sendEmpty<chronalMsgAutoTime_t>(*this, ids, command);
 }
 
-// -------------------------------------------------------------------------------- the road in ---
-
 namespace {
 
-/// A field of a received record as the callback gets it: a copy of its own.
-template <typename Value>
-Value decode(const Value& field)
+/// Copies a field of a received record, a string as std::string.
+template <typename Record, typename Field>
+auto decode(const void* payload, Field Record::*field)
 {
-    return field;
+    const Field& value = static_cast<const Record*>(payload)->*field;
+    if constexpr (std::is_same_v<Field, nubDeserString_t>)
+        return readText(value);
+    else
+        return value;
 }
 
-std::string decode(const nubDeserString_t& field)
-{
-    return readText(field);
-}
-
-/// The adapter's own virtual table, under the name that the C++ ABI gives it.
+/// The adapter's own virtual table. C++ has no name for it, so this is its mangled one.
 extern "C" CHRONAL_API const void* const adapterTable[] __asm__("_ZTVN7chronal11UserAdapterE");
 
-/// Whether the application has a body of its own for `callback`: whether the object's virtual table
-/// differs from the adapter's in that entry. An application that has copies of the defaults of its
-/// own, built with link-time optimisation or loaded as a second binary with RTLD_LOCAL, cannot be
-/// told from one that overrides them; its empty default is then called, in vain.
-template <auto callback>
-bool isOverridden(const UserAdapter& adapter)
+/// The words of a virtual table before its first entry: offset to top and type information.
+constexpr std::size_t tableHeader = 2;
+
+/// Some targets set this bit in a pointer to a virtual member function, which is otherwise the
+/// offset of the function's entry.
+constexpr std::uintptr_t virtualBit = 1;
+
+/// Tells whether the application overrides `callback`: then the object's virtual table has another
+/// entry for it than the adapter's. An application can have copies of the adapter's defaults, if it
+/// is built with link-time optimisation or loaded with RTLD_LOCAL as a second binary. They count as
+/// overrides, and calling them does nothing.
+template <typename Callback>
+bool isOverridden(const UserAdapter& adapter, Callback callback)
 {
-    // A pointer to a virtual member function starts with the offset of its entry, which the ABI of
-    // some targets marks in the lowest bit. A table starts two words before its first entry.
-    const auto method = callback;
     std::uintptr_t offset;
-    std::memcpy(&offset, &method, sizeof(offset));
-    const std::size_t entry = (offset & ~std::uintptr_t(1)) / sizeof(void*);
+    std::memcpy(&offset, &callback, sizeof(offset));
+    const std::size_t entry = (offset & ~virtualBit) / sizeof(void*);
 
     const void* const* table;
     std::memcpy(&table, static_cast<const void*>(&adapter), sizeof(table));
-    return table[entry] != adapterTable[2 + entry];
+    return table[entry] != adapterTable[tableHeader + entry];
 }
 
-template <auto callback, typename... Arguments>
-void callIfOverridden(UserAdapter& adapter, const fabric::MsgIds& ids,
-                      const Arguments&... arguments)
-{
-    if (isOverridden<callback>(adapter))
-        (adapter.*callback)(ids, arguments...);
-}
-
-template <typename Record, typename Field>
-const Field& fieldOf(const void* payload, Field Record::*field)
-{
-    return static_cast<const Record*>(payload)->*field;
-}
-
-/// Decodes the fields of a record, in the order of the callback's parameters, and calls it.
+/// Calls `callback` with copies of the fields, in the order of its parameters.
 template <auto callback, auto... fields>
 void deliver(UserAdapter& adapter, const fabric::MsgIds& ids, const void* payload)
 {
-    callIfOverridden<callback>(adapter, ids, decode(fieldOf(payload, fields))...);
+    // The fields are decoded first and the override is checked last, so that a record that cannot
+    // be decoded throws the same exception in every application.
+    const auto callIfOverridden = [&](const auto&... arguments) {
+        if (isOverridden(adapter, callback))
+            (adapter.*callback)(ids, arguments...);
+    };
+    callIfOverridden(decode(payload, fields)...);
 }
 
-/// What all receivers have in common: holds the payload while `deliverRecord` works on it. One body
-/// for all of them, so that it is in the binary once.
+/// Holds the payload while `deliverRecord` reads it. Not a template: compiled once for all
+/// receivers.
 int receive(UserAdapter& adapter, const fabric::SerializableMessageEvent& event,
             void (*deliverRecord)(UserAdapter&, const fabric::MsgIds&, const void*))
 {
-    const boost::shared_ptr<fabric::SerializableMessageData> hold = event.data;
-    if (hold && hold->payload)
-        deliverRecord(adapter, event.ids, hold->payload);
+    const boost::shared_ptr<fabric::SerializableMessageData> data = event.data;
+    if (data && data->payload)
+        deliverRecord(adapter, event.ids, data->payload);
     return 0;
 }
 
@@ -506,7 +501,7 @@ int UserAdapter::callNotifyCurrentTime(const fabric::SerializableMessageEvent& e
 
 int UserAdapter::callNotifyDeviationChange(const fabric::SerializableMessageEvent& event)
 {
-    tzset(); // whether or not anybody listens: the process's own idea of local time has to follow
+    tzset(); // also without an override: the process's local time has to follow
     return receive(
         *this, event,
         deliver<&UserAdapter::onNotifyDeviationChange, &chronalMsgReplyTime_t::utcDeviation,
@@ -515,7 +510,7 @@ int UserAdapter::callNotifyDeviationChange(const fabric::SerializableMessageEven
 
 int UserAdapter::callNotifyTimezoneChange(const fabric::SerializableMessageEvent& event)
 {
-    tzset(); // as above
+    tzset(); // also without an override: the process's local time has to follow
     return receive(*this, event,
                    deliver<&UserAdapter::onNotifyTimezoneChange, &chronalMsgTimezone_t::timezone,
                            &chronalMsgTimezone_t::time>);
@@ -531,8 +526,6 @@ int UserAdapter::callNotifyDSTChange(const fabric::SerializableMessageEvent& eve
 {
     return receive(*this, event, deliver<&UserAdapter::onNotifyDSTChange, &chronalMsgDST_t::dst>);
 }
-
-// ----------------------------------------------------------------- the adapter and connection ---
 
 namespace {
 
