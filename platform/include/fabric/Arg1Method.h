@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <initializer_list>
 #include <memory>
 #include <new>
 #include <string>
@@ -13,13 +14,13 @@
 
 namespace fabric {
 
-/// The part of a handler object that does not depend on what it is bound to.
+/// The part of a handler object that does not depend on the function it is bound to.
 template <class Result, class Argument>
 class BaseArg1Method
 {
 public:
-    /// Calls one member function of one object. The middleware calls through this table, so its
-    /// order is fixed.
+    /// Calls one member function of one object. The middleware calls through the virtual table of
+    /// this class, so the order of its functions is fixed.
     class Caller
     {
     public:
@@ -32,7 +33,7 @@ public:
 
     virtual ~BaseArg1Method() {}
 
-    /// What the handler is bound to; lives inside the handler object itself.
+    /// Returns the caller, which is a part of the handler object and lives as long as it does.
     const Caller& boundCaller() const { return *caller; }
 
 protected:
@@ -41,12 +42,12 @@ protected:
     Caller* caller;
 };
 
-/// A handler object: a member function of an object, to be called with an argument. A plain value:
-/// a copy is independent of its original, nothing is allocated.
+/// A handler object: calls a member function of an object with one argument. It does not own the
+/// object. It is a value that allocates nothing, and a copy is independent of its original.
 template <class Result, class Argument>
 class Arg1Method : public BaseArg1Method<Result, Argument>
 {
-    typedef BaseArg1Method<Result, Argument> Base;
+    using Base = BaseArg1Method<Result, Argument>;
 
 public:
     template <class Class, class Parameter>
@@ -55,34 +56,33 @@ public:
     template <class Class, class Parameter>
     Arg1Method(Class* object, Result (Class::*method)(Parameter))
     {
-        typedef ClassSpecCaller<Class, Parameter> Bound;
-        static_assert(sizeof(Bound) == sizeof(storage), "the caller exactly fills its storage");
+        using Bound = ClassSpecCaller<Class, Parameter>;
+        static_assert(sizeof(Bound) == sizeof(storage_), "the caller exactly fills its storage");
         static_assert(alignof(Bound) <= alignof(std::uintptr_t), "the storage is aligned for it");
-        this->caller = new (storage) Bound(object, method);
+        this->caller = new (storage_) Bound(object, method);
     }
 
-    // The stored caller holds words only, so its bytes are all there is to copy; the pointer to it
-    // has to point into this object's storage and not into the other's.
-    Arg1Method(const Arg1Method& other) : Base() { adopt(other); }
+    // The stored caller consists of words without owners, so a copy of its bytes is a copy of it.
+    // The pointer is not copied: it has to point into this object's storage.
+    Arg1Method(const Arg1Method& other) : Base() { copyCaller(other); }
 
     Arg1Method& operator=(const Arg1Method& other)
     {
         if (this != &other)
-            adopt(other);
+            copyCaller(other);
         return *this;
     }
 
-    // Nothing to do: the stored caller needs no destruction.
-    ~Arg1Method() override {}
+    ~Arg1Method() override {} // the stored caller needs no destruction
 
 private:
-    void adopt(const Arg1Method& other)
+    void copyCaller(const Arg1Method& other)
     {
-        std::memcpy(storage, other.storage, sizeof(storage));
-        this->caller = reinterpret_cast<typename Base::Caller*>(storage);
+        std::memcpy(storage_, other.storage_, sizeof(storage_));
+        this->caller = reinterpret_cast<typename Base::Caller*>(storage_);
     }
 
-    std::uintptr_t storage[4];
+    std::uintptr_t storage_[4];
 };
 
 template <class Result, class Argument>
@@ -91,32 +91,29 @@ class Arg1Method<Result, Argument>::ClassSpecCaller
     : public BaseArg1Method<Result, Argument>::Caller
 {
 public:
-    typedef Result (Class::*Method)(Parameter);
+    using Method = Result (Class::*)(Parameter);
 
     ClassSpecCaller(Class* target, Method function) : object(target), method(function) {}
     ~ClassSpecCaller() override {}
 
-    /// Takes the argument for a `Parameter` without a check: handlers are registered only for
-    /// messages that arrive as such.
+    /// Casts the argument to `Parameter` without a check: a handler is registered only for messages
+    /// that arrive as that type.
     Result invoke(Argument argument) const override
     {
         return (object->*method)(static_cast<Parameter>(argument));
     }
 
-    /// The run-time type of the bound object, as the compiler names it. Never throws; empty when
-    /// not even the fall-back can be allocated.
+    /// Returns the name that the compiler gives to the run-time type of the object, or
+    /// "fabric::Arg1Method" if there is no object.
     std::string getClassName() const noexcept override
     {
-        static const char* const fallBack = "fabric::Arg1Method";
-        if (!object)
-            return text(fallBack, fallBack);
-        return text(typeid(*object).name(), fallBack);
+        return nameOr("fabric::Arg1Method", object ? typeid(*object).name() : nullptr);
     }
 
-    /// What the symbol lookup knows of the bound function's address. Never throws.
+    /// Returns what backtrace_symbols() knows about the address of the member function, or
+    /// "fabric::No name" if it knows nothing.
     std::string getMethodName() const noexcept override
     {
-        static const char* const fallBack = "fabric::No name";
         // The first word of a pointer to a non-virtual member function is its address.
         void* address;
         static_assert(sizeof(method) >= sizeof(address), "layout of a member function pointer");
@@ -127,23 +124,24 @@ public:
             void operator()(char** symbols) const { std::free(symbols); }
         };
         const std::unique_ptr<char*, Free> symbols(backtrace_symbols(&address, 1));
-        return text(symbols ? symbols.get()[0] : nullptr, fallBack);
+        return nameOr("fabric::No name", symbols ? symbols.get()[0] : nullptr);
     }
 
     void* getObject() const override { return object; }
 
 private:
-    static std::string text(const char* preferred, const char* fallBack) noexcept
+    /// Copies `name`, or `fallback` if there is no name or no memory for it. Returns an empty
+    /// string if there is no memory for `fallback` either.
+    static std::string nameOr(const char* fallback, const char* name) noexcept
     {
-        try {
-            return preferred ? preferred : fallBack;
-        } catch (...) {
+        for (const char* const text : {name, fallback}) {
+            try {
+                if (text)
+                    return text;
+            } catch (...) {
+            }
         }
-        try {
-            return fallBack;
-        } catch (...) {
-            return std::string();
-        }
+        return std::string();
     }
 
     Class* object;
