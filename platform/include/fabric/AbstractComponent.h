@@ -11,7 +11,7 @@
 namespace fabric {
 
 /// Called with each received message of the identity that it is registered for.
-typedef Arg1Method<int, const Event&> EventHandler;
+using EventHandler = Arg1Method<int, const Event&>;
 
 /// A component of an application: sender of its commands, receiver of their replies.
 class FABRIC_API AbstractComponent

@@ -11,7 +11,10 @@ class FABRIC_API Event
 {
 public:
     /// Copies identity and sender; the ids are zero until the middleware sets them.
-    Event(const MsgMeta& identity, const EndpointId& from) : meta(identity), sender(from), ids() {}
+    Event(const MsgMeta& identity, const EndpointId& endpoint)
+        : meta(identity), sender(endpoint), ids()
+    {
+    }
     virtual ~Event() = default;
 
     Event(const Event&) = delete;

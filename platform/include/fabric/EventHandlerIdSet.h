@@ -13,8 +13,8 @@ namespace fabric {
 class FABRIC_API EventHandlerIdSet
 {
 public:
-    /// `owner` outlives the set.
-    explicit EventHandlerIdSet(AbstractComponent& owner);
+    /// `component` outlives the set.
+    explicit EventHandlerIdSet(AbstractComponent& component);
     /// Leaves no registration behind.
     ~EventHandlerIdSet();
 
@@ -30,8 +30,8 @@ public:
     void reset();
 
 private:
-    AbstractComponent& component;
-    std::vector<int> handlerIds;
+    AbstractComponent& component_;
+    std::vector<int> handlerIds_;
 };
 
 } // namespace fabric

@@ -53,9 +53,9 @@ public:
 class SerializableMessageEvent : public Event
 {
 public:
-    SerializableMessageEvent(const MsgMeta& identity, const EndpointId& from,
-                             const boost::shared_ptr<SerializableMessageData>& payload)
-        : Event(identity, from), data(payload)
+    SerializableMessageEvent(const MsgMeta& identity, const EndpointId& endpoint,
+                             const boost::shared_ptr<SerializableMessageData>& messageData)
+        : Event(identity, endpoint), data(messageData)
     {
     }
 

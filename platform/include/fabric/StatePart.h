@@ -32,10 +32,10 @@ public:
 
 protected:
     /// The holder's mutex, shared by all parts; not recursive.
-    pthread_mutex_t* stateMutex() const { return &stateHolder.mutex; }
+    pthread_mutex_t* stateMutex() const { return &stateHolder_.mutex; }
 
 private:
-    StateHolder& stateHolder;
+    StateHolder& stateHolder_;
 };
 
 } // namespace fabric

@@ -2,7 +2,7 @@
 
 namespace fabric {
 
-EventHandlerIdSet::EventHandlerIdSet(AbstractComponent& owner) : component(owner) {}
+EventHandlerIdSet::EventHandlerIdSet(AbstractComponent& component) : component_(component) {}
 
 EventHandlerIdSet::~EventHandlerIdSet()
 {
@@ -12,19 +12,19 @@ EventHandlerIdSet::~EventHandlerIdSet()
 void EventHandlerIdSet::addHandler(int handlerId)
 {
     try {
-        handlerIds.push_back(handlerId);
+        handlerIds_.push_back(handlerId);
     } catch (...) {
         // A handler that the set does not know would outlive it.
-        component.removeEventHandler(handlerId);
+        component_.removeEventHandler(handlerId);
         throw;
     }
 }
 
 void EventHandlerIdSet::reset()
 {
-    for (const int handlerId : handlerIds)
-        component.removeEventHandler(handlerId);
-    handlerIds.clear();
+    for (const int handlerId : handlerIds_)
+        component_.removeEventHandler(handlerId);
+    handlerIds_.clear();
 }
 
 } // namespace fabric

@@ -15,7 +15,7 @@ StateHolder::~StateHolder()
     pthread_mutex_destroy(&mutex);
 }
 
-StatePart::StatePart(StateHolder& holder) : stateHolder(holder) {}
+StatePart::StatePart(StateHolder& holder) : stateHolder_(holder) {}
 
 StatePart::~StatePart() = default;
 

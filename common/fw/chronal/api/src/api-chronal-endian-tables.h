@@ -3,8 +3,7 @@
 
 #include <chronal/MessageRecords.h>
 
-namespace chronal {
-namespace detail {
+namespace chronal::detail {
 
 /// The table of a record that commands send, by the record's type.
 template <typename Record>
@@ -22,7 +21,6 @@ template <> inline const nubEndianTable_t& endianTableOf<chronalMsgCmdRefTimeDat
 template <> inline const nubEndianTable_t& endianTableOf<chronalMsgCmdRefTimeId_t>() { return __nub_EndianTable_chronalMsgCmdRefTimeId_t; }
 // clang-format on
 
-} // namespace detail
-} // namespace chronal
+} // namespace chronal::detail
 
 #endif

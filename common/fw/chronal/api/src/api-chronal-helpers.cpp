@@ -8,8 +8,7 @@
 #include <iterator>
 #include <limits>
 
-namespace chronal {
-namespace Helpers {
+namespace chronal::Helpers {
 
 // Constants, so that they hold their values already when other libraries are being initialised.
 constexpr nubOsalTime_struct deviationInvalid = {-360000, 0};
@@ -23,22 +22,22 @@ constexpr std::int32_t microsecondsPerSecond = 1000000;
 class SpanText
 {
 public:
-    explicit SpanText(char sign) : length(1) { characters[0] = sign; }
+    explicit SpanText(char sign) : length_(1) { characters_[0] = sign; }
 
     /// Appends one number, printed as `format` says.
     void append(const char* format, std::uint64_t number)
     {
         // Days beyond 32 bits are cut, all other numbers are small.
-        length +=
-            static_cast<std::size_t>(std::snprintf(characters + length, sizeof(characters) - length,
-                                                   format, static_cast<std::int32_t>(number)));
+        length_ += static_cast<std::size_t>(std::snprintf(characters_ + length_,
+                                                          sizeof(characters_) - length_, format,
+                                                          static_cast<std::int32_t>(number)));
     }
 
-    std::string text() const { return std::string(characters, length); }
+    std::string text() const { return std::string(characters_, length_); }
 
 private:
-    char characters[127];
-    std::size_t length;
+    char characters_[127];
+    std::size_t length_;
 };
 
 /// Appends the milliseconds, and the microseconds if there are any.
@@ -53,8 +52,8 @@ void appendFraction(SpanText& text, const char* millisecondFormat, std::uint64_t
 struct Unit
 {
     std::uint64_t seconds;
-    const char* first;
-    const char* later;
+    const char* leadingFormat;
+    const char* followingFormat;
 };
 
 constexpr Unit units[] = {
@@ -78,10 +77,10 @@ std::string spanText(char sign, std::uint64_t seconds, std::uint64_t microsecond
         return text.text();
     }
 
-    text.append(unit->first, seconds / unit->seconds);
+    text.append(unit->leadingFormat, seconds / unit->seconds);
     seconds %= unit->seconds;
     for (++unit; unit != std::end(units) && (seconds != 0 || microseconds != 0); ++unit) {
-        text.append(unit->later, seconds / unit->seconds);
+        text.append(unit->followingFormat, seconds / unit->seconds);
         seconds %= unit->seconds;
     }
     if (microseconds != 0)
@@ -171,5 +170,4 @@ std::string getTimeStr(const nubOsalTime_struct& time)
     return std::string(text, static_cast<std::size_t>(length));
 }
 
-} // namespace Helpers
-} // namespace chronal
+} // namespace chronal::Helpers

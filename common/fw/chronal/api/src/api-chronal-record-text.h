@@ -10,8 +10,7 @@
 
 #include <nub/Endian.h>
 
-namespace chronal {
-namespace detail {
+namespace chronal::detail {
 
 /// Gives a record a copy of the text. The field is unchanged if that throws std::bad_alloc.
 inline void copyText(nubDeserString_t& field, const std::string& text)
@@ -32,7 +31,6 @@ inline std::string readText(const nubDeserString_t& field)
     return field.chars ? std::string(field.chars, field.length) : std::string();
 }
 
-} // namespace detail
-} // namespace chronal
+} // namespace chronal::detail
 
 #endif

@@ -150,7 +150,7 @@ void detail::CommandSender::send(UserAdapter& adapter, fabric::MsgIds& ids, cons
                                  const void* arguments)
 {
     if (!adapter.serviceInterface) {
-        if (DebugCheck debug{debugCommandTrouble})
+        if (DebugCheck debug{debugCommandError})
             nubDebugOutput0(debug.chunk(),
                             "%s:%d:%s(): Unable to send command, not yet connected.\n", sourceName,
                             __LINE__, command.name);
@@ -168,7 +168,7 @@ void detail::CommandSender::send(UserAdapter& adapter, fabric::MsgIds& ids, cons
     const int result = adapter.application.sendEvent(
         ids, 0, new fabric::SerializableMessageEvent(identity, sender, data));
     if (result < 0) {
-        if (DebugCheck debug{debugCommandTrouble})
+        if (DebugCheck debug{debugCommandError})
             nubDebugOutput0(debug.chunk(), "%s:%d:%s(): Error sending message event: %d.\n",
                             sourceName, __LINE__, command.name, result);
     }
@@ -571,7 +571,7 @@ void UserAdapter::setServiceInterface(fabric::ServiceInterface* service)
 {
     const ltGuard guard(stateMutex());
     if (serviceInterface) {
-        if (DebugCheck debug{debugConnectionTrouble})
+        if (DebugCheck debug{debugConnectionError})
             nubDebugOutput0(debug.chunk(), "%s:%d:%s(): Interface pointer already setup.\n",
                             sourceName, __LINE__, __func__);
         return;
@@ -581,14 +581,14 @@ void UserAdapter::setServiceInterface(fabric::ServiceInterface* service)
 
 void UserAdapter::onServiceConnectionFailed(int reason)
 {
-    if (DebugCheck debug{debugConnectionTrouble})
+    if (DebugCheck debug{debugConnectionError})
         nubDebugOutput0(debug.chunk(), "%s:%d:%s(): Called: Reason is %d.\n", sourceName, __LINE__,
                         __func__, reason);
 }
 
 void UserAdapter::onServiceDisconnected(int reason)
 {
-    if (DebugCheck debug{debugConnectionTrouble})
+    if (DebugCheck debug{debugConnectionError})
         nubDebugOutput0(debug.chunk(), "%s:%d:%s(): Called: Reason is %d.\n", sourceName, __LINE__,
                         __func__, reason);
     handlerIds.reset();

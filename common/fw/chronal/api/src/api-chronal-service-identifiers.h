@@ -5,8 +5,7 @@
 
 /// The numbers by which the time service's messages and the library's debug lines are known. Each
 /// stands here and nowhere else.
-namespace chronal {
-namespace detail {
+namespace chronal::detail {
 
 /// What a message is about.
 enum ResourceId : std::uint32_t
@@ -52,13 +51,12 @@ enum MessageKind : std::uint8_t
 /// Category in the upper, level in the lower 16 bits.
 enum DebugCode : std::uint32_t
 {
-    debugConnectionTrouble = 0x050BB8,
+    debugConnectionError = 0x050BB8,
     debugConnection = 0x051388,
-    debugCommandTrouble = 0xCB0BB8,
+    debugCommandError = 0xCB0BB8,
     debugCommand = 0xCB0FA0
 };
 
-} // namespace detail
-} // namespace chronal
+} // namespace chronal::detail
 
 #endif
