@@ -9,7 +9,7 @@
 
 namespace fabric {
 
-/// An application on the middleware: sends commands, receives notifications.
+/// An application of the middleware: sends commands and receives notifications.
 class FABRIC_API AbstractApplication
 {
 public:
@@ -19,16 +19,20 @@ public:
     AbstractApplication(const AbstractApplication&) = delete;
     AbstractApplication& operator=(const AbstractApplication&) = delete;
 
-    /// As AbstractComponent::addEventHandler(), for notifications. Ids of both kinds come from one
-    /// sequence, so one EventHandlerIdSet can hold them.
+    /// Like AbstractComponent::addEventHandler(), but for notifications. Both number their handlers
+    /// from one sequence, so one EventHandlerIdSet can hold all ids.
     virtual int addEventHandler(const MsgMeta& key, int flags, const EventHandler& handler) = 0;
 
-    /// Sends the message and fills `ids`, with zeros if it fails. Owns `event` from the call on and
-    /// destroys it, whatever the outcome. `flags` is 0. Never blocks; any thread, also from inside
-    /// a handler. Returns 0, or a negative error number: -ENOTCONN without a connection, the one
-    /// that a connection has just broken with (-EPIPE, -ECONNRESET, -EBADMSG), -EAGAIN when the
-    /// queue is full, -EMSGSIZE for a message over the limit, -EINVAL for one that the service does
-    /// not know or that has no payload and for other flags, -ENOMEM without memory.
+    /// Sends a message and fills `ids`, with zeros if it fails. Takes ownership of `event` and
+    /// destroys it, also if it fails. `flags` is 0. Any thread may call it, also from inside a
+    /// handler; it does not block. Returns 0 or a negative error number:
+    /// - -ENOTCONN without a connection, or the error with which the connection has just broken:
+    ///   -EPIPE, -ECONNRESET or -EBADMSG;
+    /// - -EAGAIN if the queue is full;
+    /// - -EMSGSIZE for a message over the size limit;
+    /// - -EINVAL for a message that the service does not know, for one without a payload, and for
+    ///   other flags;
+    /// - -ENOMEM without memory.
     virtual int sendEvent(MsgIds& ids, int flags, SerializableMessageEvent* event) = 0;
 
     StateHolder& stateHolder; ///< not owned

@@ -5,20 +5,20 @@
 
 namespace fabric {
 
-/// How the middleware reports the connection to a service. Called on the application's dispatch
-/// thread, in order with the messages.
+/// Receives the middleware's reports of the connection to a service. They come on the dispatch
+/// thread of the application, in order with the messages.
 class FABRIC_API ClientInterface
 {
 public:
-    /// The service can be reached: register handlers now.
+    /// The service can be reached. This is the time to register handlers.
     virtual void onServiceConnected() = 0;
-    /// The service could not be reached; the middleware's error number tells why.
+    /// The service cannot be reached; `reason` is an error number of the middleware.
     virtual void onServiceConnectionFailed(int reason) = 0;
-    /// The service is gone; nothing arrives until onServiceConnected().
+    /// The connection has ended. No message arrives until onServiceConnected().
     virtual void onServiceDisconnected(int reason) = 0;
 
 protected:
-    // Not virtual: the middleware's table of this class holds the three reports and nothing else.
+    // Not virtual: the middleware expects only the three reports in the virtual table.
     ~ClientInterface() {}
 };
 

@@ -6,11 +6,11 @@
 
 namespace fabric {
 
-/// What every message has: its identity, its sender and its ids.
+/// The part that all messages have: identity, sender and ids.
 class FABRIC_API Event
 {
 public:
-    /// Copies identity and sender; the ids are zero until the middleware sets them.
+    /// Copies the arguments. The ids are zero until the middleware sets them.
     Event(const MsgMeta& identity, const EndpointId& endpoint)
         : meta(identity), sender(endpoint), ids()
     {

@@ -8,25 +8,25 @@
 
 namespace fabric {
 
-/// Ids of registered handlers, unregistered together. Not for use by two threads at a time; that
-/// goes for a handler, too, that is running while another thread resets the set.
+/// The ids of registered handlers, which it removes together. Not thread-safe: a handler, too, may
+/// not use the set while another thread resets it.
 class FABRIC_API EventHandlerIdSet
 {
 public:
     /// `component` outlives the set.
     explicit EventHandlerIdSet(AbstractComponent& component);
-    /// Leaves no registration behind.
+    /// Removes all handlers, as reset() does.
     ~EventHandlerIdSet();
 
     EventHandlerIdSet(const EventHandlerIdSet&) = delete;
     EventHandlerIdSet& operator=(const EventHandlerIdSet&) = delete;
 
-    /// Records a handler of the component or of its application.
+    /// Adds a handler of the component or of its application. If it throws std::bad_alloc, it has
+    /// removed the handler.
     void addHandler(int handlerId);
 
-    /// Unregisters every recorded handler and empties the set. When it has returned, none of them
-    /// is running or will run; called inside one of them it returns at once and nothing further is
-    /// delivered.
+    /// Removes all handlers and empties the set. After it has returned, none of them is running or
+    /// will run. From inside one of them it returns at once, and no further message is delivered.
     void reset();
 
 private:

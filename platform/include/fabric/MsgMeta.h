@@ -5,13 +5,13 @@
 
 namespace fabric {
 
-/// The identity of a message: registration key and part of every event. The middleware reads it
-/// by address, so its layout is fixed: 16 bytes, the last three of them padding.
+/// The identity of a message: the key of a registration, and part of every event. The middleware
+/// reads it by address, so its layout is fixed: 16 bytes, of which the last three are padding.
 struct MsgMeta
 {
     std::uint32_t serviceId;
-    std::uint32_t resourceId;  ///< what the message is about
-    std::uint32_t operationId; ///< what is done with it
+    std::uint32_t resourceId;  ///< the subject of the message
+    std::uint32_t operationId; ///< what is done with the subject
     std::uint8_t kind;         ///< 0 command, 1 notification, 2 reply
 };
 
@@ -26,16 +26,16 @@ struct EndpointId
 
 static_assert(sizeof(EndpointId) == 8, "part of every event");
 
-/// Tells messages apart. The middleware fills it when a command is sent; a reply carries the ids
-/// of the command that it answers, a notification has ids of its own. The reply may arrive before
-/// the call that sends the command has returned.
+/// Identifies one message. The middleware fills it when a command is sent. A reply carries the ids
+/// of its command; a notification has ids of its own. A reply can arrive before the call that sends
+/// its command has returned.
 ///
-/// The members are those of the host platform, where {0, 0} is no message's: a device's middleware
-/// may have others.
+/// The members are those of the host platform, where no message has the ids {0, 0}. The middleware
+/// of a device may have others.
 struct MsgIds
 {
-    std::uint32_t originId;  ///< the application that sent the command; 0 for the service itself
-    std::uint32_t messageId; ///< running number of that origin's messages, from 1
+    std::uint32_t originId;  ///< the application that sent the command; 0 for a notification
+    std::uint32_t messageId; ///< counts the messages of that origin, from 1
 };
 
 inline bool operator==(const MsgIds& left, const MsgIds& right)

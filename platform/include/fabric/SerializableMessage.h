@@ -16,12 +16,12 @@
 
 namespace fabric {
 
-/// Owns one payload record and whatever the record owns. Shared by the sender, the event and the
-/// receivers; the last of them to let go releases it, on its own thread.
+/// Owns one payload record and the strings in it. The sender, the event and the receivers share it;
+/// the last of them to release it destroys it, on its own thread.
 class SerializableMessageData
 {
 public:
-    /// Takes over `record`, which comes from calloc() and may be null.
+    /// Takes ownership of `record`, which was allocated with calloc() and may be null.
     SerializableMessageData(void* record, std::uint32_t word,
                             const nubEndianTable_t* table) noexcept
         : payload(record), releaseWord(word), endianTable(table)
@@ -38,8 +38,8 @@ public:
     SerializableMessageData(const SerializableMessageData&) = delete;
     SerializableMessageData& operator=(const SerializableMessageData&) = delete;
 
-    /// A zero-filled payload of `size` bytes, at least the size of the record that `table`
-    /// describes, and its owner. Throws std::bad_alloc, with nothing left behind.
+    /// Creates a zero-filled payload of `size` bytes and its owner. `size` is at least the size of
+    /// the record that `table` describes. Throws std::bad_alloc and leaks nothing.
     static boost::shared_ptr<SerializableMessageData> create(std::size_t size,
                                                              const nubEndianTable_t& table);
 
@@ -48,8 +48,8 @@ public:
     const nubEndianTable_t* endianTable; ///< not owned
 };
 
-/// A message under way: an event and a share of its payload. Always on the heap, since sendEvent()
-/// takes it over.
+/// A message in flight: an event and a share in its payload. Events that are sent are created with
+/// new, because sendEvent() takes ownership of them.
 class SerializableMessageEvent : public Event
 {
 public:
@@ -74,7 +74,7 @@ SerializableMessageData::create(std::size_t size, const nubEndianTable_t& table)
         throw std::bad_alloc();
     SerializableMessageData* const data = new SerializableMessageData(buffer.get(), 0, &table);
     buffer.release();
-    // Deletes the data, and with it the payload, if the reference count cannot be allocated.
+    // If the reference count cannot be allocated, this deletes the data, and with it the payload.
     return boost::shared_ptr<SerializableMessageData>(data);
 }
 

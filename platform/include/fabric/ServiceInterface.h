@@ -13,7 +13,8 @@ class FABRIC_API ServiceInterface
 public:
     virtual ~ServiceInterface();
 
-    /// The service's id at this moment; it may change when the service restarts. Any thread.
+    /// Returns the current id of the service, which may change when the service restarts. Any
+    /// thread may call it.
     virtual std::uint32_t getServiceId() = 0;
 };
 

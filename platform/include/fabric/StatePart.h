@@ -7,7 +7,7 @@
 
 namespace fabric {
 
-/// The state of one application: what its parts share.
+/// The state of an application: the mutex that its parts share.
 class FABRIC_API StateHolder
 {
 public:
@@ -31,7 +31,7 @@ public:
     StatePart& operator=(const StatePart&) = delete;
 
 protected:
-    /// The holder's mutex, shared by all parts; not recursive.
+    /// Returns the mutex of the holder, which is not recursive.
     pthread_mutex_t* stateMutex() const { return &stateHolder_.mutex; }
 
 private:

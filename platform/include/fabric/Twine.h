@@ -7,9 +7,9 @@
 #include <fabric/MsgMeta.h>
 #include <nub/Endian.h>
 
-/// Frees what a payload record owns, the character buffers of its strings, as `table` tells. Leaves
-/// the payload buffer itself to the caller and accepts a null payload. `releaseWord` and `release`
-/// are for the middleware's own bookkeeping. Any thread; never throws.
+/// Frees the characters of all strings that `table` finds in the payload, but not the payload
+/// itself. The payload may be null. `releaseWord` and `release` are for the middleware's own use.
+/// Any thread may call it; it does not throw.
 extern "C" FABRIC_API void fabricTwineDeserReleaseMessage(std::uint32_t releaseWord,
                                                           const fabric::MsgMeta* release,
                                                           const nubEndianTable_t* table,

@@ -5,29 +5,29 @@
 
 #include <fabric/Export.h>
 
-/// Byte-order tables: how the middleware finds the scalars and strings of a payload record.
+/// Byte-order tables, by which the middleware finds the scalars and strings of a payload record.
 ///
-/// A table names every member of its record once, padding never. It is constant data that stands
-/// for the life of the process: messages under way refer to it, and the middleware remembers by its
-/// address what it has read. The layout of the types below is read by the middleware's conversion
-/// code.
+/// A table has one entry for each member of its record and none for padding. It must exist as long
+/// as the process, unchanged: messages in flight refer to it, and the middleware caches what it
+/// reads under the address of the table. The conversion code of the middleware depends on the
+/// layout of the types below.
 
 struct nubEndianTable_t;
 
-/// What an entry refers to: the table of a nested record, or a plain word.
+/// The argument of an entry: the table of a nested record, or a word.
 union nubEndianArgument_t
 {
     constexpr nubEndianArgument_t(const nubEndianTable_t* nested) : table(nested) {}
-    constexpr explicit nubEndianArgument_t(std::uintptr_t plain) : word(plain) {}
+    constexpr explicit nubEndianArgument_t(std::uintptr_t value) : word(value) {}
 
-    const nubEndianTable_t* table; ///< kind 3: the table of the record nested at this offset
-    std::uintptr_t word;           ///< kinds 4 and 8: 0; terminator: 0xffffffff
+    const nubEndianTable_t* table; ///< of kind 3: the table of the record at this offset
+    std::uintptr_t word;           ///< of kinds 4 and 8: 0; of the last entry: 0xffffffff
 };
 
 struct nubEndianEntry_t
 {
-    std::uint32_t code;           ///< (kind << 16) | offset inside the record; 0 ends the entries
-    nubEndianArgument_t argument; ///< see nubEndianArgument_t
+    std::uint32_t code; ///< (kind << 16) | offset inside the record; 0 ends the entries
+    nubEndianArgument_t argument;
 };
 
 struct nubEndianTable_t
@@ -36,23 +36,23 @@ struct nubEndianTable_t
     const nubEndianEntry_t* entries; ///< ends with the entry {0, 0xffffffff}
 };
 
-/// The kinds of an entry, the upper half of its code.
+/// The kind of an entry is the upper half of its code.
 enum nubEndianKind_enum : std::uint32_t
 {
-    nubEndianRecord = 3, ///< a nested record, described by a table of its own
+    nubEndianRecord = 3, ///< a nested record, which has a table of its own
     nubEndianWord32 = 4, ///< a 32-bit scalar
     nubEndianWord64 = 8  ///< a 64-bit scalar
 };
 
-/// A string inside a payload record. `chars` comes from malloc() and belongs to the message:
-/// fabricTwineDeserReleaseMessage() frees it.
+/// A string in a payload record. The message owns `chars`, which is allocated with malloc() and
+/// freed by fabricTwineDeserReleaseMessage().
 struct nubDeserString_t
 {
-    std::uint32_t length; ///< number of characters, the terminating NUL not counted
-    char* chars;          ///< `length` characters and one NUL; null for a string never set
+    std::uint32_t length; ///< number of characters without the terminating NUL
+    char* chars;          ///< `length` characters and a NUL; null if the string was never set
 };
 
-/// The table by which the middleware recognises a string; defined by the platform.
+/// The platform's table of nubDeserString_t. The middleware recognises a string by its address.
 extern "C" FABRIC_API const nubEndianTable_t __nub_EndianTable_nubDeserString_t;
 
 #endif

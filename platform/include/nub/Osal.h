@@ -7,28 +7,28 @@
 
 #include <fabric/Export.h>
 
-/// An absolute time (since 1970-01-01 00:00:00 UTC) or a signed span.
+/// An absolute time since 1970-01-01 00:00:00 UTC, or a signed span.
 ///
-/// The seconds are aligned to 8 bytes on every target, so that all builds agree on the layout of
-/// the records that embed a time.
+/// The seconds are aligned to 8 bytes on every target, because that is their alignment in the
+/// records of the time service.
 struct nubOsalTime_struct
 {
     alignas(8) std::int64_t seconds;
-    std::int32_t microseconds; ///< fraction of a second; negative in a negative span
+    std::int32_t microseconds; ///< 0 to 999999; 0 or negative in a negative span
 };
 
 extern "C" {
 
-/// Normalises `time` in place: afterwards 0 <= microseconds < 1000000 and the value is the same,
-/// whole seconds having been carried. At the ends of the range the seconds wrap.
+/// Carries whole seconds between the fields, so that 0 <= microseconds < 1000000 and the value
+/// stays the same. At the ends of their range, the seconds wrap.
 FABRIC_API void nubOsalNormalizeTime(nubOsalTime_struct* time);
 
-/// Compares by value, so that {0, 1000000} equals {1, 0}: 0 when equal, negative when `left` is
-/// the earlier one, positive when it is the later one. The arguments are not changed.
+/// Returns 0 if both have the same value, as {0, 1000000} and {1, 0} do, a negative number if
+/// `left` is earlier, and a positive number if it is later.
 FABRIC_API int nubOsalCompareTime(const nubOsalTime_struct* left, const nubOsalTime_struct* right);
 }
 
-/// Holds a mutex for the lifetime of the guard.
+/// Locks a mutex and unlocks it in its destructor.
 class ltGuard
 {
 public:

@@ -5,10 +5,10 @@
 #include <nub/Endian.h>
 #include <nub/Osal.h>
 
-// Everything here is constant data: the tables are read by the middleware at any time, also while
-// other libraries are still being initialised, and lie in memory that nobody writes.
+// Everything here is constant data: the middleware may read the tables while other libraries are
+// still being initialised, and they lie in read-only memory.
 
-// One member of a record, as an entry of its table.
+// The entry of one member of a record.
 #define WORD32(record, field)                                                                      \
     {                                                                                              \
         code(nubEndianWord32, offsetof(record, field)), nubEndianArgument_t(std::uintptr_t(0))     \

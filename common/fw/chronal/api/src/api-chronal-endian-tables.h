@@ -5,7 +5,7 @@
 
 namespace chronal::detail {
 
-/// The table of a record that commands send, by the record's type.
+/// Returns the table of a record that commands send.
 template <typename Record>
 const nubEndianTable_t& endianTableOf();
 

@@ -10,7 +10,7 @@
 
 namespace chronal::Helpers {
 
-// Constants, so that they hold their values already when other libraries are being initialised.
+// Constant data, so that they have their values while other libraries are still being initialised.
 constexpr nubOsalTime_struct deviationInvalid = {-360000, 0};
 constexpr nubOsalTime_struct deviationUnknown = {-360001, 0};
 
@@ -18,16 +18,15 @@ namespace {
 
 constexpr std::int32_t microsecondsPerSecond = 1000000;
 
-/// A span as it is being written, piece by piece; with room for the longest.
+/// The text of a span, to which pieces are appended. The buffer holds the longest text.
 class SpanText
 {
 public:
     explicit SpanText(char sign) : length_(1) { characters_[0] = sign; }
 
-    /// Appends one number, printed as `format` says.
+    /// Appends a number, which is cut to 32 bits. Only days can have more.
     void append(const char* format, std::uint64_t number)
     {
-        // Days beyond 32 bits are cut, all other numbers are small.
         length_ += static_cast<std::size_t>(std::snprintf(characters_ + length_,
                                                           sizeof(characters_) - length_, format,
                                                           static_cast<std::int32_t>(number)));
@@ -40,7 +39,7 @@ private:
     std::size_t length_;
 };
 
-/// Appends the milliseconds, and the microseconds if there are any.
+/// Appends the milliseconds, and the rest in microseconds unless it is zero.
 void appendFraction(SpanText& text, const char* millisecondFormat, std::uint64_t microseconds)
 {
     text.append(millisecondFormat, microseconds / 1000);
@@ -48,7 +47,7 @@ void appendFraction(SpanText& text, const char* millisecondFormat, std::uint64_t
         text.append(".%03ius", microseconds % 1000);
 }
 
-/// A unit of time, as the first one of a span and as a later one.
+/// A unit, with the formats for the largest unit of a span and for the units after it.
 struct Unit
 {
     std::uint64_t seconds;
@@ -63,7 +62,8 @@ constexpr Unit units[] = {
     {1, "%is", ".%02is"},
 };
 
-/// The largest unit that the span reaches, then each smaller one down to the last that is not zero.
+/// Writes the largest unit that the span reaches, and each smaller one down to the last that is not
+/// zero.
 std::string spanText(char sign, std::uint64_t seconds, std::uint64_t microseconds)
 {
     SpanText text(sign);
@@ -136,7 +136,7 @@ std::string getRefTimeStr(const referenceTimeId_enum& source)
 
 std::string getTimeSpanStr(const nubOsalTime_struct& span)
 {
-    // The platform says which values equal a marker, so it is asked about every one.
+    // Which values equal a marker is up to the platform, so it is asked about every value.
     if (nubOsalCompareTime(&span, &deviationInvalid) == 0)
         return "DEVIATION_INVALID";
     if (nubOsalCompareTime(&span, &deviationUnknown) == 0)
@@ -145,7 +145,7 @@ std::string getTimeSpanStr(const nubOsalTime_struct& span)
     const char sign = isNegativeTimeSpan(span) ? '-' : '+';
     nubOsalTime_struct magnitude = span;
     absTimeSpan(&magnitude);
-    // As unsigned numbers: the absolute value of the most negative span fits there only.
+    // Unsigned, because the absolute value of the lowest span does not fit in a signed number.
     return spanText(sign, static_cast<std::uint64_t>(magnitude.seconds),
                     static_cast<std::uint64_t>(magnitude.microseconds));
 }

@@ -1,5 +1,5 @@
-// Holds the records to the layout that they have in the time service. Nothing is compiled from this
-// file; a build that breaks the layout ends here, with the member that moved.
+// Asserts that the records have the layout of the time service. This file produces no code. A build
+// that breaks the layout fails here, and the error names the member.
 
 #include <cstddef>
 
@@ -12,8 +12,8 @@ namespace {
 
 constexpr bool deviceWidth = sizeof(void*) == 4;
 
-// Strings contain a pointer, so a record that holds one has the service's layout only where
-// pointers have the service's width.
+// A string contains a pointer, so a record that holds one has the layout of the service only if
+// pointers have 4 bytes.
 constexpr bool withString = deviceWidth;
 constexpr bool anyWidth = true;
 
@@ -21,13 +21,13 @@ constexpr bool anyWidth = true;
 
 #define RECORD(record, where, size, alignment)                                                     \
     static_assert(!(where) || (sizeof(record) == (size) && alignof(record) == (alignment)),        \
-                  #record ": the time service reads and writes this record as it lies in memory")
+                  #record ": the time service expects this record with another size or alignment")
 #define FIELD(record, where, field, offset)                                                        \
     static_assert(!(where) || offsetof(record, field) == (offset),                                 \
-                  #record "::" #field ": the time service expects this member elsewhere")
+                  #record "::" #field ": the time service expects this member at another offset")
 
 static_assert(sizeof(chronal::referenceTimeId_enum) == 4 && sizeof(chronal::ReferenceTimeId) == 4,
-              "a source is one word of a record");
+              "records hold a source as one 32-bit word");
 
 RECORD(nubOsalTime_struct, anyWidth, 16, 8);
 FIELD(nubOsalTime_struct, anyWidth, seconds, 0x00);

@@ -12,7 +12,8 @@
 
 namespace chronal::detail {
 
-/// Gives a record a copy of the text. The field is unchanged if that throws std::bad_alloc.
+/// Sets a field to a copy of `text`, which the record owns. Throws std::bad_alloc, also for a text
+/// of 4 GiB or more, and leaves the field as it was. Does not free the old characters.
 inline void copyText(nubDeserString_t& field, const std::string& text)
 {
     if (text.size() > std::numeric_limits<std::uint32_t>::max())
@@ -25,7 +26,8 @@ inline void copyText(nubDeserString_t& field, const std::string& text)
     field.chars = chars;
 }
 
-/// A copy of the text in a record: exactly its length, NULs among it; empty for a null pointer.
+/// Returns a copy of `length` characters, which may include NULs, or an empty string if `chars` is
+/// null.
 inline std::string readText(const nubDeserString_t& field)
 {
     return field.chars ? std::string(field.chars, field.length) : std::string();

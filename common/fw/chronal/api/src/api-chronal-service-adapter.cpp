@@ -25,10 +25,10 @@ using namespace detail;
 
 namespace {
 
-/// The file that debug lines name.
+/// The source file, as debug lines name it.
 constexpr char sourceName[] = "api-chronal-service-adapter";
 
-/// Tells whether lines of a debug code are wanted, and identifies such a line to the platform.
+/// Asks the platform whether lines with a debug code are wanted, and keeps the chunk to write one.
 class DebugCheck
 {
 public:
@@ -57,7 +57,7 @@ void negate(nubOsalTime_struct& time)
     time.microseconds = static_cast<std::int32_t>(-static_cast<std::uint32_t>(time.microseconds));
 }
 
-/// Fills the record that sets a source's UTC or local time. The sign has no field of its own.
+/// Fills the record that sets the UTC or local time of a source.
 void fillRefTime(chronalMsgCmdRefTimeData_t& record, const nubOsalTime_struct& time1,
                  const nubOsalTime_struct& time2, const ReferenceTimeId& refTimeId, int value,
                  bool negated)
@@ -373,7 +373,7 @@ void UserAdapter::cmdTimeInit(fabric::MsgIds& ids)
 
 namespace {
 
-/// Copies a field of a received record, a string as std::string.
+/// Returns a copy of a field of a received record. A string is returned as std::string.
 template <typename Record, typename Field>
 auto decode(const void* payload, Field Record::*field)
 {
@@ -529,7 +529,7 @@ int UserAdapter::callNotifyDSTChange(const fabric::SerializableMessageEvent& eve
 
 namespace {
 
-/// One message that the adapter receives.
+/// A message that the adapter receives, and its receiver.
 struct Registration
 {
     int (UserAdapter::*receiver)(const fabric::SerializableMessageEvent&);
@@ -598,7 +598,7 @@ void UserAdapter::onServiceConnected()
 {
     if (DebugCheck debug{debugConnection})
         nubDebugOutput0(debug.chunk(), "%s:%d:%s(): Called.\n", sourceName, __LINE__, __func__);
-    // Without the interface there is no service id to register under.
+    // Without the interface there is no service id for the registrations.
     if (!serviceInterface)
         return;
     for (const Registration& row : registrations) {

@@ -3,11 +3,10 @@
 
 #include <cstdint>
 
-/// The numbers by which the time service's messages and the library's debug lines are known. Each
-/// stands here and nowhere else.
+/// The numbers that identify messages of the time service and debug lines of the library.
 namespace chronal::detail {
 
-/// What a message is about.
+/// The subject of a message.
 enum ResourceId : std::uint32_t
 {
     resourceResult = 31032007,
@@ -26,19 +25,19 @@ enum ResourceId : std::uint32_t
     resourceDst = 31032020
 };
 
-/// What is done with it.
+/// What a message does with its subject.
 enum OperationId : std::uint32_t
 {
     operationSet = 26032007,
     operationFetch = 26032008,
     operationSubscribe = 26032009,
-    operationStart = operationSubscribe, ///< of NTP
+    operationStart = operationSubscribe, ///< for NTP
     operationUnsubscribe = 26032010,
     operationLock = 26032011,
     operationUnlock = 26032012,
     operationAt = 26032013,
     operationInfo = 26032014,
-    operationInit = operationInfo ///< of the time
+    operationInit = operationInfo ///< for the time
 };
 
 enum MessageKind : std::uint8_t

@@ -8,16 +8,15 @@
 #include <nub/Endian.h>
 #include <nub/Osal.h>
 
-/// The payload records exchanged with the time service, one structure per record, and the
-/// byte-order table of each.
+/// The payload records that are exchanged with the time service, and the byte-order table of each.
 ///
-/// Layout: on targets with 4-byte pointers sizes and offsets are those of the service's own
-/// records. With 8-byte pointers names, types and order are the same, and a record that holds no
-/// string keeps its layout. A sender builds a record in zero-filled memory and copies a caller's
-/// times whole, so the padding of such a time is the caller's and all other padding is zero.
-/// Strings belong to the message (see nubDeserString_t).
+/// On targets with 4-byte pointers, the records have the sizes and offsets of the service's own.
+/// With 8-byte pointers, the members have the same names, types and order, and a record without
+/// strings has the same layout too. A command fills a record in zero-filled memory and copies times
+/// whole: the padding of a time is that of the caller's time, all other padding is zero. Strings
+/// belong to the message (see nubDeserString_t).
 
-/// A command without arguments.
+/// Command without arguments.
 struct chronalCmdDummy_t
 {
     std::int32_t dummy; ///< always 0
@@ -35,27 +34,27 @@ struct chronalMsgDtvTime_t
     nubOsalTime_struct dtvTime;
 };
 
-/// The time zone: set by a command, told by a reply or notification.
+/// The time zone: set by a command, reported by a reply and a notification.
 struct chronalMsgTimezone_t
 {
     nubDeserString_t timezone;
-    nubOsalTime_struct time; ///< accompanies the zone in a reply or notification; 0 in the command
+    nubOsalTime_struct time; ///< the time of the reply or notification; 0 in the command
 };
 
-/// Automatic time on or off.
+/// Command that switches automatic time. cmdTimeInit() sends this record, too, with 0.
 struct chronalMsgAutoTime_t
 {
     std::int32_t autoTime; ///< 1 or 0
 };
 
-/// NTP configuration.
+/// Command that configures NTP.
 struct chronalMsgNtpData_t
 {
-    nubDeserString_t text;
-    std::int32_t flag; ///< 1 or 0
+    nubDeserString_t text; ///< the server
+    std::int32_t flag;     ///< 1 to use NTP, or 0
 };
 
-/// The date-and-time settings: set by two commands, told by a reply.
+/// The date-and-time settings: set by two commands, reported by a reply.
 struct chronalMsgDateTime_t
 {
     nubOsalTime_struct time0; ///< 0 in the commands
@@ -65,36 +64,36 @@ struct chronalMsgDateTime_t
     nubOsalTime_struct time4;
     std::int32_t value;
     nubDeserString_t text;
-    std::int32_t flag1;              ///< truth value; -1 when the settings are set
-    std::int32_t flag2;              ///< truth value; -1 when the settings are set
-    std::int32_t timezoneSyncEnable; ///< truth value; travels unchanged
+    std::int32_t flag1;              ///< true if not 0; -1 from cmdDateTimeSettingsSet()
+    std::int32_t flag2;              ///< true if not 0; -1 from cmdDateTimeSettingsSet()
+    std::int32_t timezoneSyncEnable; ///< true if not 0; sent unchanged
 };
 
-/// The result of a command; also carried, as 0, by two fetch commands.
+/// The result of a command. Two fetch commands send this record, too, with 0.
 struct chronalMsgReplyResult_t
 {
     std::int32_t result;
 };
 
-/// The time replies and the time notifications.
+/// Replies and notifications that report times.
 struct chronalMsgReplyTime_t
 {
     chronal::referenceTimeId_enum refTimeId;
     nubOsalTime_struct utcTime;
-    nubOsalTime_struct utcDeviation; ///< span from UTC to local time, or a deviation marker
+    nubOsalTime_struct utcDeviation; ///< local time minus UTC, or a deviation marker
     nubOsalTime_struct localTime;
     std::int32_t flag;
     std::int32_t value;
 };
 
-/// Asks for UTC and local time at a given time.
+/// Command that asks for a time in UTC and in local time.
 struct chronalMsgCmdTimeAtData_t
 {
     nubOsalTime_struct time;
-    std::int32_t isUtc; ///< 1 when `time` is UTC, 0 when it is local
+    std::int32_t isUtc; ///< 1 if `time` is UTC, 0 if it is local time
 };
 
-/// The reference-time commands that carry times.
+/// Commands that pass a source and times.
 struct chronalMsgCmdRefTimeData_t
 {
     chronal::referenceTimeId_enum refTimeId;
@@ -105,13 +104,13 @@ struct chronalMsgCmdRefTimeData_t
     nubOsalTime_struct time4;
 };
 
-/// The reference-time commands that name only a source.
+/// Commands that pass only a source.
 struct chronalMsgCmdRefTimeId_t
 {
     chronal::referenceTimeId_enum refTimeId;
 };
 
-// Constant data, named after the records. Their names are what the middleware's tools look for.
+// The tables are constant data, named after the records.
 extern "C" {
 extern CHRONAL_API const nubEndianTable_t __nub_EndianTable_chronalCmdDummy_t;
 extern CHRONAL_API const nubEndianTable_t __nub_EndianTable_chronalMsgDST_t;

@@ -5,8 +5,8 @@
 
 namespace chronal {
 
-/// The sources of a reference time. The underlying type is fixed, so any word that arrives in a
-/// message is a valid value of the type, also one that has no name here.
+/// The sources of a reference time. The underlying type is fixed, so that any 32-bit word in a
+/// received message is a valid value, also one without a name here.
 enum referenceTimeId_enum : std::int32_t
 {
     referenceTimeInvalid = 0,  ///< no valid source
@@ -17,8 +17,8 @@ enum referenceTimeId_enum : std::int32_t
     referenceTimeAtsc = 5      ///< ATSC broadcast time
 };
 
-/// A reference-time source as commands and callbacks pass it: one 32-bit word, interchangeable
-/// with the enumeration.
+/// A source of a reference time, as commands and callbacks pass it. Converts from and to the
+/// enumeration.
 struct ReferenceTimeId
 {
     constexpr ReferenceTimeId() : id(referenceTimeInvalid) {}
@@ -28,7 +28,7 @@ struct ReferenceTimeId
     referenceTimeId_enum id;
 };
 
-static_assert(sizeof(ReferenceTimeId) == 4, "one word");
+static_assert(sizeof(ReferenceTimeId) == 4, "records hold a source as one 32-bit word");
 
 } // namespace chronal
 

@@ -21,138 +21,140 @@ namespace detail {
 class CommandSender;
 }
 
-/// An application's access to the device's time service: derive, override the callbacks of
-/// interest, send commands.
+/// An application's access to the time service of the device. Derive from this class, override the
+/// callbacks that you need, and send commands.
 ///
-/// Life: construct; setServiceInterface() once; then the middleware reports the connection, any
-/// number of times up and down; commands at any time after setServiceInterface(); destroy, after
-/// the middleware has been told to make no more reports. The application and component objects and
-/// the service interface are not owned and outlive the adapter.
+/// Call setServiceInterface() once after construction. From then on commands may be sent, and the
+/// middleware may report the connection, up and down any number of times. The adapter does not own
+/// the application, the component and the service interface; they must outlive it.
 ///
-/// Times are {seconds, microseconds}: absolute ones since 1970-01-01 00:00:00 UTC, deviations as
-/// signed spans from UTC to local time (see chronal::Helpers, also for the two markers that stand
-/// for an invalid and for an unknown deviation).
+/// Times are {seconds, microseconds}. An absolute time counts from 1970-01-01 00:00:00 UTC. A
+/// deviation is a signed span, local time minus UTC, or one of the two markers in chronal::Helpers
+/// for an invalid and an unknown deviation.
 class CHRONAL_API UserAdapter : public fabric::StatePart, public fabric::ClientInterface
 {
 public:
-    /// Throws only what the middleware's constructors throw.
+    /// Throws nothing but what the constructors of the middleware throw.
     UserAdapter(fabric::AbstractApplication& app, fabric::AbstractComponent& comp);
 
-    /// Drops what is still registered with the middleware; sends nothing and calls no callback.
-    /// Destroy the adapter when no connection report or message can be under way to it.
+    /// Removes all handlers from the middleware. Sends nothing and calls no callback. Before you
+    /// destroy the adapter, make sure that the middleware makes no more connection reports to it
+    /// and that none is running, nor any callback.
     ~UserAdapter() override = 0;
 
-    /// Reports of the middleware, called through fabric::ClientInterface on its dispatch thread. An
-    /// application that overrides one calls it from its override: onServiceConnected() registers
-    /// the handlers of all replies and notifications, onServiceDisconnected() drops them.
+    /// Connection reports. The middleware makes them on its dispatch thread, through
+    /// fabric::ClientInterface. An override must call the function that it overrides:
+    /// onServiceConnected() registers the handlers of all replies and notifications, and
+    /// onServiceDisconnected() removes them. Commands may be sent from inside a report; the adapter
+    /// may not be destroyed there.
     ///
-    /// The reasons are the middleware's numbers. Those of the host platform are positive error
-    /// numbers (errno), or 0 for a connection that was closed in good order; fabric-host/Session.h
-    /// lists them. A connection reported before setServiceInterface() registers nothing. Exceptions
-    /// of the middleware pass through; what has been registered by then stays registered.
+    /// `reason` is a number of the middleware. On the host platform it is a positive error number
+    /// (errno), or 0 if the connection was closed in good order.
+    ///
+    /// onServiceConnected() registers nothing before setServiceInterface(). An exception of the
+    /// middleware passes through it, and the handlers registered before stay registered.
     void onServiceConnectionFailed(int reason) override;
     void onServiceDisconnected(int reason) override;
     void onServiceConnected() override;
 
 protected:
-    /// Replies and notifications. Each callback is called on the middleware's dispatch thread, with
-    /// the connection up, and only if the application overrides it. Commands may be sent from
-    /// inside; the adapter may not be destroyed there.
+    /// Replies and notifications. A callback is called only if the application overrides it, on the
+    /// dispatch thread of the middleware, while the connection is up. Commands may be sent from
+    /// inside a callback; the adapter may not be destroyed there. An exception passes through to
+    /// the middleware.
     ///
-    /// `ids` are those of the received message: a reply carries the ids that sending its command
-    /// filled in. Everything passed by reference is valid until the callback returns: copy what is
-    /// to be kept. Values arrive as the service sent them, unchecked. An exception passes through
-    /// to the middleware.
+    /// References are valid until the callback returns, so copy what you keep. Values arrive as the
+    /// service sent them, unchecked. Their meaning, and the message that answers a command, are up
+    /// to the service; what is said here holds for the simulated service.
     ///
-    /// The adapter does not look at `ids`. It passes on every reply that its component receives,
-    /// also to commands of another adapter there, and every notification that its application
-    /// receives. The host platform delivers each message to all adapters of a session.
+    /// `ids` are the ids of the received message. A reply carries the ids that its command filled
+    /// in; a notification has ids of its own. The adapter does not filter: an application with
+    /// several adapters on one component gets each reply in all of them, and every adapter of the
+    /// application gets each notification. On the host platform, every adapter of a session gets
+    /// every message.
     ///
-    /// A reply may be delivered before its command has returned. A thread other than the dispatch
-    /// thread therefore sends and keeps the ids under a lock, and the callback compares under the
-    /// same lock:
+    /// A reply can arrive before the call that sent its command has returned. To tell whether a
+    /// reply is the expected one, a thread other than the dispatch thread holds a lock while it
+    /// sends the command, and the callback compares the ids under the same lock:
     ///
-    ///     std::lock_guard<std::mutex> lock(mutex); // the thread that sends
+    ///     std::lock_guard<std::mutex> lock(mutex); // on the sending thread
     ///     cmdTimezoneFetch(asked);
     ///
-    ///     std::lock_guard<std::mutex> lock(mutex); // onReplyTimezoneInfo()
+    ///     std::lock_guard<std::mutex> lock(mutex); // in onReplyTimezoneInfo()
     ///     if (ids == asked) ...
     ///
-    /// To make ids and to compare them is the middleware's to offer; the host platform offers it.
+    /// A command sent from inside a callback needs no lock: its reply is delivered on the same
+    /// thread, after the callback has returned. Ids can be created and compared on the host
+    /// platform; another middleware may not offer that.
     ///
-    /// A command sent from inside a callback needs no lock for this: its reply is delivered on the
-    /// same thread, after the callback has returned.
-    ///
-    /// Which message answers which command, and what a result, a flag or a value means, is the
-    /// service's matter; what is said of it here holds for the simulated one.
-    ///
-    /// Their order is part of the binary interface and closed: applications append virtual
-    /// functions of their own. Each is exported by name, because an override is told by its
-    /// address.
+    /// The callbacks and their order are part of the binary interface. None can be added, because
+    /// the virtual functions that applications declare follow them. They are exported, because an
+    /// override is detected by its address.
 
-    /// The outcome of a command that has no other answer, or of any command that the service has
+    /// The result of a command that has no other answer, or of any command that the service
     /// refused: 0, or a negative error number such as -EBUSY.
     CHRONAL_API virtual void onReplyResult(const fabric::MsgIds& ids, int result);
 
-    /// Answers cmdRefTimeFetch(): the times of one source. `flag` tells whether the source has a
-    /// valid time; without one the times are zero and the deviation is the unknown one. `value` is
-    /// the number that the source was last set with, 0 at first.
+    /// Answers cmdRefTimeFetch() with the times of the source. `flag` is true if the source has a
+    /// valid time; otherwise the times are zero and the deviation is the marker for unknown.
+    /// `value` is the number with which the source was last set, initially 0.
     CHRONAL_API virtual void
     onReplyTimeRefInfo(const fabric::MsgIds& ids, const nubOsalTime_struct& utcDeviation,
                        const nubOsalTime_struct& utcTime, const nubOsalTime_struct& localTime,
                        const ReferenceTimeId& refTimeId, bool flag, int value);
 
-    /// The current time of a source subscribed to with cmdRefTimeSubscribe().
+    /// The current time of a source that the application has subscribed to with
+    /// cmdRefTimeSubscribe(). `flag` (1 or 0) and `value` are those of onReplyTimeRefInfo().
     ///
-    /// The source is not named, and every adapter of the application is called, whichever has
-    /// subscribed: nothing says whose time it is once the application has subscribed to a second
-    /// source. It can subscribe to one only. Or it can take the notification, or a timer of its
-    /// own, merely as the occasion for cmdRefTimeFetch(), whose reply names the source. On the host
-    /// platform each session is an application of its own, so one session for each source is a
-    /// third way.
-    ///
-    /// `flag` is 1 or 0 and has the meaning that it has in onReplyTimeRefInfo(), as has `value`.
-    /// The value tells sources apart if each is set with a number of its own and nobody else sets
-    /// them.
+    /// The notification does not name its source, and every adapter of the application gets it,
+    /// also one that has not subscribed. An application that needs the times of several sources
+    /// can
+    /// - call cmdRefTimeFetch() when a notification or a timer of its own tells it to: the reply
+    ///   names the source;
+    /// - set each source with another `value`, if nobody else sets them;
+    /// - on the host platform, use a session for each source, because a session is an application
+    ///   of its own.
     CHRONAL_API virtual void onNotifyCurrentTime(const fabric::MsgIds& ids,
                                                  const nubOsalTime_struct& utcDeviation,
                                                  const nubOsalTime_struct& utcTime,
                                                  const nubOsalTime_struct& localTime, int flag,
                                                  int value);
 
-    /// The deviation from UTC has changed; the process's time zone has been re-read (tzset()).
+    /// The deviation from UTC has changed. The adapter has called tzset() before, so the C library
+    /// has read the time-zone setting of the process again.
     CHRONAL_API virtual void onNotifyDeviationChange(const fabric::MsgIds& ids,
                                                      const nubOsalTime_struct& utcDeviation,
                                                      const nubOsalTime_struct& utcTime,
                                                      const nubOsalTime_struct& localTime);
 
-    /// The time zone has changed; the process's time zone has been re-read (tzset()).
+    /// The time zone has changed. The adapter has called tzset() before, as for
+    /// onNotifyDeviationChange().
     CHRONAL_API virtual void onNotifyTimezoneChange(const fabric::MsgIds& ids,
                                                     const std::string& timezone,
                                                     const nubOsalTime_struct& time);
 
-    /// Answers cmdRefTimeAt(): UTC and local time of one source at the time asked for.
+    /// Answers cmdRefTimeAt() with the UTC and local time that the source shows then.
     CHRONAL_API virtual void onReplyTimeRefAt(const fabric::MsgIds& ids,
                                               const nubOsalTime_struct& utcTime,
                                               const nubOsalTime_struct& localTime,
                                               const ReferenceTimeId& refTimeId);
 
-    /// Answers cmdLocaltimeAt() and cmdUTCTimeAt(): one moment as UTC and as local time.
+    /// Answers cmdLocaltimeAt() and cmdUTCTimeAt() with the same moment in UTC and in local time.
     CHRONAL_API virtual void onReplyTimeAt(const fabric::MsgIds& ids,
                                            const nubOsalTime_struct& utcTime,
                                            const nubOsalTime_struct& localTime);
 
-    /// Answers cmdNextTimeDeviationChangeFetch(): when the deviation changes next, and to what.
+    /// Answers cmdNextTimeDeviationChangeFetch() with the time of the next change and the deviation
+    /// after it.
     CHRONAL_API virtual void onReplyUtcDeviationInfo(const fabric::MsgIds& ids,
                                                      const nubOsalTime_struct& utcDeviation,
                                                      const nubOsalTime_struct& utcTime,
                                                      const nubOsalTime_struct& localTime,
                                                      const ReferenceTimeId& refTimeId);
 
-    /// Answers cmdDateTimeSettingsFetch(): all fields of the settings. `time0` is the RTC's UTC;
-    /// the other times and `value` are those of cmdDateTimeSettingsSet(), which nothing interprets;
-    /// `text` is the NTP server; `flag1` tells whether the time is automatic, `flag2` whether NTP
-    /// is used.
+    /// Answers cmdDateTimeSettingsFetch(). `time0` is the UTC time of the real-time clock. `time1`
+    /// to `time4` and `value` were set with cmdDateTimeSettingsSet(); the service only stores them.
+    /// `text` is the NTP server. `flag1` is true if automatic time is on, `flag2` if NTP is used.
     CHRONAL_API virtual void
     onReplyDateTimeSettingsInfo(const fabric::MsgIds& ids, const nubOsalTime_struct& time0,
                                 const nubOsalTime_struct& time1, const nubOsalTime_struct& time2,
@@ -160,103 +162,113 @@ protected:
                                 const int& value, const std::string& text, const bool& flag1,
                                 const bool& flag2, const bool& timezoneSyncEnable);
 
-    /// Answers cmdTimezoneFetch(): the zone, and the time that goes with it.
+    /// Answers cmdTimezoneFetch() with the time zone and the UTC time of the real-time clock.
     CHRONAL_API virtual void onReplyTimezoneInfo(const fabric::MsgIds& ids,
                                                  const std::string& timezone,
                                                  const nubOsalTime_struct& time);
 
-    /// A broadcast (digital TV) time has arrived.
+    /// A broadcast time (digital TV) has arrived.
     CHRONAL_API virtual void onNotifyDtvTimeChange(const fabric::MsgIds& ids,
                                                    const nubOsalTime_struct& dtvTime);
 
-    /// Daylight saving has begun (`dst` is 1) or ended (0).
+    /// Daylight saving time has begun (`dst` is 1) or ended (0).
     CHRONAL_API virtual void onNotifyDSTChange(const fabric::MsgIds& ids, int dst);
 
 public:
-    /// Hands over the service's interface; null leaves the adapter without one. Before the
-    /// connection is reported, and before commands are sent from other threads. Once only: a
-    /// further call changes nothing and writes a debug line. Takes the state holder's mutex, so it
-    /// may not be called with that mutex held.
+    /// Sets the interface of the service. Call it before the connection is reported and before
+    /// other threads send commands. It can be set once: a later call writes a debug line and
+    /// changes nothing. A null pointer leaves the adapter without an interface. Locks the mutex of
+    /// the state holder, so the caller may not hold it.
     void setServiceInterface(fabric::ServiceInterface* service);
 
-    /// Commands. Each sends one message and returns at once; the answer arrives in a callback.
+    /// Commands. Each sends one message and returns at once, without a result; the answer arrives
+    /// in a callback. Any number of threads may send at the same time, also from inside a callback
+    /// or a connection report. No lock is taken. Arguments are copied; a string may hold any
+    /// characters.
     ///
-    /// `ids` is handed to the middleware, which fills it; when it may be read is told with the
-    /// callbacks. Arguments are copied, so they need not outlive the call; strings may hold any
-    /// characters. Any thread, several at a time, also from inside a callback; no lock is taken.
+    /// What a command does is up to the service; what is said here holds for the simulated service.
     ///
-    /// Without a service interface nothing is sent and `ids` stays as it was; a message that the
-    /// middleware refuses is lost. Both write a debug line (category 203, level 3000), the second
-    /// with the middleware's negative number, and are not reported to the caller in any other way;
-    /// no reply comes. The host platform leaves {0, 0} in `ids` of a message that it has refused,
-    /// as it does with -ENOTCONN where there is no connection; another middleware may leave
-    /// anything. A message that was sent is not answered either if the connection is lost before.
+    /// The middleware fills `ids`. The description of the callbacks says when they may be read.
     ///
-    /// Throws std::bad_alloc, also for a string of 4 GiB and more, and whatever the middleware
-    /// throws; nothing has been sent then unless the middleware threw after it took the message.
+    /// A command is lost, and no reply comes, in these cases:
+    /// - without a service interface nothing is sent, and `ids` is left as it was;
+    /// - if the middleware refuses the message, it decides on `ids`. The host platform sets them to
+    ///   {0, 0}, for example without a connection (-ENOTCONN);
+    /// - if the connection is lost before the reply arrives.
+    /// The first two write a debug line (category 203, level 3000), the second with the error
+    /// number of the middleware.
+    ///
+    /// Commands throw std::bad_alloc, also for a string of 4 GiB or more, and pass on exceptions of
+    /// the middleware. Nothing has been sent then, unless the middleware threw after it had taken
+    /// the message.
 
-    /// Sets a source's UTC time `time1`. With `negate` both fields of `time1` are sent negated.
+    /// Sets the UTC time of a source to `time1`, with both fields negated if `negate` is true.
+    /// `time2` is the deviation of the source; zero or a marker leaves it as it is. `value` is kept
+    /// with the source.
     void cmdRefTimeSet(fabric::MsgIds& ids, const nubOsalTime_struct& time1,
                        const nubOsalTime_struct& time2, const ReferenceTimeId& refTimeId, int value,
                        bool negate);
 
-    /// Sets a source's local time `time1`; otherwise as cmdRefTimeSet().
+    /// Sets the local time of a source to `time1`; otherwise like cmdRefTimeSet().
     void cmdRefLocalTimeSet(fabric::MsgIds& ids, const nubOsalTime_struct& time1,
                             const nubOsalTime_struct& time2, const ReferenceTimeId& refTimeId,
                             int value, bool negate);
 
-    /// Asks for a source's times. Answer: onReplyTimeRefInfo().
+    /// Asks for the times of a source. Answer: onReplyTimeRefInfo().
     void cmdRefTimeFetch(fabric::MsgIds& ids, const ReferenceTimeId& refTimeId);
 
-    /// Announces the next change of the deviation from UTC.
+    /// Announces that the deviation of a source changes to `time2` at the UTC time `time1`.
     void cmdNextTimeDeviationChangeSet(fabric::MsgIds& ids, const nubOsalTime_struct& time1,
                                        const nubOsalTime_struct& time2,
                                        const ReferenceTimeId& refTimeId);
 
-    /// Announces a daylight-saving period.
+    /// Announces that daylight saving time lasts from the UTC time `time1` to `time2`, with the
+    /// deviation `time4`. Afterwards the deviation is `time3`.
     void cmdSendDaylightsavingInfo(fabric::MsgIds& ids, const nubOsalTime_struct& time1,
                                    const nubOsalTime_struct& time2, const nubOsalTime_struct& time3,
                                    const nubOsalTime_struct& time4,
                                    const ReferenceTimeId& refTimeId);
 
-    /// Asks for the next change of the deviation. Answer: onReplyUtcDeviationInfo().
+    /// Asks for the next change of the deviation of a source. Answer: onReplyUtcDeviationInfo().
     void cmdNextTimeDeviationChangeFetch(fabric::MsgIds& ids, const ReferenceTimeId& refTimeId);
 
-    /// Asks for a source's time at intervals: onNotifyCurrentTime(), until unsubscribed. With the
-    /// simulated service a subscription is the session's and ends with its connection.
+    /// Starts and stops onNotifyCurrentTime() for a source. With the simulated service, a
+    /// subscription belongs to the session and ends with its connection.
     void cmdRefTimeSubscribe(fabric::MsgIds& ids, const ReferenceTimeId& refTimeId);
     void cmdRefTimeUnsubscribe(fabric::MsgIds& ids, const ReferenceTimeId& refTimeId);
 
-    /// Keeps a source's time from being set, until unlocked.
+    /// Protects the time of a source from being set by anyone, until it is unlocked.
     void cmdRefTimeLock(fabric::MsgIds& ids, const ReferenceTimeId& refTimeId);
     void cmdRefTimeUnlock(fabric::MsgIds& ids, const ReferenceTimeId& refTimeId);
 
-    /// Asks for UTC and local time of a source at `time1`. Answer: onReplyTimeRefAt().
+    /// Asks for the UTC and local time of a source at the UTC time `time1`. Answer:
+    /// onReplyTimeRefAt().
     void cmdRefTimeAt(fabric::MsgIds& ids, const nubOsalTime_struct& time1,
                       const ReferenceTimeId& refTimeId);
 
-    /// Asks for UTC and local time at a given local time. Answer: onReplyTimeAt().
+    /// Asks for the UTC time of a local time. Answer: onReplyTimeAt().
     void cmdLocaltimeAt(fabric::MsgIds& ids, const nubOsalTime_struct& time);
 
-    /// Asks for UTC and local time at a given UTC time. Answer: onReplyTimeAt().
+    /// Asks for the local time of a UTC time. Answer: onReplyTimeAt().
     void cmdUTCTimeAt(fabric::MsgIds& ids, const nubOsalTime_struct& time);
 
-    /// Sets the date-and-time settings.
+    /// Sets the date-and-time settings that onReplyDateTimeSettingsInfo() reports; `text` is the
+    /// NTP server. Does not change whether automatic time and NTP are on.
     void cmdDateTimeSettingsSet(fabric::MsgIds& ids, const nubOsalTime_struct& time1,
                                 const nubOsalTime_struct& time2, const nubOsalTime_struct& time3,
                                 const nubOsalTime_struct& time4, const int& value,
                                 const std::string& text);
 
-    /// Switches the synchronisation of the time zone; the value is sent unchanged.
+    /// Switches the synchronisation of the time zone on or off. The value is sent unchanged.
     void cmdTimezoneSyncEnableSet(fabric::MsgIds& ids, const int& timezoneSyncEnable);
 
-    /// Configures NTP: server and whether it is used.
+    /// Sets the NTP server to `text`, and uses NTP if `flag` is true.
     void cmdDateTimeNtpSet(fabric::MsgIds& ids, const std::string& text, const bool& flag);
 
-    /// Starts NTP.
+    /// Starts NTP: sets the NTP source to the true time.
     void cmdDateTimeNtpStart(fabric::MsgIds& ids);
 
-    /// Switches automatic time.
+    /// Switches automatic time on or off.
     void cmdDateTimeAutoTimeSet(fabric::MsgIds& ids, const bool& autoTime);
 
     /// Asks for the settings. Answer: onReplyDateTimeSettingsInfo().
@@ -268,14 +280,15 @@ public:
     /// Asks for the time zone. Answer: onReplyTimezoneInfo().
     void cmdTimezoneFetch(fabric::MsgIds& ids);
 
-    /// Initialises the time.
+    /// Initialises the time of all sources and switches automatic time off.
     void cmdTimeInit(fabric::MsgIds& ids);
 
-    /// Receivers: what onServiceConnected() registers, one per message. Only the middleware calls
-    /// them, on its dispatch thread, with an event of the identity that was registered; it keeps
-    /// the event alive until they return. Each decodes the record, calls its callback if that is
-    /// overridden, and returns 0. An event without payload calls nothing. An exception of the
-    /// callback passes through.
+    /// Receivers, the handlers that onServiceConnected() registers. Only the middleware calls them,
+    /// on its dispatch thread, each with an event of the identity that it is registered for, and
+    /// keeps the event alive until they return. A receiver decodes the record, calls its callback
+    /// if that is overridden, and returns 0. It calls nothing for an event without a payload. It
+    /// throws std::bad_alloc or std::length_error if a string cannot be decoded, and passes on
+    /// exceptions of the callback.
     int callReplyResult(const fabric::SerializableMessageEvent& event);
     int callReplyTimeRefInfo(const fabric::SerializableMessageEvent& event);
     int callReplyTimeRefAt(const fabric::SerializableMessageEvent& event);
@@ -298,7 +311,7 @@ private:
     fabric::ServiceInterface* serviceInterface;
 };
 
-// The callbacks that an application leaves alone.
+// The defaults do nothing.
 inline void UserAdapter::onReplyResult(const fabric::MsgIds&, int) {}
 inline void UserAdapter::onReplyTimeRefInfo(const fabric::MsgIds&, const nubOsalTime_struct&,
                                             const nubOsalTime_struct&, const nubOsalTime_struct&,
