@@ -183,7 +183,7 @@ void UserAdapter::cmdRefTimeSet(fabric::MsgIds& ids, const nubOsalTime_struct& t
         fillRefTime(record, time1, time2, refTimeId, value, negate);
         if (DebugCheck debug{debugCommand})
             nubDebugOutput0(debug.chunk(), "%s:%d:%s(): Current UTC Time is %lld.\n", sourceName,
-                            __LINE__, "cmdRefTimeSet", static_cast<long long>(time1.seconds));
+                            __LINE__, command.name, static_cast<long long>(time1.seconds));
     });
 }
 
@@ -196,7 +196,7 @@ void UserAdapter::cmdRefLocalTimeSet(fabric::MsgIds& ids, const nubOsalTime_stru
         fillRefTime(record, time1, time2, refTimeId, value, negate);
         if (DebugCheck debug{debugCommand})
             nubDebugOutput0(debug.chunk(), "%s:%d:%s(): Current Local Time is %lld.\n", sourceName,
-                            __LINE__, "cmdRefLocalTimeSet", static_cast<long long>(time1.seconds));
+                            __LINE__, command.name, static_cast<long long>(time1.seconds));
     });
 }
 
@@ -320,7 +320,7 @@ void UserAdapter::cmdTimezoneSyncEnableSet(fabric::MsgIds& ids, const int& timez
         record.timezoneSyncEnable = timezoneSyncEnable;
         if (DebugCheck debug{debugCommand})
             nubDebugOutput0(debug.chunk(), "%s:%d:%s(): User set timezone sync enable = %d.\n",
-                            sourceName, __LINE__, "cmdTimezoneSyncEnableSet", timezoneSyncEnable);
+                            sourceName, __LINE__, command.name, timezoneSyncEnable);
     });
 }
 
