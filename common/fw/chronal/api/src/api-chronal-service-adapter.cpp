@@ -98,6 +98,7 @@ namespace {
 /// pointer to them would have to be relocated when the library is loaded.
 struct Command
 {
+    /// By default, `caller` is the name of the function that has the constant.
     constexpr Command(ResourceId resource, OperationId operation,
                       const char* caller = __builtin_FUNCTION())
         : identity{0, resource, operation, kindCommand}, name{}
