@@ -44,10 +44,7 @@ public:
     }
 };
 
-double inMicroseconds(Span span)
-{
-    return static_cast<double>(span.count());
-}
+double inMicroseconds(Span span) { return static_cast<double>(span.count()); }
 
 } // namespace
 
@@ -65,10 +62,7 @@ Utc ScaledClock::utc() const
     return wrapped(startUtc_ + Span(static_cast<Span::rep>(ahead)));
 }
 
-Clock::TimePoint ScaledClock::steady() const
-{
-    return std::chrono::steady_clock::now();
-}
+Clock::TimePoint ScaledClock::steady() const { return std::chrono::steady_clock::now(); }
 
 Clock::TimePoint ScaledClock::steadyAfter(Span wait) const
 {

@@ -26,10 +26,7 @@ std::string text(referenceTimeId_enum source)
     return Helpers::getRefTimeStr(source) + "(" + std::to_string(source) + ")";
 }
 
-std::string text(std::int32_t word)
-{
-    return std::to_string(word);
-}
+std::string text(std::int32_t word) { return std::to_string(word); }
 
 std::string text(const nubDeserString_t& string)
 {
@@ -52,30 +49,18 @@ private:
     std::string& line_;
 };
 
-void list(Fields field, const chronalCmdDummy_t& record)
-{
-    field("dummy", record.dummy);
-}
+void list(Fields field, const chronalCmdDummy_t& record) { field("dummy", record.dummy); }
 
-void list(Fields field, const chronalMsgDST_t& record)
-{
-    field("dst", record.dst);
-}
+void list(Fields field, const chronalMsgDST_t& record) { field("dst", record.dst); }
 
-void list(Fields field, const chronalMsgDtvTime_t& record)
-{
-    field("dtvTime", record.dtvTime);
-}
+void list(Fields field, const chronalMsgDtvTime_t& record) { field("dtvTime", record.dtvTime); }
 
 void list(Fields field, const chronalMsgTimezone_t& record)
 {
     field("timezone", record.timezone)("time", record.time);
 }
 
-void list(Fields field, const chronalMsgAutoTime_t& record)
-{
-    field("autoTime", record.autoTime);
-}
+void list(Fields field, const chronalMsgAutoTime_t& record) { field("autoTime", record.autoTime); }
 
 void list(Fields field, const chronalMsgNtpData_t& record)
 {
@@ -90,10 +75,7 @@ void list(Fields field, const chronalMsgDateTime_t& record)
     field("timezoneSyncEnable", record.timezoneSyncEnable);
 }
 
-void list(Fields field, const chronalMsgReplyResult_t& record)
-{
-    field("result", record.result);
-}
+void list(Fields field, const chronalMsgReplyResult_t& record) { field("result", record.result); }
 
 void list(Fields field, const chronalMsgReplyTime_t& record)
 {

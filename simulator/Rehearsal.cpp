@@ -11,10 +11,7 @@ namespace chronal::sim {
 
 namespace {
 
-std::string named(fabric::host::ClientId client)
-{
-    return "client " + std::to_string(client);
-}
+std::string named(fabric::host::ClientId client) { return "client " + std::to_string(client); }
 
 } // namespace
 
@@ -37,10 +34,7 @@ Rehearsal::Rehearsal(fabric::host::Service& rehearsedService, const Faults& want
 {
 }
 
-const fabric::host::MessageCatalogue& Rehearsal::catalogue() const
-{
-    return service.catalogue();
-}
+const fabric::host::MessageCatalogue& Rehearsal::catalogue() const { return service.catalogue(); }
 
 void Rehearsal::start(fabric::host::ServiceOutlet& serviceOutlet)
 {
@@ -73,10 +67,7 @@ void Rehearsal::commandReceived(ClientId client, const fabric::SerializableMessa
         outlet->drop(client, ECONNRESET);
 }
 
-Rehearsal::TimePoint Rehearsal::runDue()
-{
-    return service.runDue();
-}
+Rehearsal::TimePoint Rehearsal::runDue() { return service.runDue(); }
 
 void Rehearsal::send(ClientId client, std::unique_ptr<fabric::SerializableMessageEvent> event)
 {
@@ -84,10 +75,7 @@ void Rehearsal::send(ClientId client, std::unique_ptr<fabric::SerializableMessag
     outlet->send(client, std::move(event));
 }
 
-void Rehearsal::drop(ClientId client, int reason)
-{
-    outlet->drop(client, reason);
-}
+void Rehearsal::drop(ClientId client, int reason) { outlet->drop(client, reason); }
 
 bool Rehearsal::isRefused(const fabric::SerializableMessageEvent& command) const
 {

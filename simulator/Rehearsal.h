@@ -24,7 +24,7 @@ class Rehearsal final : public fabric::host::Service, private fabric::host::Serv
 {
 public:
     /// Does not throw.
-    typedef std::function<void(const std::string& line)> Log;
+    using Log = std::function<void(const std::string& line)>;
 
     /// `rehearsedService` outlives this one. An empty `log` costs nothing.
     Rehearsal(fabric::host::Service& rehearsedService, const Faults& faults, Log log);
@@ -38,7 +38,7 @@ public:
     TimePoint runDue() override;
 
 private:
-    typedef fabric::host::ClientId ClientId;
+    using ClientId = fabric::host::ClientId;
 
     void send(ClientId client, std::unique_ptr<fabric::SerializableMessageEvent> event) override;
     void drop(ClientId client, int reason) override;

@@ -158,20 +158,11 @@ TimeService::TimeService(const Options& options, const Clock& trueClock)
     told = sources.at(referenceTimeRtc).rule.periodAt(rtcUtc());
 }
 
-const fabric::host::MessageCatalogue& TimeService::catalogue() const
-{
-    return sim::catalogue();
-}
+const fabric::host::MessageCatalogue& TimeService::catalogue() const { return sim::catalogue(); }
 
-void TimeService::start(fabric::host::ServiceOutlet& serviceOutlet)
-{
-    outlet = &serviceOutlet;
-}
+void TimeService::start(fabric::host::ServiceOutlet& serviceOutlet) { outlet = &serviceOutlet; }
 
-void TimeService::clientConnected(ClientId client)
-{
-    clients.insert(client);
-}
+void TimeService::clientConnected(ClientId client) { clients.insert(client); }
 
 void TimeService::clientDisconnected(ClientId client)
 {

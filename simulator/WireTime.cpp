@@ -71,15 +71,9 @@ bool isAnnounced(const nubOsalTime_struct& deviation)
            differsFrom(Helpers::deviationUnknown);
 }
 
-nubOsalTime_struct wireTime(Utc time)
-{
-    return wireSinceEpoch(time.time_since_epoch());
-}
+nubOsalTime_struct wireTime(Utc time) { return wireSinceEpoch(time.time_since_epoch()); }
 
-nubOsalTime_struct wireTime(Local time)
-{
-    return wireSinceEpoch(time.time_since_epoch());
-}
+nubOsalTime_struct wireTime(Local time) { return wireSinceEpoch(time.time_since_epoch()); }
 
 nubOsalTime_struct wireSpan(Span span)
 {

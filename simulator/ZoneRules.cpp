@@ -91,10 +91,7 @@ bool load(const std::string& name, absl::TimeZone& zone)
     }
 }
 
-absl::Time toAbsl(Utc moment)
-{
-    return absl::FromUnixMicros(moment.time_since_epoch().count());
-}
+absl::Time toAbsl(Utc moment) { return absl::FromUnixMicros(moment.time_since_epoch().count()); }
 
 /// All periods that the database lists, and those of the next 400 years if it closes with a rule.
 std::vector<Period> periodsOf(const absl::TimeZone& zone)

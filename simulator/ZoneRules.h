@@ -10,15 +10,15 @@
 /// How local time deviates from UTC: by the time-zone database, and by what has been announced.
 namespace chronal::sim {
 
-typedef std::chrono::microseconds Span;
+using Span = std::chrono::microseconds;
 
 /// Makes local times a type of their own.
 struct LocalClock
 {
 };
 
-typedef std::chrono::time_point<std::chrono::system_clock, Span> Utc;
-typedef std::chrono::time_point<LocalClock, Span> Local;
+using Utc = std::chrono::time_point<std::chrono::system_clock, Span>;
+using Local = std::chrono::time_point<LocalClock, Span>;
 
 /// The end of the calendar, 10000-01-01 00:00:00: every time that is dealt with lies before it and
 /// not before 1970.

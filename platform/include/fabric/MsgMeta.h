@@ -43,10 +43,7 @@ inline bool operator==(const MsgIds& left, const MsgIds& right)
     return left.originId == right.originId && left.messageId == right.messageId;
 }
 
-inline bool operator!=(const MsgIds& left, const MsgIds& right)
-{
-    return !(left == right);
-}
+inline bool operator!=(const MsgIds& left, const MsgIds& right) { return !(left == right); }
 
 } // namespace fabric
 

@@ -4,10 +4,7 @@ namespace fabric {
 
 EventHandlerIdSet::EventHandlerIdSet(AbstractComponent& component) : component_(component) {}
 
-EventHandlerIdSet::~EventHandlerIdSet()
-{
-    reset();
-}
+EventHandlerIdSet::~EventHandlerIdSet() { reset(); }
 
 void EventHandlerIdSet::addHandler(int handlerId)
 {

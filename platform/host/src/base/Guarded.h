@@ -10,8 +10,7 @@
 
 #include <boost/system/system_error.hpp>
 
-namespace fabric {
-namespace host {
+namespace fabric::host {
 
 /// Calls foreign code. An exception out of it goes to `report`, as text, and no further; false
 /// then.
@@ -47,7 +46,6 @@ inline int currentError(int otherwise) noexcept
     }
 }
 
-} // namespace host
-} // namespace fabric
+} // namespace fabric::host
 
 #endif

@@ -16,10 +16,7 @@ namespace host {
 
 Link::~Link() = default;
 
-bool Link::reconnects() const noexcept
-{
-    return false;
-}
+bool Link::reconnects() const noexcept { return false; }
 
 Service::~Service() = default;
 

@@ -3,8 +3,7 @@
 
 #include <cstdint>
 
-namespace fabric {
-namespace host {
+namespace fabric::host {
 
 /// Levels of the host platform's own debug lines.
 enum LogLevel : std::uint32_t
@@ -18,7 +17,6 @@ enum LogLevel : std::uint32_t
 /// keeps errno.
 void log(LogLevel level, const char* format, ...) noexcept __attribute__((format(printf, 2, 3)));
 
-} // namespace host
-} // namespace fabric
+} // namespace fabric::host
 
 #endif

@@ -11,8 +11,7 @@
 
 #include "OperationMemory.h"
 
-namespace fabric {
-namespace host {
+namespace fabric::host {
 
 /// A function that any thread can have run on a loop. However often it is scheduled before it runs,
 /// it runs once. Scheduling needs no memory, so it always succeeds.
@@ -64,7 +63,6 @@ private:
     const std::shared_ptr<State> state_;
 };
 
-} // namespace host
-} // namespace fabric
+} // namespace fabric::host
 
 #endif

@@ -10,8 +10,7 @@
 
 #include "OperationMemory.h"
 
-namespace fabric {
-namespace host {
+namespace fabric::host {
 
 /// Calls a function on a loop at a time that may be moved. Setting it needs no memory, so it always
 /// succeeds. Used on the loop's thread only.
@@ -91,7 +90,6 @@ private:
     const std::shared_ptr<State> state_;
 };
 
-} // namespace host
-} // namespace fabric
+} // namespace fabric::host
 
 #endif

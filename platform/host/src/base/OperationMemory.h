@@ -6,8 +6,7 @@
 #include <new>
 #include <utility>
 
-namespace fabric {
-namespace host {
+namespace fabric::host {
 
 /// Memory of one asynchronous operation at a time, so that starting it again cannot fail for want
 /// of memory. Asio returns the memory before it calls the operation's handler.
@@ -63,7 +62,6 @@ PreallocatedHandler<Function> preallocated(OperationMemory& memory, Function fun
     return {&memory, std::move(function)};
 }
 
-} // namespace host
-} // namespace fabric
+} // namespace fabric::host
 
 #endif

@@ -6,8 +6,7 @@
 #include <cstdio>
 #include <iterator>
 
-namespace fabric {
-namespace host {
+namespace fabric::host {
 namespace {
 
 struct Character
@@ -91,5 +90,4 @@ std::string printable(const std::string& text, const std::string& special)
     return shown;
 }
 
-} // namespace host
-} // namespace fabric
+} // namespace fabric::host

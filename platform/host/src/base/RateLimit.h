@@ -6,8 +6,7 @@
 
 #include "Log.h"
 
-namespace fabric {
-namespace host {
+namespace fabric::host {
 
 /// Writes about trouble that may go on: at most one line a second, with the number of those that
 /// were left out. For one thread.
@@ -32,7 +31,6 @@ private:
     std::size_t leftOut_ = 0;
 };
 
-} // namespace host
-} // namespace fabric
+} // namespace fabric::host
 
 #endif

@@ -10,10 +10,7 @@ StateHolder::StateHolder()
         throw std::system_error(error, std::generic_category(), "state holder's mutex");
 }
 
-StateHolder::~StateHolder()
-{
-    pthread_mutex_destroy(&mutex);
-}
+StateHolder::~StateHolder() { pthread_mutex_destroy(&mutex); }
 
 StatePart::StatePart(StateHolder& holder) : stateHolder_(holder) {}
 

@@ -7,8 +7,7 @@
 #include "../base/Guarded.h"
 #include "../base/Log.h"
 
-namespace fabric {
-namespace host {
+namespace fabric::host {
 
 ClientList::Entries::iterator ClientList::find(const ClientInterface& client) noexcept
 {
@@ -149,5 +148,4 @@ void ClientList::call(std::unique_lock<std::mutex>& lock, ClientInterface& clien
     left_.notify_all();
 }
 
-} // namespace host
-} // namespace fabric
+} // namespace fabric::host

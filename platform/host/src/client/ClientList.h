@@ -10,8 +10,7 @@
 
 #include <fabric/ClientInterface.h>
 
-namespace fabric {
-namespace host {
+namespace fabric::host {
 
 /// The attached clients of one session, and what each has been told of the connection. Reports are
 /// made on the dispatch thread only, with no lock held; a client may attach and detach any client
@@ -86,7 +85,6 @@ private:
     std::atomic<std::size_t> exceptions_{0};
 };
 
-} // namespace host
-} // namespace fabric
+} // namespace fabric::host
 
 #endif

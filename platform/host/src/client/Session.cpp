@@ -26,16 +26,15 @@
 #include "ClientList.h"
 #include "HandlerRegistry.h"
 
-namespace fabric {
-namespace host {
+namespace fabric::host {
 namespace {
 
 namespace asio = boost::asio;
 
 constexpr MsgIds noIds = {0, 0};
 
-/// A link that reconnects, but could not even be opened for lack of memory or descriptors, is opened
-/// again so often.
+/// A link that reconnects, but could not even be opened for lack of memory or descriptors, is
+/// opened again so often.
 constexpr std::chrono::milliseconds retryAfter(100);
 
 /// The next number of a sequence that leaves out 0.
@@ -470,45 +469,20 @@ Session::Session(std::unique_ptr<Link> link, const MessageCatalogue& catalogue)
 
 Session::~Session() = default;
 
-AbstractApplication& Session::application()
-{
-    return *impl->application;
-}
+AbstractApplication& Session::application() { return *impl->application; }
 
-AbstractComponent& Session::component()
-{
-    return *impl->component;
-}
+AbstractComponent& Session::component() { return *impl->component; }
 
-ServiceInterface& Session::service()
-{
-    return *impl->service;
-}
+ServiceInterface& Session::service() { return *impl->service; }
 
-void Session::attach(ClientInterface& client)
-{
-    impl->attach(client);
-}
+void Session::attach(ClientInterface& client) { impl->attach(client); }
 
-void Session::detach(ClientInterface& client)
-{
-    impl->detach(client);
-}
+void Session::detach(ClientInterface& client) { impl->detach(client); }
 
-void Session::connect() noexcept
-{
-    impl->connect();
-}
+void Session::connect() noexcept { impl->connect(); }
 
-void Session::disconnect() noexcept
-{
-    impl->disconnect();
-}
+void Session::disconnect() noexcept { impl->disconnect(); }
 
-SessionCounters Session::counters() const
-{
-    return impl->counters();
-}
+SessionCounters Session::counters() const { return impl->counters(); }
 
-} // namespace host
-} // namespace fabric
+} // namespace fabric::host

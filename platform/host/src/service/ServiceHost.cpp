@@ -28,8 +28,7 @@
 #include "../transport/SocketStream.h"
 #include "../transport/StreamLink.h"
 
-namespace fabric {
-namespace host {
+namespace fabric::host {
 namespace {
 
 namespace asio = boost::asio;
@@ -481,30 +480,14 @@ ServiceHost::ServiceHost(Service& service) : impl_(new Impl(service)) {}
 
 ServiceHost::~ServiceHost() = default;
 
-void ServiceHost::listen(const std::string& path)
-{
-    impl_->listen(path);
-}
+void ServiceHost::listen(const std::string& path) { impl_->listen(path); }
 
-void ServiceHost::run()
-{
-    impl_->run();
-}
+void ServiceHost::run() { impl_->run(); }
 
-void ServiceHost::start()
-{
-    impl_->start();
-}
+void ServiceHost::start() { impl_->start(); }
 
-void ServiceHost::stop() noexcept
-{
-    impl_->stop();
-}
+void ServiceHost::stop() noexcept { impl_->stop(); }
 
-ServiceCounters ServiceHost::counters() const noexcept
-{
-    return impl_->counters();
-}
+ServiceCounters ServiceHost::counters() const noexcept { return impl_->counters(); }
 
-} // namespace host
-} // namespace fabric
+} // namespace fabric::host

@@ -3,8 +3,7 @@
 #include <cerrno>
 #include <new>
 
-namespace fabric {
-namespace host {
+namespace fabric::host {
 namespace {
 
 /// Longer than a handful of commands take, so that few turns are cut short, and short enough that
@@ -65,5 +64,4 @@ void FrameStream::end(int reason)
     listener_->ended(reason);
 }
 
-} // namespace host
-} // namespace fabric
+} // namespace fabric::host

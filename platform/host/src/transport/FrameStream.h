@@ -11,8 +11,7 @@
 
 #include "../base/LoopTask.h"
 
-namespace fabric {
-namespace host {
+namespace fabric::host {
 
 /// Bounds of what waits to be sent in one direction of a connection. The bytes hold the longest
 /// frame four times; a thousand commands are a burst that an application may well send at once.
@@ -117,7 +116,6 @@ private:
     FrameListener* listener_ = nullptr;
 };
 
-} // namespace host
-} // namespace fabric
+} // namespace fabric::host
 
 #endif

@@ -67,10 +67,7 @@ MemoryStream::MemoryStream(boost::asio::io_context& loop, Flow flow,
     here_.turn = &turn_;
 }
 
-MemoryStream::~MemoryStream()
-{
-    MemoryStream::close(0);
-}
+MemoryStream::~MemoryStream() { MemoryStream::close(0); }
 
 int MemoryStream::send(FrameView frame)
 {

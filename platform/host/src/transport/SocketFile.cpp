@@ -34,10 +34,7 @@ constexpr std::chrono::milliseconds lockRetry(10);
     throw std::runtime_error(path + ": " + what);
 }
 
-[[noreturn]] void fail(const std::string& path, int error)
-{
-    fail(path, std::strerror(error));
-}
+[[noreturn]] void fail(const std::string& path, int error) { fail(path, std::strerror(error)); }
 
 /// Keeps services of this user from replacing the same socket at the same time. The lock is a file
 /// of its own beside the socket: a directory can be locked by anybody who may read it. Without

@@ -17,8 +17,7 @@
 #include "SocketStream.h"
 #include "StreamLink.h"
 
-namespace fabric {
-namespace host {
+namespace fabric::host {
 namespace {
 
 /// A service that restarts is found again soon; one that stays away costs little.
@@ -142,5 +141,4 @@ std::unique_ptr<Link> newSocketLink(const std::string& path, uid_t trustedUser)
     return std::make_unique<SocketLink>(path, trustedUser);
 }
 
-} // namespace host
-} // namespace fabric
+} // namespace fabric::host

@@ -11,8 +11,7 @@
 #include "../base/Guarded.h"
 #include "../base/Log.h"
 
-namespace fabric {
-namespace host {
+namespace fabric::host {
 namespace {
 
 /// A shortage of descriptors or memory is looked at again so often.
@@ -77,5 +76,4 @@ void SocketListener::failed(int error)
     retry_.expireAfter(retryAfter);
 }
 
-} // namespace host
-} // namespace fabric
+} // namespace fabric::host

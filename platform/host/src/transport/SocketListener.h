@@ -12,8 +12,7 @@
 #include "../base/RateLimit.h"
 #include "SocketFile.h"
 
-namespace fabric {
-namespace host {
+namespace fabric::host {
 
 /// Accepts connections at a socket of the file system. Belongs to the loop's thread.
 class SocketListener : public std::enable_shared_from_this<SocketListener>
@@ -49,7 +48,6 @@ private:
     RateLimit complaints_;
 };
 
-} // namespace host
-} // namespace fabric
+} // namespace fabric::host
 
 #endif

@@ -15,8 +15,7 @@
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/error.hpp>
 
-namespace fabric {
-namespace host {
+namespace fabric::host {
 namespace {
 
 namespace asio = boost::asio;
@@ -257,5 +256,4 @@ void SocketStream::close(int)
     socket_.close(ignored);
 }
 
-} // namespace host
-} // namespace fabric
+} // namespace fabric::host

@@ -11,8 +11,7 @@
 
 #include "FrameStream.h"
 
-namespace fabric {
-namespace host {
+namespace fabric::host {
 
 /// Frames over a socket.
 class SocketStream final : public FrameStream
@@ -72,7 +71,6 @@ private:
     LoopTask awaitRoom_; ///< waits until the socket takes more
 };
 
-} // namespace host
-} // namespace fabric
+} // namespace fabric::host
 
 #endif

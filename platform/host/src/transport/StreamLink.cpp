@@ -7,8 +7,7 @@
 
 #include "../base/Log.h"
 
-namespace fabric {
-namespace host {
+namespace fabric::host {
 
 void StreamLink::connected(const std::shared_ptr<FrameStream>& stream)
 {
@@ -38,10 +37,7 @@ int StreamLink::send(FrameView frame)
     return stream_ ? stream_->send(frame) : -ENOTCONN;
 }
 
-bool StreamLink::frameReceived(FrameView frame)
-{
-    return listener_->frameReceived(frame);
-}
+bool StreamLink::frameReceived(FrameView frame) { return listener_->frameReceived(frame); }
 
 void StreamLink::ended(int reason)
 {
@@ -55,5 +51,4 @@ std::shared_ptr<FrameStream> StreamLink::exchange(std::shared_ptr<FrameStream> s
     return std::exchange(stream_, std::move(stream));
 }
 
-} // namespace host
-} // namespace fabric
+} // namespace fabric::host

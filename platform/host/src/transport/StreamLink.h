@@ -8,8 +8,7 @@
 
 #include "FrameStream.h"
 
-namespace fabric {
-namespace host {
+namespace fabric::host {
 
 /// A link that has a stream while it is up.
 class StreamLink : public Link, protected FrameListener
@@ -36,7 +35,6 @@ private:
     std::shared_ptr<FrameStream> stream_; ///< null while the link is down
 };
 
-} // namespace host
-} // namespace fabric
+} // namespace fabric::host
 
 #endif

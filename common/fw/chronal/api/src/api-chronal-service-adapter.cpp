@@ -45,10 +45,7 @@ private:
     bool enabled_;
 };
 
-constexpr std::int32_t wireBool(bool value)
-{
-    return value ? 1 : 0;
-}
+constexpr std::int32_t wireBool(bool value) { return value ? 1 : 0; }
 
 /// Replaces both fields by their two's-complement negation, each on its own.
 void negate(nubOsalTime_struct& time)
