@@ -13,17 +13,16 @@
 #include <chronal/Helpers.h>
 #include <chronal/MessageRecords.h>
 
-namespace bench {
-namespace floors {
+namespace bench::floors {
 namespace {
 
-void handOver(fabric::MsgIds& ids, Count* count)
+void handOver(fabric::MsgIds& ids, ControlBlock* block)
 {
-    count->acquire();
-    Event* const event = new Event({service->serviceId(), 1, 2, 0}, {-1, 2}, count);
+    block->acquire();
+    Event* const event = new Event({service->serviceId(), 1, 2, 0}, {-1, 2}, block);
     if (application->sendEvent(ids, 0, event) < 0)
         std::abort();
-    count->release();
+    block->release();
 }
 
 void releaseNothing(std::uint32_t, const fabric::MsgMeta*, const nubEndianTable_t*, void*) {}
@@ -33,14 +32,14 @@ void releaseZone(std::uint32_t, const fabric::MsgMeta*, const nubEndianTable_t*,
     std::free(static_cast<chronalMsgTimezone_t*>(record)->timezone.chars);
 }
 
-/// A message as it arrives, made once.
+/// A message as it arrives.
 template <typename Record>
 Event arrived(const std::string* text, nubDeserString_t Record::*field)
 {
-    Count* const count = created(sizeof(Record), releaseNothing);
+    ControlBlock* const block = created(sizeof(Record), releaseNothing);
     if (text)
-        set(recordOf<Record>(*count).*field, text->data(), text->size());
-    return {{1, 1, 2, 2}, {-1, 2}, count};
+        set(recordOf<Record>(*block).*field, text->data(), text->size());
+    return {{1, 1, 2, 2}, {-1, 2}, block};
 }
 
 Event timeEvent = arrived<chronalMsgReplyTime_t>(nullptr, nullptr);
@@ -48,60 +47,66 @@ Event settingsEvent = arrived(&shortZone, &chronalMsgDateTime_t::text);
 Event shortZoneEvent = arrived(&shortZone, &chronalMsgTimezone_t::timezone);
 Event longZoneEvent = arrived(&longZone, &chronalMsgTimezone_t::timezone);
 
-/// Holds the payload of an event while `body` reads its record. An event may come without either.
+/// Holds the payload of an event, which may lack it, while `body` reads the record.
 template <typename Record, typename Body>
-inline int held(const Event& event, const Body& body)
+inline int withRecord(const Event& event, const Body& body)
 {
-    Count* const count = event.count;
-    if (!count)
+    ControlBlock* const block = event.block;
+    if (!block)
         return 0;
-    count->acquire();
+    block->acquire();
     if (event.owner->record)
         body(*static_cast<const Record*>(event.owner->record));
-    count->release();
+    block->release();
     return 0;
 }
 
-/// Whether the listener has a function of its own in the place of one that does nothing.
-inline bool heard(const Listener& listener, std::size_t entry)
+/// Tells whether the listener's class overrides the function, which otherwise does nothing.
+inline bool overrides(const Listener& listener, std::size_t entry)
 {
-    return tableOf(listener)[entry] != tableOf(*deaf)[entry];
+    return tableOf(listener)[entry] != tableOf(*bareListener)[entry];
 }
 
-int receiveTime(Listener& listener, const Event& event)
+int deliverTime(Listener& listener, const Event& event)
 {
-    return held<chronalMsgReplyTime_t>(event, [&](const chronalMsgReplyTime_t& record) {
+    return withRecord<chronalMsgReplyTime_t>(event, [&](const chronalMsgReplyTime_t& record) {
         const nubOsalTime_struct deviation = record.utcDeviation;
         const nubOsalTime_struct utc = record.utcTime;
         const nubOsalTime_struct local = record.localTime;
         const chronal::ReferenceTimeId id = record.refTimeId;
-        if (heard(listener, Listener::timeEntry))
+        if (overrides(listener, Listener::timeEntry))
             listener.time(event.ids, deviation, utc, local, id, record.flag != 0, record.value);
     });
 }
 
-int receiveSettings(Listener& listener, const Event& event)
+int deliverSettings(Listener& listener, const Event& event)
 {
-    return held<chronalMsgDateTime_t>(event, [&](const chronalMsgDateTime_t& record) {
+    return withRecord<chronalMsgDateTime_t>(event, [&](const chronalMsgDateTime_t& record) {
         const nubOsalTime_struct all[] = {record.time0, record.time1, record.time2, record.time3,
                                           record.time4};
         const int value = record.value;
         const std::string text(record.text.chars, record.text.length);
         const bool flags[] = {record.flag1 != 0, record.flag2 != 0, record.timezoneSyncEnable != 0};
-        if (heard(listener, Listener::settingsEntry))
+        if (overrides(listener, Listener::settingsEntry))
             listener.settings(event.ids, all[0], all[1], all[2], all[3], all[4], value, text,
                               flags[0], flags[1], flags[2]);
     });
 }
 
-int receiveZone(Listener& listener, const Event& event)
+int deliverZone(Listener& listener, const Event& event)
 {
-    return held<chronalMsgTimezone_t>(event, [&](const chronalMsgTimezone_t& record) {
+    return withRecord<chronalMsgTimezone_t>(event, [&](const chronalMsgTimezone_t& record) {
         const std::string name(record.timezone.chars, record.timezone.length);
         const nubOsalTime_struct when = record.time;
-        if (heard(listener, Listener::zoneEntry))
+        if (overrides(listener, Listener::zoneEntry))
             listener.zone(event.ids, name, when);
     });
+}
+
+template <int (*deliver)(Listener&, const Event&), Listener*& listener, Event& event>
+void receive()
+{
+    deliver(*listener, event);
 }
 
 std::int32_t milliseconds(const nubOsalTime_struct& from)
@@ -121,15 +126,15 @@ nubOsalTime_struct normalized(nubOsalTime_struct span)
     return span;
 }
 
-/// Makes the calls of the platform that every span takes which is no marker.
+/// Makes the calls of the platform that the text of every span takes, unless it is a marker.
 void askAboutSpan(const nubOsalTime_struct& span)
 {
     keep(isMarker(span));
     keep(normalized(span));             // for the sign
-    keep(normalized(normalized(span))); // for the absolute value, which asks for the sign again
+    keep(normalized(normalized(span))); // for the absolute value, which takes the sign again
 }
 
-/// One piece of a text.
+/// Formats one piece of a text.
 void print(const char* format, std::int64_t number)
 {
     std::array<char, 127> piece;
@@ -143,72 +148,41 @@ void sendTimes(fabric::MsgIds& ids, const nubOsalTime_struct& time1,
                const nubOsalTime_struct& time2, const nubOsalTime_struct& time3,
                const nubOsalTime_struct& time4, const chronal::ReferenceTimeId& id)
 {
-    Count* const count = created(sizeof(chronalMsgCmdRefTimeData_t), releaseNothing);
-    auto& record = recordOf<chronalMsgCmdRefTimeData_t>(*count);
+    ControlBlock* const block = created(sizeof(chronalMsgCmdRefTimeData_t), releaseNothing);
+    auto& record = recordOf<chronalMsgCmdRefTimeData_t>(*block);
     record.refTimeId = id.id;
     record.time1 = time1;
     record.time2 = time2;
     record.time3 = time3;
     record.time4 = time4;
-    handOver(ids, count);
+    handOver(ids, block);
 }
 
 void sendSource(fabric::MsgIds& ids, const chronal::ReferenceTimeId& id)
 {
-    Count* const count = created(sizeof(chronalMsgCmdRefTimeId_t), releaseNothing);
-    recordOf<chronalMsgCmdRefTimeId_t>(*count).refTimeId = id.id;
-    handOver(ids, count);
+    ControlBlock* const block = created(sizeof(chronalMsgCmdRefTimeId_t), releaseNothing);
+    recordOf<chronalMsgCmdRefTimeId_t>(*block).refTimeId = id.id;
+    handOver(ids, block);
 }
 
 void sendZone(fabric::MsgIds& ids, const std::string& zone)
 {
-    Count* const count = created(sizeof(chronalMsgTimezone_t), releaseZone);
-    set(recordOf<chronalMsgTimezone_t>(*count).timezone, zone.data(), zone.size());
-    handOver(ids, count);
+    ControlBlock* const block = created(sizeof(chronalMsgTimezone_t), releaseZone);
+    set(recordOf<chronalMsgTimezone_t>(*block).timezone, zone.data(), zone.size());
+    handOver(ids, block);
 }
 
-void receiveTime()
-{
-    receiveTime(*hearing, timeEvent);
-}
+const Function receiveTime = receive<deliverTime, overridingListener, timeEvent>;
+const Function receiveTimeDefault = receive<deliverTime, bareListener, timeEvent>;
+const Function receiveSettings = receive<deliverSettings, overridingListener, settingsEvent>;
+const Function receiveSettingsDefault = receive<deliverSettings, bareListener, settingsEvent>;
+const Function receiveShortZone = receive<deliverZone, overridingListener, shortZoneEvent>;
+const Function receiveShortZoneDefault = receive<deliverZone, bareListener, shortZoneEvent>;
+const Function receiveLongZone = receive<deliverZone, overridingListener, longZoneEvent>;
+const Function receiveLongZoneDefault = receive<deliverZone, bareListener, longZoneEvent>;
 
-void receiveTimeUnheard()
-{
-    receiveTime(*deaf, timeEvent);
-}
-
-void receiveSettings()
-{
-    receiveSettings(*hearing, settingsEvent);
-}
-
-void receiveSettingsUnheard()
-{
-    receiveSettings(*deaf, settingsEvent);
-}
-
-void receiveShortZone()
-{
-    receiveZone(*hearing, shortZoneEvent);
-}
-
-void receiveShortZoneUnheard()
-{
-    receiveZone(*deaf, shortZoneEvent);
-}
-
-void receiveLongZone()
-{
-    receiveZone(*hearing, longZoneEvent);
-}
-
-void receiveLongZoneUnheard()
-{
-    receiveZone(*deaf, longZoneEvent);
-}
-
-// Texts: the calls of the platform and of snprintf() alone, without the string that they make
-// together; a marker has no snprintf().
+// Texts: the calls of the platform and of snprintf() alone, without joining the pieces to a string.
+// A marker takes no snprintf().
 
 void printMarker()
 {
@@ -248,5 +222,4 @@ void printTime()
     keep(text);
 }
 
-} // namespace floors
-} // namespace bench
+} // namespace bench::floors

@@ -7,12 +7,13 @@
 #include <fabric/MsgMeta.h>
 #include <nub/Osal.h>
 
-/// What the required work costs by itself, written by hand with nothing around it: the same
-/// allocations, virtual calls, copies and releases for a message; the same calls of the platform
-/// and of snprintf() for a text. Each is named after the operation of the library that it stands
-/// beside.
-namespace bench {
-namespace floors {
+#include "Operations.h"
+
+/// The cost of the required work by itself, written by hand with nothing around it: for a message
+/// the same allocations, virtual calls, copies and releases; for a text the same calls of the
+/// platform and of snprintf(). Each function is named after the operation of the library that it is
+/// compared with.
+namespace bench::floors {
 
 void sendTimes(fabric::MsgIds& ids, const nubOsalTime_struct& time1,
                const nubOsalTime_struct& time2, const nubOsalTime_struct& time3,
@@ -20,21 +21,20 @@ void sendTimes(fabric::MsgIds& ids, const nubOsalTime_struct& time1,
 void sendSource(fabric::MsgIds& ids, const chronal::ReferenceTimeId& id);
 void sendZone(fabric::MsgIds& ids, const std::string& zone);
 
-void receiveTime();
-void receiveTimeUnheard();
-void receiveSettings();
-void receiveSettingsUnheard();
-void receiveShortZone();
-void receiveShortZoneUnheard();
-void receiveLongZone();
-void receiveLongZoneUnheard();
+extern const Function receiveTime;
+extern const Function receiveTimeDefault;
+extern const Function receiveSettings;
+extern const Function receiveSettingsDefault;
+extern const Function receiveShortZone;
+extern const Function receiveShortZoneDefault;
+extern const Function receiveLongZone;
+extern const Function receiveLongZoneDefault;
 
 void printMarker();
 void printShortSpan();
 void printLongSpan();
 void printTime();
 
-} // namespace floors
-} // namespace bench
+} // namespace bench::floors
 
 #endif

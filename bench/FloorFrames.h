@@ -14,10 +14,9 @@
 #include "FloorMiddleware.h"
 #include "Samples.h"
 
-/// Between records and frames as by hand: each of the header's words and of the record's fields is
-/// swapped in its place, one after the other.
-namespace bench {
-namespace floors {
+/// Conversion between records and frames by hand: each word of the header and each field of the
+/// record is byte-swapped in its place, one after the other.
+namespace bench::floors {
 
 template <typename Word>
 inline Word swapped(Word word)
@@ -94,14 +93,14 @@ inline void release(nubDeserString_t& field)
     std::free(field.chars);
 }
 
-/// The messages of one record, with its fields in the order in which they travel.
+/// Messages of one kind of record, with its fields in the order of the frame.
 template <typename Record, auto... fields>
 class Frames
 {
 public:
-    explicit Frames(const std::string& text = longZone) : record()
+    explicit Frames(const std::string& text = longZone) : record_()
     {
-        (fill(record.*fields, text), ...);
+        (fill(record_.*fields, text), ...);
         encode();
     }
 
@@ -110,29 +109,29 @@ public:
 
     void encode()
     {
-        keep(record);
+        keep(record_);
         const std::size_t size = headerWords * sizeof(std::uint32_t) +
-                                 (std::size_t{0} + ... + sizeInFrame(record.*fields));
-        frame.resize(size);
-        std::uint8_t* out = put(frame.data(), static_cast<std::uint32_t>(size));
+                                 (std::size_t{0} + ... + sizeInFrame(record_.*fields));
+        frame_.resize(size);
+        std::uint8_t* out = put(frame_.data(), static_cast<std::uint32_t>(size));
         for (std::uint32_t word = 1; word < headerWords; ++word)
             out = put(out, word);
-        ((out = put(out, record.*fields)), ...);
-        keep(frame);
+        ((out = put(out, record_.*fields)), ...);
+        keep(frame_);
     }
 
-    /// Makes the message, and releases it at once.
+    /// Makes the message and releases it at once.
     void decode() const
     {
-        Count* const count = created(sizeof(Record), [](std::uint32_t, const fabric::MsgMeta*,
-                                                        const nubEndianTable_t*, void* payload) {
-            (release(static_cast<Record*>(payload)->*fields), ...);
-        });
-        const std::uint8_t* in = frame.data() + headerWords * sizeof(std::uint32_t);
-        ((in = get(in, recordOf<Record>(*count).*fields)), ...);
+        ControlBlock* const block =
+            created(sizeof(Record),
+                    [](std::uint32_t, const fabric::MsgMeta*, const nubEndianTable_t*,
+                       void* payload) { (release(static_cast<Record*>(payload)->*fields), ...); });
+        const std::uint8_t* in = frame_.data() + headerWords * sizeof(std::uint32_t);
+        ((in = get(in, recordOf<Record>(*block).*fields)), ...);
 
-        Event* const event = new Event({}, {}, count);
-        in = get(frame.data() + sizeof(std::uint32_t), event->identity.serviceId);
+        Event* const event = new Event({}, {}, block);
+        in = get(frame_.data() + sizeof(std::uint32_t), event->identity.serviceId);
         in = get(in, event->identity.resourceId);
         in = get(in, event->identity.operationId);
         event->identity.kind = *in;
@@ -156,11 +155,10 @@ private:
         set(field, text.data(), text.size());
     }
 
-    Record record;
-    std::vector<std::uint8_t> frame;
+    Record record_;
+    std::vector<std::uint8_t> frame_;
 };
 
-} // namespace floors
-} // namespace bench
+} // namespace bench::floors
 
 #endif

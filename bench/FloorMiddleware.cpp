@@ -2,8 +2,7 @@
 
 #include "Samples.h"
 
-namespace bench {
-namespace floors {
+namespace bench::floors {
 
 Service::~Service() = default;
 Application::~Application() = default;
@@ -36,7 +35,7 @@ void Listener::zone(const fabric::MsgIds&, const std::string&, const nubOsalTime
 
 namespace {
 
-class Hearing : public Listener
+class OverridingListener : public Listener
 {
 public:
     void time(const fabric::MsgIds&, const nubOsalTime_struct& deviation, const nubOsalTime_struct&,
@@ -58,15 +57,14 @@ public:
 
 Service theService;
 Application theApplication;
-Listener theDeaf;
-Hearing theHearing;
+Listener theBareListener;
+OverridingListener theOverridingListener;
 
 } // namespace
 
 Service* service = &theService;
 Application* application = &theApplication;
-Listener* deaf = &theDeaf;
-Listener* hearing = &theHearing;
+Listener* bareListener = &theBareListener;
+Listener* overridingListener = &theOverridingListener;
 
-} // namespace floors
-} // namespace bench
+} // namespace bench::floors

@@ -13,17 +13,16 @@
 #include <fabric/SerializableMessage.h>
 #include <nub/Osal.h>
 
-/// What a floor's messages are made of, and what they are handed to: apart from the floors, so that
-/// the compiler cannot see through a virtual call.
-namespace bench {
-namespace floors {
+/// The parts of a floor's messages, and the interfaces that take them. The floors are in another
+/// file, so that the compiler cannot see through a virtual call.
+namespace bench::floors {
 
-/// Frees a record's strings, told all that the middleware's release function is told.
+/// Frees a record's strings; takes the same arguments as the middleware's release function.
 using Release = void (*)(std::uint32_t word, const fabric::MsgMeta* release,
                          const nubEndianTable_t* table, void* record);
 
-/// The owner of a record; in place of the record's table it has the release function. As others may
-/// derive from it, it is deleted through its virtual destructor.
+/// The owner of a record, with the release function in place of the record's table. The destructor
+/// is virtual as in the library's class, which others may derive from.
 struct Owner
 {
     Owner(void* bytes, Release release) : record(bytes), releaseWord(0), releaseStrings(release) {}
@@ -42,7 +41,8 @@ struct Owner
 };
 static_assert(sizeof(Owner) == sizeof(fabric::SerializableMessageData), "the same allocation");
 
-struct Count
+/// Counts the uses of a record's owner as the control block of a shared pointer does.
+struct ControlBlock
 {
     void* table;
     std::atomic<int> uses;
@@ -59,14 +59,14 @@ struct Count
     }
 };
 
-/// As others may derive from it, it is deleted through its virtual destructor.
+/// The destructor is virtual for the same reason.
 struct Event
 {
-    Event(const fabric::MsgMeta& what, const fabric::EndpointId& from, Count* shared)
-        : identity(what), sender(from), ids(), owner(shared->owner), count(shared)
+    Event(const fabric::MsgMeta& what, const fabric::EndpointId& from, ControlBlock* shared)
+        : identity(what), sender(from), ids(), owner(shared->owner), block(shared)
     {
     }
-    virtual ~Event() { count->release(); }
+    virtual ~Event() { block->release(); }
     Event(const Event&) = delete;
     Event& operator=(const Event&) = delete;
 
@@ -74,7 +74,7 @@ struct Event
     fabric::EndpointId sender;
     fabric::MsgIds ids;
     Owner* owner;
-    Count* count;
+    ControlBlock* block;
 };
 static_assert(sizeof(Event) == sizeof(fabric::SerializableMessageEvent), "the same allocation");
 
@@ -92,7 +92,7 @@ public:
     virtual int sendEvent(fabric::MsgIds& ids, int flags, Event* event);
 };
 
-/// Does nothing with what it is told.
+/// Ignores everything that it receives.
 class Listener
 {
 public:
@@ -108,7 +108,7 @@ public:
                       const nubOsalTime_struct& when);
     virtual ~Listener();
 
-    /// The places of the functions in the virtual table.
+    /// Positions of the functions in the virtual table.
     enum Entry : std::size_t
     {
         timeEntry,
@@ -126,8 +126,8 @@ inline const void* const* tableOf(const Listener& listener)
 
 extern Service* service;
 extern Application* application;
-extern Listener* deaf;
-extern Listener* hearing; ///< one with functions of its own
+extern Listener* bareListener;
+extern Listener* overridingListener;
 
 inline void* checked(void* block)
 {
@@ -136,18 +136,18 @@ inline void* checked(void* block)
     return block;
 }
 
-/// A record and its owner, with one use.
-inline Count* created(std::size_t size, Release releaseStrings)
+/// Makes a record and its owner, with one use.
+inline ControlBlock* created(std::size_t size, Release releaseStrings)
 {
     void* const record = checked(std::calloc(1, size));
     Owner* const owner = new Owner(record, releaseStrings);
-    return new Count{nullptr, {1}, {1}, owner};
+    return new ControlBlock{nullptr, {1}, {1}, owner};
 }
 
 template <typename Record>
-inline Record& recordOf(const Count& count)
+inline Record& recordOf(const ControlBlock& block)
 {
-    return *static_cast<Record*>(count.owner->record);
+    return *static_cast<Record*>(block.owner->record);
 }
 
 inline void set(nubDeserString_t& field, const char* chars, std::size_t length)
@@ -158,7 +158,6 @@ inline void set(nubDeserString_t& field, const char* chars, std::size_t length)
     field.chars[length] = '\0';
 }
 
-} // namespace floors
-} // namespace bench
+} // namespace bench::floors
 
 #endif

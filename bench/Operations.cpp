@@ -12,33 +12,31 @@
 #include <fabric-host/Frame.h>
 #include <fabric/Twine.h>
 
-#include "../tests/library/NullMiddleware.h"
+#include "../tests/support/NullMiddleware.h"
 #include "Floor.h"
 #include "FloorFrames.h"
 #include "Samples.h"
 
 namespace bench {
-
 namespace {
 
 using namespace fabric::host;
 
 constexpr std::uint32_t serviceId = 1;
 
-/// Hears nothing.
-class DeafAdapter : public chronal::UserAdapter
+class BareAdapter : public chronal::UserAdapter
 {
 public:
     using UserAdapter::UserAdapter;
-    ~DeafAdapter() override = default;
+    ~BareAdapter() override = default;
 };
 
-/// Hears what is received here.
-class HearingAdapter : public chronal::UserAdapter
+/// Overrides the callbacks that are measured.
+class OverridingAdapter : public chronal::UserAdapter
 {
 public:
     using UserAdapter::UserAdapter;
-    ~HearingAdapter() override = default;
+    ~OverridingAdapter() override = default;
 
 protected:
     void onReplyTimeRefInfo(const fabric::MsgIds&, const nubOsalTime_struct& deviation,
@@ -73,8 +71,8 @@ struct Ready : Adapter
     Ready() : Adapter(application, component) { this->setServiceInterface(&service); }
 };
 
-Ready<DeafAdapter> deaf;
-Ready<HearingAdapter> hearing;
+Ready<BareAdapter> bare;
+Ready<OverridingAdapter> overriding;
 fabric::MsgIds ids;
 
 fabric::SerializableMessageEvent arrived(const nubEndianTable_t& table, const std::string& text)
@@ -103,7 +101,7 @@ FrameBytes encoded(const fabric::SerializableMessageEvent& event, const MessageT
     return frame;
 }
 
-/// A message of one kind, as it arrives.
+/// A message of one kind as it arrives.
 struct Sample
 {
     explicit Sample(const nubEndianTable_t& table, const std::string& text = longZone)
@@ -134,7 +132,7 @@ const Sample timeAtData(__nub_EndianTable_chronalMsgCmdTimeAtData_t);
 const Sample refTimeData(__nub_EndianTable_chronalMsgCmdRefTimeData_t);
 const Sample refTimeId(__nub_EndianTable_chronalMsgCmdRefTimeId_t);
 
-/// The same, as by hand.
+/// The same by hand.
 namespace by_hand {
 
 floors::Frames<chronalCmdDummy_t, &chronalCmdDummy_t::dummy> dummy;
@@ -197,7 +195,7 @@ void decodeByHand()
     frames.decode();
 }
 
-/// What the release of a message asks of the middleware.
+/// Makes the call of the middleware that the release of a message takes.
 template <const Sample& sample>
 void release()
 {
@@ -214,19 +212,19 @@ void print(const nubOsalTime_struct& span)
 } // namespace
 
 // clang-format off
-const Operation operations[] = {
-    {"send/80-byte", [] { deaf.cmdSendDaylightsavingInfo(ids, time, time, time, time, source); }, [] { floors::sendTimes(ids, time, time, time, time, source); }},
-    {"send/4-byte", [] { deaf.cmdRefTimeFetch(ids, source); }, [] { floors::sendSource(ids, source); }},
-    {"send/string", [] { deaf.cmdTimezoneSet(ids, longZone); }, [] { floors::sendZone(ids, longZone); }},
+const std::vector<Operation> operations = {
+    {"send/80-byte", [] { bare.cmdSendDaylightsavingInfo(ids, time, time, time, time, source); }, [] { floors::sendTimes(ids, time, time, time, time, source); }},
+    {"send/4-byte", [] { bare.cmdRefTimeFetch(ids, source); }, [] { floors::sendSource(ids, source); }},
+    {"send/string", [] { bare.cmdTimezoneSet(ids, longZone); }, [] { floors::sendZone(ids, longZone); }},
 
-    {"receive/64-byte", [] { hearing.callReplyTimeRefInfo(replyTime.event); }, floors::receiveTime},
-    {"receive/64-byte-unheard", [] { deaf.callReplyTimeRefInfo(replyTime.event); }, floors::receiveTimeUnheard},
-    {"receive/104-byte", [] { hearing.callReplyDateTimeSettingsInfo(dateTime.event); }, floors::receiveSettings},
-    {"receive/104-byte-unheard", [] { deaf.callReplyDateTimeSettingsInfo(dateTime.event); }, floors::receiveSettingsUnheard},
-    {"receive/short-string", [] { hearing.callReplyTimezoneInfo(timezoneShort.event); }, floors::receiveShortZone},
-    {"receive/short-string-unheard", [] { deaf.callReplyTimezoneInfo(timezoneShort.event); }, floors::receiveShortZoneUnheard},
-    {"receive/long-string", [] { hearing.callReplyTimezoneInfo(timezoneLong.event); }, floors::receiveLongZone},
-    {"receive/long-string-unheard", [] { deaf.callReplyTimezoneInfo(timezoneLong.event); }, floors::receiveLongZoneUnheard},
+    {"receive/64-byte", [] { overriding.callReplyTimeRefInfo(replyTime.event); }, floors::receiveTime},
+    {"receive/64-byte-default", [] { bare.callReplyTimeRefInfo(replyTime.event); }, floors::receiveTimeDefault},
+    {"receive/104-byte", [] { overriding.callReplyDateTimeSettingsInfo(dateTime.event); }, floors::receiveSettings},
+    {"receive/104-byte-default", [] { bare.callReplyDateTimeSettingsInfo(dateTime.event); }, floors::receiveSettingsDefault},
+    {"receive/short-string", [] { overriding.callReplyTimezoneInfo(timezoneShort.event); }, floors::receiveShortZone},
+    {"receive/short-string-default", [] { bare.callReplyTimezoneInfo(timezoneShort.event); }, floors::receiveShortZoneDefault},
+    {"receive/long-string", [] { overriding.callReplyTimezoneInfo(timezoneLong.event); }, floors::receiveLongZone},
+    {"receive/long-string-default", [] { bare.callReplyTimezoneInfo(timezoneLong.event); }, floors::receiveLongZoneDefault},
 
     {"release/80-byte", release<refTimeData>, nullptr},
     {"release/4-byte", release<refTimeId>, nullptr},
@@ -264,6 +262,5 @@ const Operation operations[] = {
     {"text/time", [] { keep(chronal::Helpers::getTimeStr(time)); }, floors::printTime},
 };
 // clang-format on
-const std::size_t operationCount = sizeof(operations) / sizeof(operations[0]);
 
 } // namespace bench

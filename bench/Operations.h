@@ -1,20 +1,21 @@
 #ifndef BENCH_OPERATIONS_H
 #define BENCH_OPERATIONS_H
 
-#include <cstddef>
+#include <vector>
 
 namespace bench {
 
-/// One thing that is measured: the library's way, and the same required work written by hand.
+using Function = void (*)();
+
+/// One measured operation: done by the library, and the same required work written by hand.
 struct Operation
 {
     const char* name;
-    void (*own)();
-    void (*floor)(); ///< null where the numbers of another of its kind tell enough
+    Function own;
+    Function floor; ///< null where the floor of a similar operation is enough
 };
 
-extern const Operation operations[];
-extern const std::size_t operationCount;
+extern const std::vector<Operation> operations;
 
 } // namespace bench
 

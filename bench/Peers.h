@@ -4,30 +4,24 @@
 #include <initializer_list>
 #include <vector>
 
+#include "Operations.h"
+
 namespace bench {
 
-/// What one would otherwise take for an operation. Each peer is in a file of its own, which adds
-/// its rows when the program starts: built or left out, nothing else knows of it.
+/// Another library doing an operation.
 struct Peer
 {
     const char* operation;
     const char* name; ///< without a slash
-    void (*run)();
+    Function run;
 };
 
-class Peers
+inline std::vector<Peer> allPeers;
+
+/// Adds peers when the program starts, so that nothing else depends on which of them are built.
+struct Peers
 {
-public:
-    Peers(std::initializer_list<Peer> rows) { rowsOfAll().insert(rowsOfAll().end(), rows); }
-
-    static const std::vector<Peer>& all() { return rowsOfAll(); }
-
-private:
-    static std::vector<Peer>& rowsOfAll()
-    {
-        static std::vector<Peer> rows;
-        return rows;
-    }
+    Peers(std::initializer_list<Peer> peers) { allPeers.insert(allPeers.end(), peers); }
 };
 
 } // namespace bench

@@ -72,7 +72,7 @@ messages::DateTime dateTime()
     return message;
 }
 
-/// A new message, filled, and its bytes in a new string.
+/// Fills a new message and writes its bytes to a new string.
 template <auto message>
 void build()
 {
@@ -81,7 +81,7 @@ void build()
     keep(bytes);
 }
 
-/// The bytes of a message that is there, in a string that is there.
+/// Writes the bytes of an existing message to an existing string.
 template <auto message>
 void serialize()
 {

@@ -53,7 +53,7 @@ using Message = std::unique_ptr<sd_bus_message, Release>;
 Bus newBus()
 {
     sd_bus* bus = nullptr;
-    checked(sd_bus_new(&bus), "no new bus");
+    checked(sd_bus_new(&bus), "cannot make a bus");
     return Bus(bus);
 }
 
@@ -63,28 +63,28 @@ struct Ends
     Bus client;
 };
 
-/// Two ends of a socket, which speak to each other without a daemon.
+/// Two ends of a socket, which talk to each other without a daemon.
 Ends pairOfEnds()
 {
     std::array<int, 2> sockets;
     if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, sockets.data()) != 0)
-        throw std::system_error(errno, std::generic_category(), "no pair of sockets");
+        throw std::system_error(errno, std::generic_category(), "cannot make a pair of sockets");
     Ends ends = {newBus(), newBus()};
-    checked(sd_bus_set_fd(ends.service.get(), sockets[0], sockets[0]), "no socket");
-    checked(sd_bus_set_fd(ends.client.get(), sockets[1], sockets[1]), "no socket");
+    checked(sd_bus_set_fd(ends.service.get(), sockets[0], sockets[0]), "cannot use the socket");
+    checked(sd_bus_set_fd(ends.client.get(), sockets[1], sockets[1]), "cannot use the socket");
     const sd_id128_t id = {};
-    checked(sd_bus_set_server(ends.service.get(), 1, id), "no server");
-    checked(sd_bus_start(ends.service.get()), "the service's end does not start");
-    checked(sd_bus_start(ends.client.get()), "the client's end does not start");
+    checked(sd_bus_set_server(ends.service.get(), 1, id), "cannot be a server");
+    checked(sd_bus_start(ends.service.get()), "cannot start the service's end");
+    checked(sd_bus_start(ends.client.get()), "cannot start the client's end");
     return ends;
 }
 
 Bus connectedTo(const char* daemonAddress)
 {
     Bus bus = newBus();
-    checked(sd_bus_set_address(bus.get(), daemonAddress), "no such address");
-    checked(sd_bus_set_bus_client(bus.get(), 1), "no client of a daemon");
-    checked(sd_bus_start(bus.get()), "no connection to the daemon");
+    checked(sd_bus_set_address(bus.get(), daemonAddress), "cannot use the daemon's address");
+    checked(sd_bus_set_bus_client(bus.get(), 1), "cannot be a client of the daemon");
+    checked(sd_bus_start(bus.get()), "cannot connect to the daemon");
     return bus;
 }
 
@@ -101,7 +101,7 @@ void read(sd_bus_message* message, const char* types, Fields&... fields)
     (keep(fields), ...);
 }
 
-// Fills and reads: the fields of one record each.
+// Functions that fill and read the fields of one record each.
 
 void fillRefTimeId(sd_bus_message* message)
 {
@@ -174,14 +174,14 @@ Message built(sd_bus* bus, Fill fill)
 {
     sd_bus_message* message = nullptr;
     checked(sd_bus_message_new_method_call(bus, &message, interface, path, interface, "Call"),
-            "no new message");
+            "cannot make a message");
     Message owner(message);
     fill(message);
     checked(sd_bus_message_seal(message, 1, 0), "cannot seal");
     return owner;
 }
 
-/// One end to build messages for; none is ever sent.
+/// An end to build messages for, none of which is sent.
 sd_bus* unsent()
 {
     static const Ends ends = pairOfEnds();
@@ -206,18 +206,18 @@ void decode()
 class RoundTrip
 {
 public:
-    RoundTrip(Ends bothEnds, std::string serviceName)
-        : ends(std::move(bothEnds)), destination(std::move(serviceName))
+    RoundTrip(Ends ends, std::string destination)
+        : ends_(std::move(ends)), destination_(std::move(destination))
     {
-        checked(sd_bus_add_object(ends.service.get(), nullptr, path, answer, nullptr),
+        checked(sd_bus_add_object(ends_.service.get(), nullptr, path, answer, nullptr),
                 "cannot offer an object");
-        service = std::thread([this] { serve(); });
+        service_ = std::thread([this] { serve(); });
     }
 
     ~RoundTrip()
     {
-        stopped = true;
-        service.join();
+        stopped_ = true;
+        service_.join();
     }
 
     RoundTrip(const RoundTrip&) = delete;
@@ -226,23 +226,23 @@ public:
     void make() const
     {
         sd_bus_message* message = nullptr;
-        checked(sd_bus_call_method(ends.client.get(),
-                                   destination.empty() ? nullptr : destination.c_str(), path,
+        checked(sd_bus_call_method(ends_.client.get(),
+                                   destination_.empty() ? nullptr : destination_.c_str(), path,
                                    interface, "Fetch", nullptr, &message, refTimeIdFields,
                                    std::int32_t{source.id}),
-                "no reply");
+                "got no reply");
         const Message reply(message);
         readReplyTime(message);
     }
 
 private:
-    // Between frames of C, which no exception may pass.
+    // No exception may pass the C code that calls this.
     static int answer(sd_bus_message* call, void*, sd_bus_error*) noexcept
     {
         std::int32_t id;
         sd_bus_message* message = nullptr;
         read(call, refTimeIdFields, id);
-        checked(sd_bus_message_new_method_return(call, &message), "no new reply");
+        checked(sd_bus_message_new_method_return(call, &message), "cannot make a reply");
         const Message reply(message);
         fillReplyTime(message);
         return checked(sd_bus_send(nullptr, message, nullptr), "cannot reply");
@@ -251,15 +251,15 @@ private:
     void serve() const
     {
         constexpr std::uint64_t microsecondsUntilStopped = 100000;
-        while (!stopped)
-            if (checked(sd_bus_process(ends.service.get(), nullptr), "the client is gone") == 0)
-                checked(sd_bus_wait(ends.service.get(), microsecondsUntilStopped), "cannot wait");
+        while (!stopped_)
+            if (checked(sd_bus_process(ends_.service.get(), nullptr), "the client is gone") == 0)
+                checked(sd_bus_wait(ends_.service.get(), microsecondsUntilStopped), "cannot wait");
     }
 
-    const Ends ends;
-    const std::string destination;
-    std::atomic<bool> stopped = {false};
-    std::thread service;
+    const Ends ends_;
+    const std::string destination_;
+    std::atomic<bool> stopped_ = {false};
+    std::thread service_;
 };
 
 void roundTripOfPeers()
@@ -274,7 +274,7 @@ void roundTripOverDaemon()
         const char* const address = std::getenv("CHRONAL_BENCH_BUS");
         Ends ends = {connectedTo(address), connectedTo(address)};
         const char* name = nullptr;
-        checked(sd_bus_get_unique_name(ends.service.get(), &name), "the daemon gives no name");
+        checked(sd_bus_get_unique_name(ends.service.get(), &name), "got no name from the daemon");
         return std::make_unique<RoundTrip>(std::move(ends), name);
     };
     static const std::unique_ptr<RoundTrip> roundTrip = connected();
@@ -294,7 +294,7 @@ const Peers sdBus = {
 };
 // clang-format on
 
-/// The address of a daemon to be used comes from whoever started it.
+/// scripts/bench starts a daemon and gives its address.
 const Peers sdBusOverDaemon = std::getenv("CHRONAL_BENCH_BUS")
                                   ? Peers{{"round-trip", "sd-bus-daemon", roundTripOverDaemon}}
                                   : Peers{};

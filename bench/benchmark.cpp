@@ -7,15 +7,14 @@
 
 #include <benchmark/benchmark.h>
 
-// Named OPERATION/WHO, where who is own, floor, or a peer.
+// Benchmarks are named OPERATION/VARIANT, where the variant is own, floor or a peer.
 
 namespace {
 
-using Function = void (*)();
-
-benchmark::internal::Benchmark* add(const std::string& operation, const char* who, Function run)
+benchmark::internal::Benchmark* add(const std::string& operation, const char* variant,
+                                    bench::Function run)
 {
-    return benchmark::RegisterBenchmark((operation + '/' + who).c_str(),
+    return benchmark::RegisterBenchmark((operation + '/' + variant).c_str(),
                                         [run](benchmark::State& state) {
                                             for (auto each : state) {
                                                 (void)each;
@@ -26,13 +25,12 @@ benchmark::internal::Benchmark* add(const std::string& operation, const char* wh
 
 void addAll()
 {
-    for (std::size_t i = 0; i < bench::operationCount; ++i) {
-        const bench::Operation& operation = bench::operations[i];
+    for (const bench::Operation& operation : bench::operations) {
         add(operation.name, "own", operation.own);
         if (operation.floor)
             add(operation.name, "floor", operation.floor);
     }
-    for (const bench::Peer& peer : bench::Peers::all()) {
+    for (const bench::Peer& peer : bench::allPeers) {
         benchmark::internal::Benchmark* const added = add(peer.operation, peer.name, peer.run);
         if (std::string(peer.operation) == "round-trip")
             added->UseRealTime(); // another thread has a share of the work

@@ -4,19 +4,19 @@
 
 #include <valgrind/callgrind.h>
 
-// Runs each operation under callgrind: one dump for the library's way, one for the floor. Repeated,
-// so that what an operation does only now and then is seen too.
+// Runs each operation under callgrind: one dump for the library, one for the floor. Operations are
+// repeated, so that rare events show as well.
 
 namespace {
 
 constexpr int repetitions = 100;
 
-void measure(const std::string& name, void (*operation)())
+void measure(const std::string& name, bench::Function operation)
 {
-    // Until symbols are bound and the allocator has what it needs.
+    // Symbols are bound and the allocator has its memory after this.
     for (int i = 0; i < 20; ++i)
         operation();
-    CALLGRIND_DUMP_STATS; // what was until now, of no operation
+    CALLGRIND_DUMP_STATS; // of the preparation
     for (int i = 0; i < repetitions; ++i)
         operation();
     CALLGRIND_DUMP_STATS_AT(name.c_str());
@@ -26,8 +26,7 @@ void measure(const std::string& name, void (*operation)())
 
 int main()
 {
-    for (std::size_t i = 0; i < bench::operationCount; ++i) {
-        const bench::Operation& operation = bench::operations[i];
+    for (const bench::Operation& operation : bench::operations) {
         measure(std::string("own ") + operation.name, operation.own);
         if (operation.floor)
             measure(std::string("floor ") + operation.name, operation.floor);

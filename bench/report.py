@@ -192,7 +192,7 @@ def draw(values, script, plot):
     of several threads and frames that no peer was measured with are left out."""
     points = []
     names = "\n".join(values)
-    for operation in re.findall("^min/(?!.*(?:-unheard/|-by-))(.*)/floor$", names, re.M):
+    for operation in re.findall("^min/(?!.*(?:-default/|-by-))(.*)/floor$", names, re.M):
         floor = values[f"min/{operation}/floor"]
         ratios = [values.get(f"min/{operation}/{variant}", math.nan) / floor
                   for variant in ("own", "sd-bus", "sd-bus-daemon", "protobuf", "put_time")]

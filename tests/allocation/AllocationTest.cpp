@@ -1,6 +1,6 @@
 #include "../library/CommandRows.h"
 #include "../library/Desk.h"
-#include "../library/NullMiddleware.h"
+#include "../support/NullMiddleware.h"
 
 #include <cstdlib>
 #include <new>

@@ -6,7 +6,7 @@
 #include <fabric/SerializableMessage.h>
 #include <fabric/ServiceInterface.h>
 
-/// The middleware that does nothing but what it must: keeps nothing and allocates nothing.
+/// A middleware that does only what it must: it keeps nothing and allocates nothing.
 namespace desk {
 
 class NullService : public fabric::ServiceInterface
