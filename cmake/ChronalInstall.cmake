@@ -1,5 +1,5 @@
-# Headers, libraries, and what find_package() and pkg-config need. With another platform than ours
-# only the library's own: the platform's headers and libraries are the device's.
+# Installs headers, libraries, and the files for find_package() and pkg-config. With the platform of
+# a device only the library's own: the platform's headers and libraries belong to the device.
 
 include(CMakePackageConfigHelpers)
 
@@ -7,7 +7,7 @@ set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/chronal-api)
 set(CHRONAL_HAS_HOST FALSE)
 set(CHRONAL_HAS_DEVKIT FALSE)
 
-# Writes NAME.pc. The prefix in it is relative to its own directory, so that it may be moved; a
+# Writes NAME.pc. Its prefix is relative to its own directory, so that the installation can move; a
 # directory that is configured as an absolute path stays where it is.
 function(chronal_install_pkgconfig name description libs requires)
   cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX
@@ -28,7 +28,7 @@ chronal_install_headers(common/fw/chronal/api/include/)
 
 if(TARGET fabric-host)
   set(CHRONAL_HAS_HOST TRUE)
-  # Side by side with the host platform, wherever the prefix is.
+  # The host platform is installed beside the library, wherever the prefix is.
   set_target_properties(chronal-api PROPERTIES INSTALL_RPATH "$ORIGIN")
   install(TARGETS chronal-platform EXPORT chronal-api-targets)
   install(TARGETS fabric-host EXPORT fabric-host-targets)
@@ -45,7 +45,7 @@ if(TARGET chronal-devkit)
   set(CHRONAL_HAS_DEVKIT TRUE)
   install(TARGETS chronal-devkit EXPORT chronal-api-targets)
   chronal_install_headers(simulator/include/)
-  chronal_install_pkgconfig(chronal-devkit "Runs clients of the time service on a desk"
+  chronal_install_pkgconfig(chronal-devkit "Runs clients of the time service on development hosts"
     "-lchronal-devkit" "chronal-api absl_time")
 endif()
 
