@@ -84,15 +84,16 @@ def measure(work, quick):
 
     with message_bus(work):
         results = {"times": times("-^round-trip"), "round_trips": times("^round-trip", *ONE_CPU)}
-    results |= {"round_trip": latencies("round-trip", *ONE_CPU), "under_way": latencies("round-trip"),
-                "fairness": latencies("fairness"), "counts": instruction_counts(work), "arm_text": {}}
+    results |= {"round_trip": latencies("round-trip", *ONE_CPU),
+                "under_way": latencies("round-trip"), "fairness": latencies("fairness"),
+                "counts": instruction_counts(work), "arm_text": {}}
     if shutil.which("arm-linux-gnueabihf-g++"):
         results["arm_text"] = {option: arm_text(option, work) for option in ("-O2", "-Os")}
     return results
 
 
 def main():
-    parser = argparse.ArgumentParser(prog="scripts/bench", description="Described in scripts/bench.")
+    parser = argparse.ArgumentParser(prog="scripts/bench", description="See scripts/bench.")
     for flag in ("--quick", "--instructions", "--accept"):
         parser.add_argument(flag, action="store_true")
     parser.add_argument("--json", type=argparse.FileType("w"), metavar="FILE")
