@@ -93,11 +93,11 @@ fabric::SerializableMessageEvent arrived(const nubEndianTable_t& table, const st
     return {{serviceId, 1, 2, 0}, {-1, 2}, data};
 }
 
-FrameBytes encoded(const fabric::SerializableMessageEvent& event, const MessageType& type)
+FrameBytes encoded(const fabric::SerializableMessageEvent& event, const MessageCatalogue& catalogue)
 {
     FrameBytes frame;
     std::string reason;
-    encodeFrame(event, {serviceId, &type, 1}, frame, reason);
+    encodeFrame(event, catalogue, frame, reason);
     return frame;
 }
 
@@ -105,12 +105,16 @@ FrameBytes encoded(const fabric::SerializableMessageEvent& event, const MessageT
 struct Sample
 {
     explicit Sample(const nubEndianTable_t& table, const std::string& text = longZone)
-        : event(arrived(table, text)), type{"message", 1, 2, 0, &table}, frame(encoded(event, type))
+        : event(arrived(table, text)),
+          type{"message", 1, 2, 0, &table},
+          catalogue(serviceId, &type, 1),
+          frame(encoded(event, catalogue))
     {
     }
 
     const fabric::SerializableMessageEvent event;
     const MessageType type;
+    MessageCatalogue catalogue;
     const FrameBytes frame;
 };
 
@@ -172,7 +176,7 @@ template <const Sample& sample>
 void encode()
 {
     std::string reason;
-    encodeFrame(sample.event, {serviceId, &sample.type, 1}, target, reason);
+    encodeFrame(sample.event, sample.catalogue, target, reason);
     keep(target);
 }
 
@@ -180,7 +184,7 @@ template <const Sample& sample>
 void decode()
 {
     std::string reason;
-    keep(*decodeFrame(sample.frame, {serviceId, &sample.type, 1}, reason));
+    keep(*decodeFrame(sample.frame, sample.catalogue, reason));
 }
 
 template <auto& frames>
@@ -204,10 +208,7 @@ void release()
     fabricTwineDeserReleaseMessage(0, &identity, data.endianTable, data.payload);
 }
 
-void print(const nubOsalTime_struct& span)
-{
-    keep(chronal::Helpers::getTimeSpanStr(span));
-}
+void print(const nubOsalTime_struct& span) { keep(chronal::Helpers::getTimeSpanStr(span)); }
 
 } // namespace
 
