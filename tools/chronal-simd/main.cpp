@@ -43,6 +43,7 @@ namespace {
 
 using namespace chronal::sim;
 using chronal::tools::addParsed;
+using chronal::tools::join;
 using fabric::host::printable;
 
 constexpr int exitFailure = 1;
@@ -101,21 +102,19 @@ double parseSpeed(const std::string& text)
     return speed;
 }
 
-std::string commandList(const char* separator)
-{
-    std::string list;
-    for (const std::string& name : commandNames())
-        list += (list.empty() ? "" : separator) + name;
-    return list;
-}
-
-/// Empty for a command, as CLI11 wants it.
-std::string faultOfCommand(const std::string& text)
+std::string parseCommand(const std::string& text)
 {
     const std::vector<std::string> names = commandNames();
-    return std::find(names.begin(), names.end(), text) != names.end()
-               ? ""
-               : "'" + text + "' is no command; right would be one of: " + commandList(", ");
+    if (std::find(names.begin(), names.end(), text) == names.end())
+        refuse(text, "command; right would be one of: " + join(names, ", "));
+    return text;
+}
+
+/// Stores what `parse` makes of an option's text.
+template <class Value, class Parse>
+auto into(Value& value, Parse parse)
+{
+    return [&value, parse](const std::string& text) { value = parse(text); };
 }
 
 const chronal::tools::ManPageText manPageText = {
@@ -140,34 +139,38 @@ void describe(CLI::App& app, Settings& settings)
 {
     app.description("Simulated time service: serves the clients that connect to its socket.");
     app.set_version_flag("--version", "chronal-simd " CHRONAL_VERSION);
-    addParsed(app, "--socket", settings.socket, chronal::tools::parseSocket, "PATH",
+    addParsed(app, "--socket", "PATH",
               "Socket to listen at, or the folder for one named chronal.sock "
-              "(default: $XDG_RUNTIME_DIR)");
-    addParsed(app, "--zone", settings.service.zone, parseZone, "NAME",
-              "Time zone at the start (default: UTC)");
-    addParsed(app, "--period", settings.service.notificationPeriod, parsePeriod, "DURATION",
+              "(default: $XDG_RUNTIME_DIR)",
+              into(settings.socket, chronal::tools::parseSocket));
+    addParsed(app, "--zone", "NAME", "Time zone at the start (default: UTC)",
+              into(settings.service.zone, parseZone));
+    addParsed(app, "--period", "DURATION",
               "Time between two notifications of the current time, such as 250ms, 2s or 1min; "
-              "not accelerated (default: 1s)");
+              "not accelerated (default: 1s)",
+              into(settings.service.notificationPeriod, parsePeriod));
     addParsed(
-        app, "--start-time", settings.startTime, parseStartTime, "TIME",
+        app, "--start-time", "TIME",
         "UTC at the start, such as 2026-03-29T00:59:50Z, in any form that chronalctl(1) tells "
-        "(default: the machine's)");
-    addParsed(app, "--speed", settings.speed, parseSpeed, "N",
-              "Lets time run N times faster, 0.001 to 1000000 (default: 1)");
-    addParsed(app, "--drop-after", settings.faults.dropAfter,
-              chronal::tools::parseWholeNumber<std::size_t, 1, 1000000000>, "N",
-              "Disconnects each client after N commands");
-    app.add_option("--refuse", settings.faults.refused,
-                   "Refuses a command with -13; may be repeated. The commands are:\n" +
-                       commandList(",\n"))
-        ->type_name("COMMAND")
-        ->expected(1)
-        ->take_all()
-        ->check(faultOfCommand);
+        "(default: the machine's)",
+        into(settings.startTime, parseStartTime));
+    addParsed(app, "--speed", "N", "Lets time run N times faster, 0.001 to 1000000 (default: 1)",
+              into(settings.speed, parseSpeed));
+    addParsed(app, "--drop-after", "N", "Disconnects each client after N commands",
+              into(settings.faults.dropAfter,
+                   chronal::tools::parseWholeNumber<std::size_t, 1, 1000000000>));
+    const std::vector<std::string> commands = commandNames();
+    addParsed(app, "--refuse", "COMMAND",
+              "Refuses a command with -13; may be repeated. The commands are:\n" +
+                  join(commands, ",\n"),
+              [&settings](const std::string& text) {
+                  settings.faults.refused.insert(parseCommand(text));
+              })
+        ->take_all();
     app.add_flag("--verbose", settings.verbose,
                  "Writes a line for every message, and at the end how many frames were refused "
                  "and clients dropped; waits for no reader, and tells how many lines it left out");
-    chronal::tools::addManual(app, manPageText, {{"COMMAND", commandList(" ")}});
+    chronal::tools::addManual(app, manPageText, {{"COMMAND", join(commands, " ")}});
 }
 
 std::unique_ptr<Clock> ownClock(const Settings& settings)

@@ -28,106 +28,98 @@ namespace chronal::ctl {
 
 namespace {
 
-/// What the dispatch threads share: the output, and the end. Only one who prints ever waits for who
-/// reads the output, and with no lock held.
+/// How long the reader of the output may take for the last line, in the end.
+constexpr auto lingerTimeout = std::chrono::milliseconds(100);
+
+/// The output and the end, shared by the dispatch threads. One thread at a time writes a line, and
+/// holds no lock while it waits for the reader.
 class Printer
 {
 public:
-    /// Ends after `count` notifications, if that is set.
-    Printer(bool printsJson, std::optional<std::uint64_t> count, std::function<void()> onEnd)
-        : json(printsJson), wanted(count), atEnd(std::move(onEnd))
+    /// Ends after `count` notifications, if that is set. `onEnd` is called with a lock held.
+    Printer(bool json, std::optional<std::uint64_t> count, std::function<void()> onEnd)
+        : json_(json), count_(count), onEnd_(std::move(onEnd))
     {
     }
 
     void print(const Report& report);
-    /// The first failure counts.
-    void fail(const Failure& error);
-    /// From now on nothing is printed.
-    void end();
-    /// Throws the failure, if there was one. Ends the process with its status instead when a line
-    /// has been under way for longer than a reader needs.
-    void check();
+
+    /// Nothing is printed after the first call, whose failure counts.
+    void end(const std::optional<Failure>& failure = std::nullopt);
+
+    /// Waits until no thread is writing; false if that takes too long.
+    bool waitForWriter();
+
+    /// To be called after the end.
+    const std::optional<Failure>& failure() const { return failure_; }
 
 private:
-    void failLocked(const Failure& error);
-    void endLocked();
+    void endLocked(const std::optional<Failure>& failure);
 
-    const bool json;
-    const std::optional<std::uint64_t> wanted;
-    const std::function<void()> atEnd;
-    std::mutex mutex;
-    std::condition_variable lineEnded;
-    bool lineUnderWay = false;
-    std::uint64_t notifications = 0;
-    bool ended = false;
-    std::optional<Failure> failure;
+    const bool json_;
+    const std::optional<std::uint64_t> count_;
+    const std::function<void()> onEnd_;
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    bool writing_ = false;
+    bool ended_ = false;
+    std::uint64_t notifications_ = 0;
+    std::optional<Failure> failure_;
 };
 
 void Printer::print(const Report& report)
 {
-    const std::string line = json ? asJson(report) : asLine(report);
-    std::unique_lock<std::mutex> lock(mutex);
-    lineEnded.wait(lock, [&] { return !lineUnderWay || ended; });
-    if (ended)
+    const std::string line = json_ ? asJson(report) : asLine(report);
+    std::unique_lock<std::mutex> lock(mutex_);
+    changed_.wait(lock, [&] { return !writing_ || ended_; });
+    if (ended_)
         return;
-    lineUnderWay = true;
+    writing_ = true;
     lock.unlock();
-    std::optional<Failure> notWritten;
+    std::optional<Failure> failure;
     try {
         ctl::print(line);
     } catch (const Failure& error) {
-        notWritten = error;
+        failure = error;
     }
     lock.lock();
-    lineUnderWay = false;
-    lineEnded.notify_all();
-    const bool counts = std::strcmp(report.kind, "notification") == 0;
-    if (notWritten)
-        failLocked(*notWritten);
-    else if (counts && ++notifications == wanted)
-        endLocked();
+    writing_ = false;
+    changed_.notify_all();
+    const bool isNotification = std::strcmp(report.kind, "notification") == 0;
+    if (failure || (isNotification && ++notifications_ == count_))
+        endLocked(failure);
 }
 
-void Printer::fail(const Failure& error)
+void Printer::end(const std::optional<Failure>& failure)
 {
-    const std::lock_guard<std::mutex> lock(mutex);
-    failLocked(error);
+    const std::lock_guard<std::mutex> lock(mutex_);
+    endLocked(failure);
 }
 
-void Printer::end()
+void Printer::endLocked(const std::optional<Failure>& failure)
 {
-    const std::lock_guard<std::mutex> lock(mutex);
-    endLocked();
-}
-
-void Printer::failLocked(const Failure& error)
-{
-    if (ended)
+    if (ended_)
         return;
-    failure = error;
-    endLocked();
+    failure_ = failure;
+    ended_ = true;
+    changed_.notify_all();
+    onEnd_();
 }
 
-void Printer::endLocked()
+bool Printer::waitForWriter()
 {
-    ended = true;
-    lineEnded.notify_all();
-    atEnd();
+    std::unique_lock<std::mutex> lock(mutex_);
+    return changed_.wait_for(lock, lingerTimeout, [&] { return !writing_; });
 }
 
-void Printer::check()
+/// Ends the process although a thread is blocked writing to a reader that has stopped. Destroying
+/// that thread's session would wait for the reader.
+[[noreturn]] void exitWithBlockedWriter(const std::optional<Failure>& failure)
 {
-    constexpr auto patience = std::chrono::milliseconds(100);
-    std::unique_lock<std::mutex> lock(mutex);
-    // Leaving in order would wait for the thread that prints, and so for the reader.
-    if (!lineEnded.wait_for(lock, patience, [&] { return !lineUnderWay; })) {
-        pollfd room = {STDERR_FILENO, POLLOUT, 0}; // it may have the same reader
-        if (failure && poll(&room, 1, 0) > 0)
-            complain(*failure);
-        std::_Exit(static_cast<int>(failure ? failure->status : ExitStatus::done));
-    }
-    if (failure)
-        throw Failure(*failure);
+    pollfd room = {STDERR_FILENO, POLLOUT, 0}; // may have the same reader
+    if (failure && poll(&room, 1, 0) > 0)
+        complain(*failure);
+    std::_Exit(static_cast<int>(failure ? failure->status : ExitStatus::done));
 }
 
 Report lossReport(int reason)
@@ -137,150 +129,144 @@ Report lossReport(int reason)
             {{"number", std::int64_t{-reason}}, {"reason", reasonText(reason)}}};
 }
 
-/// `report` with the name of the source that it is about.
+/// `report` with the name of its source.
 Report named(Report report, const ReferenceTimeId& source)
 {
-    report.fields.insert(report.fields.begin(),
-                         {"source", chronal::Helpers::getRefTimeStr(source)});
+    report.fields.insert(report.fields.begin(), {"source", Helpers::getRefTimeStr(source)});
     return report;
 }
 
-/// What everybody is notified of, and the state of the connection.
+/// Prints the state of the connection, and what the service notifies all its clients of.
 class Listener : public Client
 {
 public:
-    Listener(fabric::AbstractApplication& app, fabric::AbstractComponent& comp,
-             Printer& sharedPrinter, bool printsBroadcasts)
-        : Client(app, comp), printer(sharedPrinter), broadcasts(printsBroadcasts)
+    Listener(fabric::AbstractApplication& app, fabric::AbstractComponent& comp, Printer& printer,
+             bool broadcasts)
+        : Client(app, comp), printer_(printer), broadcasts_(broadcasts)
     {
     }
 
-    bool wasReached()
+    /// The failure of a monitor that has not reached the service in that time, or none.
+    std::optional<Failure> failure(const std::string& socket, std::chrono::microseconds waited)
     {
-        const std::lock_guard<std::mutex> lock(mutex);
-        return reached;
-    }
-
-    /// What kept the service from being reached, if that is known.
-    std::optional<int> obstacle()
-    {
-        const std::lock_guard<std::mutex> lock(mutex);
-        return lastReason;
+        const std::lock_guard<std::mutex> lock(mutex_);
+        return reached_ ? std::nullopt
+                        : std::optional<Failure>(noService(socket, waited, lastReason_));
     }
 
 private:
     void connected() override
     {
         {
-            const std::lock_guard<std::mutex> lock(mutex);
-            reached = true;
+            const std::lock_guard<std::mutex> lock(mutex_);
+            reached_ = true;
         }
-        printer.print({"connection", "connected", {}});
+        printer_.print({"connection", "connected", {}});
     }
 
     void notConnected(int reason) override
     {
         {
-            const std::lock_guard<std::mutex> lock(mutex);
-            lastReason = reason;
+            const std::lock_guard<std::mutex> lock(mutex_);
+            lastReason_ = reason;
         }
-        printer.print(lossReport(reason));
+        printer_.print(lossReport(reason));
     }
 
     void answered(const fabric::MsgIds&, const Report&) override {}
 
     void notified(const Report& notification) override
     {
-        if (broadcasts)
-            printer.print(notification);
+        if (broadcasts_)
+            printer_.print(notification);
     }
 
-    Printer& printer;
-    const bool broadcasts;
-    std::mutex mutex;
-    bool reached = false;
-    std::optional<int> lastReason;
+    Printer& printer_;
+    const bool broadcasts_;
+    std::mutex mutex_;
+    bool reached_ = false;
+    std::optional<int> lastReason_;
 };
 
-/// The current time of one source. The notification does not name its source, so each source has a
-/// session of its own.
+/// Prints the current time of one source. The notification does not name its source, so each source
+/// has a session of its own.
 class Subscriber : public Client
 {
 public:
-    Subscriber(fabric::AbstractApplication& app, fabric::AbstractComponent& comp,
-               Printer& sharedPrinter, const ReferenceTimeId& subscribedSource)
-        : Client(app, comp), printer(sharedPrinter), source(subscribedSource)
+    Subscriber(fabric::AbstractApplication& app, fabric::AbstractComponent& comp, Printer& printer,
+               const ReferenceTimeId& source)
+        : Client(app, comp), printer_(printer), source_(source)
     {
     }
 
 private:
     void connected() override
     {
-        wasConnected = true;
-        // Nobody else sends here, and the answer is delivered on this same thread.
-        cmdRefTimeSubscribe(subscription, source);
+        wasConnected_ = true;
+        // Needs no lock: the answer is delivered on this same thread.
+        cmdRefTimeSubscribe(subscription_, source_);
     }
 
     void notConnected(int reason) override
     {
-        // That the service cannot be reached, the listener says for all.
-        if (wasConnected)
-            printer.print(named(lossReport(reason), source));
-        wasConnected = false;
+        // The listener reports a service that cannot be reached.
+        if (wasConnected_)
+            printer_.print(named(lossReport(reason), source_));
+        wasConnected_ = false;
     }
 
     void answered(const fabric::MsgIds& ids, const Report& answer) override
     {
-        if (ids == subscription && answer.result < 0)
-            printer.fail(refusal("ref-time subscribe " + chronal::Helpers::getRefTimeStr(source),
-                                 answer.result));
+        if (ids == subscription_ && answer.result < 0)
+            printer_.end(
+                refusal("ref-time subscribe " + Helpers::getRefTimeStr(source_), answer.result));
     }
 
     void notified(const Report& notification) override
     {
         if (std::strcmp(notification.name, "current-time") == 0)
-            printer.print(named(notification, source));
+            printer_.print(named(notification, source_));
     }
 
-    Printer& printer;
-    const ReferenceTimeId source;
-    fabric::MsgIds subscription = {};
-    bool wasConnected = false;
+    Printer& printer_;
+    const ReferenceTimeId source_;
+    fabric::MsgIds subscription_ = {};
+    bool wasConnected_ = false;
 };
 
 } // namespace
 
-void monitor(const Options& options, const Watch& watch)
+void monitor(const Arguments& given, const std::vector<ReferenceTimeId>& sources, bool broadcasts)
 {
-    boost::asio::io_context waiting;
-    Printer printer(options.json, watch.count, [&] { waiting.stop(); });
+    boost::asio::io_context loop;
+    Printer printer(given.json, given.count, [&] { loop.stop(); });
 
-    boost::asio::signal_set signals(waiting, SIGINT, SIGTERM);
+    boost::asio::signal_set signals(loop, SIGINT, SIGTERM);
     signals.async_wait([&](const auto&, int) { printer.end(); });
 
-    Connection<Listener> listener(options.socket, printer, watch.broadcasts);
+    Connection<Listener> listener(given.socket, printer, broadcasts);
     std::list<Connection<Subscriber>> subscribers;
-    for (const ReferenceTimeId source : watch.sources)
-        subscribers.emplace_back(options.socket, printer, source);
+    for (const ReferenceTimeId source : sources)
+        subscribers.emplace_back(given.socket, printer, source);
 
-    const auto failUnlessReached = [&](std::chrono::microseconds waited) {
-        if (!listener->wasReached())
-            printer.fail(noService(options.socket, waited, listener->obstacle()));
-    };
-    boost::asio::steady_timer firstConnection(waiting, options.timeout);
-    firstConnection.async_wait([&](const auto&) { failUnlessReached(options.timeout); });
+    boost::asio::steady_timer firstConnection(loop, given.timeout);
+    firstConnection.async_wait([&](const auto&) {
+        if (const auto failure = listener->failure(given.socket, given.timeout))
+            printer.end(failure);
+    });
 
-    boost::asio::steady_timer duration(waiting);
-    if (watch.duration) {
-        duration.expires_after(*watch.duration);
-        duration.async_wait([&](const auto&) {
-            failUnlessReached(*watch.duration);
-            printer.end();
-        });
+    boost::asio::steady_timer duration(loop);
+    if (given.duration) {
+        duration.expires_after(*given.duration);
+        duration.async_wait(
+            [&](const auto&) { printer.end(listener->failure(given.socket, *given.duration)); });
     }
 
-    waiting.run();
-    printer.check();
+    loop.run();
+    if (!printer.waitForWriter())
+        exitWithBlockedWriter(printer.failure());
+    if (printer.failure())
+        throw Failure(*printer.failure());
 }
 
 } // namespace chronal::ctl

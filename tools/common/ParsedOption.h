@@ -3,33 +3,36 @@
 
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 
 namespace chronal::tools {
 
-/// Calls `read`; what it says of a text becomes an error of the option or argument `name`.
-template <class Read>
-void readArgument(const std::string& name, Read read)
+inline std::string join(const std::vector<std::string>& words, const char* separator)
 {
-    try {
-        read();
-    } catch (const std::invalid_argument& error) {
-        throw CLI::ValidationError(name, error.what());
-    }
+    std::string joined;
+    for (const std::string& word : words)
+        joined += (joined.empty() ? "" : separator) + word;
+    return joined;
 }
 
-/// An option or argument whose text `parse` reads; that throws std::invalid_argument with what was
-/// wrong and what would be right.
-template <class Result, class Value>
-CLI::Option* addParsed(CLI::App& app, const std::string& name, Value& value,
-                       Result (*parse)(const std::string&), const std::string& type,
-                       const std::string& description)
+/// An option or argument with one value, which `read` is called with. It throws
+/// std::invalid_argument with a text that says what was wrong and what is expected.
+template <class Read>
+CLI::Option* addParsed(CLI::App& app, const std::string& name, const std::string& type,
+                       const std::string& help, Read read)
 {
-    const auto read = [&value, parse, name](const std::string& text) {
-        readArgument(name, [&] { value = parse(text); });
+    const auto readAll = [name, read](const CLI::results_t& texts) {
+        try {
+            for (const std::string& text : texts)
+                read(text);
+        } catch (const std::invalid_argument& error) {
+            throw CLI::ValidationError(name, error.what());
+        }
+        return true;
     };
-    return app.add_option_function<std::string>(name, read, description)->type_name(type);
+    return app.add_option(name, readAll, help)->type_name(type);
 }
 
 } // namespace chronal::tools

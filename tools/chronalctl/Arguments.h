@@ -1,0 +1,52 @@
+#ifndef CHRONALCTL_ARGUMENTS_H
+#define CHRONALCTL_ARGUMENTS_H
+
+#include <array>
+#include <chrono>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <chronal/ReferenceTimeId.h>
+#include <nub/Osal.h>
+
+namespace chronal::ctl {
+
+/// The command line's values. Only one command runs, so all commands share them.
+struct Arguments
+{
+    std::string command;                      ///< its words, such as "timezone set"
+    std::map<std::string, std::string> texts; ///< the command's arguments as typed, by their names
+
+    // Of the program.
+    std::string socket; ///< empty for the simulated service in this process
+    bool json = false;
+    std::chrono::microseconds timeout = std::chrono::seconds(5);
+
+    // Of one command or another.
+    ReferenceTimeId source;
+    nubOsalTime_struct time = {};
+    nubOsalTime_struct end = {};
+    nubOsalTime_struct deviation = {};
+    nubOsalTime_struct deviationAfter = {};
+    int value = 0;
+    bool negate = false;
+    bool on = true;
+    std::string text;
+
+    // Of "settings set", which has to know what was given.
+    std::array<std::optional<nubOsalTime_struct>, 4> times;
+    std::optional<int> number;
+    std::optional<std::string> server;
+
+    // Of a monitor.
+    std::vector<ReferenceTimeId> sources;
+    std::optional<std::chrono::microseconds> duration;
+    std::optional<std::uint64_t> count;
+};
+
+} // namespace chronal::ctl
+
+#endif

@@ -1,0 +1,286 @@
+#include "Commands.h"
+
+#include <algorithm>
+#include <cerrno>
+
+#include "Actions.h"
+#include "NumberText.h"
+#include "Parsers.h"
+#include "TimeService.h"
+#include "TimeText.h"
+
+namespace chronal::ctl {
+
+namespace {
+
+// Arguments
+
+constexpr char sourceType[] = "{RTC,NTP,DVB,TTX,ATSC}";
+
+const Argument source = {
+    "SOURCE",
+    sourceType,
+    "RTC, NTP, DVB, TTX (teletext) or ATSC",
+    read<&Arguments::source, parseSource>,
+    {{EINVAL,
+      "the service has no source {SOURCE}; right would be RTC, NTP, DVB, TTX "
+      "or ATSC",
+      [](const Arguments& given) { return given.source == referenceTimeInvalid; }}}};
+
+void readSources(const std::string& text, Arguments& given)
+{
+    const ReferenceTimeId added = parseSource(text);
+    if (std::find(given.sources.begin(), given.sources.end(), added) == given.sources.end())
+        given.sources.push_back(added);
+}
+
+const Argument sources = {
+    "SOURCE...",
+    sourceType,
+    "Sources whose current times are to be printed as well",
+    readSources,
+    {{EINVAL,
+      "the service does not have all of {SOURCE...}; right would be RTC, NTP, DVB, TTX or ATSC"}}};
+
+template <nubOsalTime_struct Arguments::*member>
+Argument utc(const char* name, const std::string& help)
+{
+    const auto applies = [](const Arguments& given) {
+        return !given.negate && isOutsideCalendar(given.*member);
+    };
+    const std::string typed = "'{" + std::string(name) + "}'";
+    return {name,
+            "",
+            help + ", such as 2026-03-29T01:00:00Z or @1774746000",
+            read<member, tools::parseUtc>,
+            {{EINVAL, typed + " is not within the years 1970 to 9999", applies}}};
+}
+
+Argument local(const std::string& help)
+{
+    const auto isOutside = [](const Arguments& given) {
+        return !given.negate && isOutsideLocalCalendar(given.time);
+    };
+    const auto hasNoDeviation = [](const Arguments& given) {
+        return !given.negate && isZero(given.deviation);
+    };
+    return {
+        "TIME",
+        "",
+        help + ", such as 2026-03-29T03:00:00",
+        read<&Arguments::time, tools::parseLocal>,
+        {{EINVAL, "'{TIME}' is not within the years 1970 to 9999 of UTC", isOutside},
+         {EINVAL, "'{TIME}' does not exist: the clocks skip it, as daylight saving begins there",
+          hasNoDeviation}}};
+}
+
+template <nubOsalTime_struct Arguments::*member>
+Argument span(const char* name, const char* type, const char* help)
+{
+    const auto applies = [](const Arguments& given) { return isOverADay(given.*member); };
+    const std::string typed = "'{" + std::string(name) + "}'";
+    return {
+        name,
+        type,
+        help,
+        read<member, tools::parseSpan>,
+        {{EINVAL, typed + " is too much; right would be a deviation from -24h to +24h", applies}}};
+}
+
+const Argument deviation =
+    span<&Arguments::deviation>("--deviation", "SPAN",
+                                "Local time less UTC, such as +1h30m; the zone's if not given, or "
+                                "0");
+const Argument value = {"--value", "NUMBER", "A number to keep with the time; 0 if not given",
+                        read<&Arguments::value, tools::parseWholeNumber<int>>};
+const Argument negate = {"--negate",
+                         nullptr,
+                         "Send the time negated",
+                         [](const std::string&, Arguments& given) { given.negate = true; },
+                         {{EINVAL, "'{TIME}', negated, is not within the years 1970 to 9999",
+                           [](const Arguments& given) { return given.negate; }}}};
+const Argument state = {"STATE", "{on,off}", "on or off", read<&Arguments::on, parseSwitch>};
+const Argument duration = {"--for", "DURATION", "End after this time",
+                           read<&Arguments::duration, parseWait>};
+const Argument count = {"--count", "N", "End after so many notifications",
+                        read<&Arguments::count, tools::parseWholeNumber<std::uint64_t, 1>>};
+
+template <std::size_t index>
+void readSettingsTime(const std::string& text, Arguments& given)
+{
+    given.times[index] = tools::parseUtc(text);
+}
+
+// Advice
+
+const Advice sourceLocked = {
+    EBUSY, "{SOURCE} is locked; to unlock it: chronalctl ref-time unlock {SOURCE}"};
+
+const std::string tooLong = "has more than " + std::to_string(sim::longestText) + " characters";
+
+bool textIsTooLong(const Arguments& given)
+{
+    return isTooLong(given.text);
+}
+
+// Requests
+
+/// Sends `command` with these arguments, and prints its answer.
+template <auto command, auto... members>
+std::function<void(const Arguments&)> sends(const char* answer = "result")
+{
+    return [answer](const Arguments& given) {
+        request(given, answer, [&](UserAdapter& adapter, fabric::MsgIds& ids) {
+            (adapter.*command)(ids, given.*members...);
+        });
+    };
+}
+
+using A = Arguments;
+using U = UserAdapter;
+
+} // namespace
+
+const std::vector<Command> commands = {
+    {"status", "Show all times, the zone and the settings", {}, showStatus},
+    {"monitor",
+     "Print notifications until interrupted, also those of a service that restarts",
+     {sources, duration, count},
+     monitorAll},
+
+    {"ref-time", "The time of one source"},
+    {"ref-time get",
+     "Show a source's times",
+     {source},
+     sends<&U::cmdRefTimeFetch, &A::source>("ref-time")},
+    {"ref-time set",
+     "Set a source's UTC time",
+     {source, utc<&A::time>("TIME", "The source's time from now on"), deviation, value, negate},
+     sends<&U::cmdRefTimeSet, &A::time, &A::deviation, &A::source, &A::value, &A::negate>(),
+     {sourceLocked}},
+    {"ref-time set-local",
+     "Set a source's local time",
+     {source, local("The source's time from now on"), deviation, value, negate},
+     sends<&U::cmdRefLocalTimeSet, &A::time, &A::deviation, &A::source, &A::value, &A::negate>(),
+     {sourceLocked}},
+    {"ref-time at",
+     "Show what a source shows at a moment",
+     {source, utc<&A::time>("TIME", "The moment, in UTC")},
+     sends<&U::cmdRefTimeAt, &A::time, &A::source>("ref-time-at")},
+    {"ref-time subscribe",
+     "Print a source's current time again and again, until interrupted",
+     {source, duration, count},
+     monitorSource},
+    {"ref-time unsubscribe",
+     "Send the end of a subscription, which ends with its program anyway",
+     {source},
+     sends<&U::cmdRefTimeUnsubscribe, &A::source>()},
+    {"ref-time lock",
+     "Keep a source from being set, by anybody",
+     {source},
+     sends<&U::cmdRefTimeLock, &A::source>()},
+    {"ref-time unlock",
+     "Let a source be set again",
+     {source},
+     sends<&U::cmdRefTimeUnlock, &A::source>()},
+
+    {"deviation", "The deviation of local time from UTC"},
+    {"deviation next", "Its next change"},
+    {"deviation next get",
+     "Show when it changes next, and to what (DEVIATION_INVALID: no change; DEVIATION_UNKNOWN: the "
+     "source has no time)",
+     {source},
+     sends<&U::cmdNextTimeDeviationChangeFetch, &A::source>("next-deviation")},
+    {"deviation next set",
+     "Announce its next change",
+     {source, utc<&A::time>("TIME", "When it changes, in UTC"),
+      span<&A::deviation>("SPAN", "", "The deviation from then on, such as +1h30m")},
+     sends<&U::cmdNextTimeDeviationChangeSet, &A::time, &A::deviation, &A::source>(),
+     {sourceLocked}},
+
+    {"dst", "Daylight saving"},
+    {"dst announce",
+     "Announce a period of daylight saving",
+     {source, utc<&A::time>("BEGIN", "When it begins, in UTC"),
+      utc<&A::end>("END", "When it ends, in UTC"),
+      span<&A::deviation>("DURING", "", "The deviation in between, such as +2h"),
+      span<&A::deviationAfter>("AFTER", "", "The deviation afterwards, such as +1h")},
+     sends<&U::cmdSendDaylightsavingInfo, &A::time, &A::end, &A::deviationAfter, &A::deviation,
+           &A::source>(),
+     {sourceLocked,
+      {EINVAL, "'{BEGIN}' is not before '{END}'",
+       [](const A& given) { return nubOsalCompareTime(&given.time, &given.end) >= 0; }}}},
+
+    {"at", "UTC and local time of one moment, by the zone"},
+    {"at utc",
+     "Of a moment in UTC",
+     {utc<&A::time>("TIME", "The moment")},
+     sends<&U::cmdUTCTimeAt, &A::time>("time-at")},
+    {"at local",
+     "Of a moment in local time",
+     {local("The moment")},
+     sends<&U::cmdLocaltimeAt, &A::time>("time-at")},
+
+    {"settings", "The date-and-time settings"},
+    {"settings get", "Show them", {}, sends<&U::cmdDateTimeSettingsFetch>("settings")},
+    {"settings set",
+     "Change some of them; the others stay as they are",
+     {{"--time1", "TIME", "Time 1 of the settings", readSettingsTime<0>},
+      {"--time2", "TIME", "Time 2 of the settings", readSettingsTime<1>},
+      {"--time3", "TIME", "Time 3 of the settings", readSettingsTime<2>},
+      {"--time4", "TIME", "Time 4 of the settings", readSettingsTime<3>},
+      {"--value", "NUMBER", "The settings' number", read<&A::number, tools::parseWholeNumber<int>>},
+      {"--server", "NAME", "The NTP server", read<&A::server, parseText>}},
+     changeSettings,
+     {{EINVAL, "NTP is in use and needs a server; to do without one: chronalctl ntp set '' --off",
+       [](const A& given) { return given.server == ""; }},
+      {EINVAL, "the server's name " + tooLong,
+       [](const A& given) { return isTooLong(given.server.value_or("")); }}},
+     1},
+
+    {"ntp", "Time from the network"},
+    {"ntp set",
+     "Name the server, and use it",
+     {{"SERVER", "", "Its name", read<&A::text, parseText>},
+      {"--off", nullptr, "Do not use it", [](const std::string&, A& given) { given.on = false; }}},
+     sends<&U::cmdDateTimeNtpSet, &A::text, &A::on>(),
+     {{EINVAL, "a server that is to be used needs a name; to use none: --off",
+       [](const A& given) { return given.text.empty(); }},
+      {EINVAL, "the server's name " + tooLong, textIsTooLong}}},
+    {"ntp start",
+     "Get the time from the server now",
+     {},
+     sends<&U::cmdDateTimeNtpStart>(),
+     {{EPERM,
+       "NTP is not in use, as always at first, and the service in this process starts anew with "
+       "every run; to have one that stays, run chronal-simd",
+       [](const A& given) { return given.socket.empty(); }},
+      {EPERM, "NTP is not in use; to use it: chronalctl ntp set SERVER"},
+      {EBUSY, "NTP is locked; to unlock it: chronalctl ref-time unlock NTP"}}},
+
+    {"auto-time",
+     "Whether the clock follows what other sources are set to",
+     {state},
+     sends<&U::cmdDateTimeAutoTimeSet, &A::on>()},
+    {"time-init",
+     "Set all sources back to how they started",
+     {},
+     sends<&U::cmdTimeInit>(),
+     {{EBUSY, "a source is locked; to unlock it: chronalctl ref-time unlock SOURCE"}}},
+
+    {"timezone", "The time zone"},
+    {"timezone get", "Show it", {}, sends<&U::cmdTimezoneFetch>("timezone")},
+    {"timezone set",
+     "Change it",
+     {{"ZONE", "", "Its name, for example Europe/Berlin", read<&A::text, parseText>}},
+     sends<&U::cmdTimezoneSet, &A::text>(),
+     {{ENOENT, "the service knows no time zone '{ZONE}'; right would be a name of the time-zone "
+               "database, such as Europe/Berlin"},
+      {EINVAL, "the zone's name " + tooLong, textIsTooLong}}},
+    {"timezone sync",
+     "Whether the zone is synchronised",
+     {state},
+     sends<&U::cmdTimezoneSyncEnableSet, &A::on>()},
+};
+
+} // namespace chronal::ctl
