@@ -1,35 +1,49 @@
-# Installs a program, with the manual page and the bash completion that it writes itself.
+# Installs a program. It finds its libraries wherever the prefix is.
 function(chronal_program target)
-  if(CHRONAL_INSTALL)
-    cmake_path(RELATIVE_PATH CMAKE_INSTALL_FULL_LIBDIR
-      BASE_DIRECTORY ${CMAKE_INSTALL_FULL_BINDIR} OUTPUT_VARIABLE libraries)
-    string(PREPEND libraries "$ORIGIN/")
-    if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}")
-      set(libraries ${CMAKE_INSTALL_LIBDIR}) # does not move with the prefix
-    endif()
-    set_target_properties(${target} PROPERTIES INSTALL_RPATH "${libraries}")
-    install(TARGETS ${target})
+  if(NOT CHRONAL_INSTALL)
+    return()
   endif()
+  cmake_path(RELATIVE_PATH CMAKE_INSTALL_FULL_LIBDIR
+    BASE_DIRECTORY ${CMAKE_INSTALL_FULL_BINDIR} OUTPUT_VARIABLE libraries)
+  string(PREPEND libraries "$ORIGIN/")
+  if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}")
+    set(libraries ${CMAKE_INSTALL_LIBDIR}) # does not move with the prefix
+  endif()
+  set_target_properties(${target} PROPERTIES INSTALL_RPATH "${libraries}")
+  install(TARGETS ${target})
+endfunction()
 
-  if(CMAKE_CROSSCOMPILING AND NOT CMAKE_CROSSCOMPILING_EMULATOR)
-    message(STATUS "chronal-api: ${target} cannot run here (CMAKE_CROSSCOMPILING_EMULATOR is not "
-      "set); its manual page and completion are left out")
+# Makes and installs a program's manual page and its completions for bash, zsh and fish, from its
+# --help and from TARGET.h2m, the other sections of the page.
+function(chronal_documentation target)
+  find_program(CHRONAL_HELP2MAN help2man)
+  find_package(Python3 COMPONENTS Interpreter QUIET)
+  if(CMAKE_CROSSCOMPILING OR NOT CHRONAL_HELP2MAN OR NOT Python3_FOUND)
+    message(STATUS "chronal-api: the manual page and the completions of ${target} are left out; they "
+      "need a program that runs here, help2man and Python")
     return()
   endif()
 
+  set(script ${PROJECT_SOURCE_DIR}/tools/document.py)
+  set(include ${CMAKE_CURRENT_SOURCE_DIR}/${target}.h2m)
   set(page ${CMAKE_CURRENT_BINARY_DIR}/${target}.1)
-  set(completion ${CMAKE_CURRENT_BINARY_DIR}/${target}.bash)
-  add_custom_command(OUTPUT ${page} ${completion}
-    COMMAND ${target} --help-man > ${page}
-    COMMAND ${target} --help-completion > ${completion}
-    DEPENDS ${target}
-    COMMENT "Writing the manual page and the completion of ${target}"
+  add_custom_command(OUTPUT ${page}
+    COMMAND Python3::Interpreter ${script} $<TARGET_FILE:${target}> ${include} .
+    COMMAND ${CHRONAL_HELP2MAN} --no-info --include=${target}.h2m --output=${page}
+      $<TARGET_FILE:${target}>
+    DEPENDS ${target} ${script} ${include}
+    BYPRODUCTS ${target}.bash _${target} ${target}.fish ${target}.h2m
+    COMMENT "Writing the manual page and the completions of ${target}"
     VERBATIM
   )
-  add_custom_target(${target}-manual ALL DEPENDS ${page} ${completion})
+  add_custom_target(${target}-documentation ALL DEPENDS ${page})
   if(CHRONAL_INSTALL)
+    set(built ${CMAKE_CURRENT_BINARY_DIR})
     install(FILES ${page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
-    install(FILES ${completion} DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
-      RENAME ${target})
+    install(FILES ${built}/${target}.bash RENAME ${target}
+      DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+    install(FILES ${built}/_${target} DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions)
+    install(FILES ${built}/${target}.fish
+      DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
   endif()
 endfunction()

@@ -23,3 +23,12 @@ def test_programs_find_their_libraries(prefix):
     assert programs
     for program in programs:
         run(program, "--version")
+
+
+def test_programs_have_manual_pages_and_completions(prefix):
+    share = prefix / "share"
+    for program in (prefix / "bin").iterdir():
+        assert (share / "man/man1" / f"{program.name}.1").is_file()
+        assert (share / "bash-completion/completions" / program.name).is_file()
+        assert (share / "zsh/site-functions" / f"_{program.name}").is_file()
+        assert (share / "fish/vendor_completions.d" / f"{program.name}.fish").is_file()

@@ -28,7 +28,6 @@
 
 #include "Clock.h"
 #include "LineLog.h"
-#include "Manual.h"
 #include "NumberText.h"
 #include "ParsedOption.h"
 #include "Protocol.h"
@@ -117,24 +116,6 @@ auto into(Value& value, Parse parse)
     return [&value, parse](const std::string& text) { value = parse(text); };
 }
 
-const chronal::tools::ManPageText manPageText = {
-    "simulated time service",
-    {{"SIGNALS", {"SIGINT and SIGTERM end it; its socket is removed."}},
-     {"EXIT STATUS", {"0: ended by a signal. 1: it could not listen or go on. 2: bad usage."}},
-     {"ENVIRONMENT",
-      {"XDG_RUNTIME_DIR is the directory of the socket when --socket is not given, where "
-       "chronalctl looks for it, too.",
-       "TZDIR is the directory of the time-zone database (default: /usr/share/zoneinfo).",
-       "NUB_DEBUG switches debug lines on, as in every application. Those about trouble with a "
-       "client, such as one that is disconnected for what it has sent, are on in any case. All "
-       "debug lines go to standard error."}},
-     {"EXAMPLES",
-      {"  chronal-simd --start-time 2026-03-29T00:59:50Z &\n"
-       "  chronalctl status",
-       "  chronal-simd --socket ~/chronal.sock --speed 60 &\n"
-       "  chronalctl --socket ~/chronal.sock status"}},
-     {"SEE ALSO", {"chronalctl(1)"}}}};
-
 void describe(CLI::App& app, Settings& settings)
 {
     app.description("Simulated time service: serves the clients that connect to its socket.");
@@ -159,10 +140,9 @@ void describe(CLI::App& app, Settings& settings)
     addParsed(app, "--drop-after", "N", "Disconnects each client after N commands",
               into(settings.faults.dropAfter,
                    chronal::tools::parseWholeNumber<std::size_t, 1, 1000000000>));
-    const std::vector<std::string> commands = commandNames();
     addParsed(app, "--refuse", "COMMAND",
-              "Refuses a command with -13; may be repeated. The commands are:\n" +
-                  join(commands, ",\n"),
+              "Refuse this command with -13; may be repeated:\n{" +
+                  join(commandNames(), ",\n") + '}',
               [&settings](const std::string& text) {
                   settings.faults.refused.insert(parseCommand(text));
               })
@@ -170,7 +150,6 @@ void describe(CLI::App& app, Settings& settings)
     app.add_flag("--verbose", settings.verbose,
                  "Writes a line for every message, and at the end how many frames were refused "
                  "and clients dropped; waits for no reader, and tells how many lines it left out");
-    chronal::tools::addManual(app, manPageText, {{"COMMAND", join(commands, " ")}});
 }
 
 std::unique_ptr<Clock> ownClock(const Settings& settings)

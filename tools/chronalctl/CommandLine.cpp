@@ -7,7 +7,6 @@
 #include <system_error>
 #include <vector>
 
-#include "Manual.h"
 #include "ParsedOption.h"
 #include "Parsers.h"
 #include "SocketText.h"
@@ -16,53 +15,6 @@ namespace chronal::ctl {
 
 namespace {
 
-const tools::ManPageText& manPageText()
-{
-    static const tools::ManPageText text = {
-        "talk to the time service",
-        {{"TIMES, SPANS AND DURATIONS",
-          {"A TIME is a date with or without a time of day (2026-03-29, 2026-03-29T01:00Z, "
-           "\"2026-03-29 01:00:00.250\", 2026-03-29T03:00:00+02:00), UTC unless it names an "
-           "offset (+02:00, +0200, +02); "
-           "or seconds since 1970-01-01 (@1774746000.5). A local time has neither Z nor an offset.",
-           "A SPAN is a sign, which may be left out, and counts with units from larger to smaller "
-           "ones (+1h30m, -90s, 1d2h, 250ms; units d, h, m or min, s, ms, us), or an offset "
-           "(+05:30).",
-           "A DURATION is a number of seconds (5, 0.5), or counts with the units of a span (250ms, "
-           "2s, 1min)."}},
-         {"EXIT STATUS",
-          {"0: done. 1: refused by the service. 2: bad usage. 3: no service, no answer in time, or "
-           "nowhere to print it. "
-           "Why is on standard error, with what is probably behind it. A refusal itself is only a "
-           "negative error number, by which a device's service may mean something else than the "
-           "simulated one.",
-           "With --json, the last line of standard output says the same, also of bad usage:",
-           "  {\"command\":\"timezone set\",\"error\":{\"status\":1,\"number\":-2,\n"
-           "   \"text\":\"the service refused ...\",\"advice\":\"Probably ...\"}}",
-           "The command is what has been understood of it; status is the exit status; number is a "
-           "negative error number, or 0 for none; advice may be empty."}},
-         {"ENVIRONMENT",
-          {"CHRONAL_SOCKET is the socket to use when --socket is not given.",
-           "CHRONAL_SOCKET_UID is the id of a user whose service is trusted, besides this user's "
-           "own and root's.",
-           "XDG_RUNTIME_DIR is the directory where chronal-simd listens by default. Without "
-           "--socket "
-           "and CHRONAL_SOCKET, chronal.sock in it is used, if it exists, even if nobody listens "
-           "there any more.",
-           "TZDIR is the directory of the time-zone database of a service simulated in this "
-           "process "
-           "(default: /usr/share/zoneinfo)."}},
-         {"EXAMPLES",
-          {"  chronal-simd &\n"
-           "  chronalctl status\n"
-           "  chronalctl ref-time set DVB 2026-03-29T00:59:50Z\n"
-           "  chronalctl --socket /run/chronal.sock timezone set Europe/Berlin\n"
-           "  chronalctl monitor NTP DVB --for 10",
-           "A service simulated in this process starts anew with every run. Commands that set "
-           "something or wait for notifications say so on standard error."}},
-         {"SEE ALSO", {"chronal-simd(1)"}}}};
-    return text;
-}
 /// The command, or the program, that has these words.
 CLI::App& find(CLI::App& app, std::string_view words)
 {
@@ -111,6 +63,8 @@ CommandLine::CommandLine()
     // Options of the program may stand anywhere on the line.
     app_.fallthrough();
     app_.require_subcommand(1);
+    app_.get_formatter()->label("Positionals", "Arguments");
+    app_.get_formatter()->label("SUBCOMMAND", "COMMAND");
     add(app_,
         {"--socket", "PATH",
          "Talk to the service at this socket, or the one named chronal.sock in this directory "
@@ -124,7 +78,6 @@ CommandLine::CommandLine()
                read<&Arguments::timeout, parseWait>});
     app_.set_version_flag("--version", "chronalctl " CHRONAL_VERSION, "Print the version and exit");
     app_.set_help_flag("-h,--help", "Print what can be said here and exit");
-    tools::addManual(app_, manPageText());
     // Commands take over the footer that the program has when they are added.
     app_.footer("Options for all commands, such as --socket, --json and --timeout: "
                 "chronalctl --help");
@@ -140,6 +93,7 @@ void CommandLine::add(const Command& command)
     const auto blank = words.rfind(' ');
     CLI::App& group = blank == std::string::npos ? app_ : find(app_, words.substr(0, blank));
     CLI::App& added = *group.add_subcommand(words.substr(blank + 1), command.help);
+    added.group("Commands");
     for (const Argument& argument : command.arguments)
         add(added, argument);
     added.require_option(command.optionsRequired, 0);
