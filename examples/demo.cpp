@@ -1,5 +1,5 @@
-// An application of the time service, as small as one can be that shows the most of it: it sends
-// commands, waits for the answer of each, and prints what arrives.
+// A small application of the time service that shows most of it: it sends commands, waits for the
+// answer to each, and prints everything that arrives.
 
 #include <chrono>
 #include <condition_variable>
@@ -39,28 +39,26 @@ public:
     /// Sends a command and waits for its answer, which carries the same ids.
     void ask(const std::string& command, const std::function<void(Ids&)>& send)
     {
-        std::unique_lock<std::mutex> lock(mutex);
+        std::unique_lock<std::mutex> lock(mutex_);
         Ids ids = {};
         send(ids);
         std::printf("  -> #%-2u %s\n", ids.messageId, command.c_str());
-        wait(lock, "an answer", [&] { return answered == ids; });
+        wait(lock, "an answer", [&] { return answered_ == ids; });
     }
 
-    /// Waits until as many notifications have arrived since the last call.
+    /// Waits until this many notifications have arrived since the last call.
     void awaitNotifications(int count)
     {
-        std::unique_lock<std::mutex> lock(mutex);
-        wait(lock, "a notification", [&] { return notifications >= count; });
-        notifications = 0;
+        std::unique_lock<std::mutex> lock(mutex_);
+        wait(lock, "a notification", [&] { return notifications_ >= count; });
+        notifications_ = 0;
     }
 
     void awaitConnection(bool expected)
     {
-        std::unique_lock<std::mutex> lock(mutex);
-        wait(lock, "the connection", [&] { return connected == expected; });
+        std::unique_lock<std::mutex> lock(mutex_);
+        wait(lock, "the connection", [&] { return connected_ == expected; });
     }
-
-    // The middleware's reports.
 
     void onServiceConnected() override
     {
@@ -81,8 +79,6 @@ public:
     }
 
 protected:
-    // Answers.
-
     void onReplyResult(const Ids& ids, int result) override
     {
         answer(ids, "result " + std::to_string(result) + (result < 0 ? ": refused" : ": done"));
@@ -130,8 +126,6 @@ protected:
         answer(ids, "zone " + zone + " at " + getTimeStr(time));
     }
 
-    // Notifications.
-
     void onNotifyCurrentTime(const Ids&, const Time& deviation, const Time& utc, const Time& local,
                              int, int) override
     {
@@ -169,40 +163,40 @@ private:
 
     void answer(const Ids& ids, const std::string& text)
     {
-        const std::lock_guard<std::mutex> lock(mutex);
+        const std::lock_guard<std::mutex> lock(mutex_);
         std::printf("  <- #%-2u %s\n", ids.messageId, text.c_str());
-        answered = ids;
-        changed.notify_all();
+        answered_ = ids;
+        changed_.notify_all();
     }
 
     void notification(const std::string& text)
     {
-        const std::lock_guard<std::mutex> lock(mutex);
+        const std::lock_guard<std::mutex> lock(mutex_);
         std::printf("  <- !   %s\n", text.c_str());
-        ++notifications;
-        changed.notify_all();
+        ++notifications_;
+        changed_.notify_all();
     }
 
     void connection(bool up, const std::string& text)
     {
-        const std::lock_guard<std::mutex> lock(mutex);
+        const std::lock_guard<std::mutex> lock(mutex_);
         std::printf("  <- =   %s\n", text.c_str());
-        connected = up;
-        changed.notify_all();
+        connected_ = up;
+        changed_.notify_all();
     }
 
     template <typename Condition>
     void wait(std::unique_lock<std::mutex>& lock, const char* what, const Condition& condition)
     {
-        if (!changed.wait_for(lock, std::chrono::seconds(10), condition))
+        if (!changed_.wait_for(lock, std::chrono::seconds(10), condition))
             throw std::runtime_error(std::string("waited in vain for ") + what);
     }
 
-    std::mutex mutex;
-    std::condition_variable changed;
-    Ids answered = {};
-    int notifications = 0;
-    bool connected = false;
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    Ids answered_ = {};
+    int notifications_ = 0;
+    bool connected_ = false;
 };
 
 void talk(Demo& demo)

@@ -98,4 +98,4 @@ def test_a_file_in_the_place_of_the_socket_is_named(runtime_directory, chronalct
     (runtime_directory / "chronal.sock").touch()
     result = chronalctl("--timeout", "100ms", "timezone", "get")
     assert result.returncode == 3
-    assert b"chronal.sock is no socket" in result.stderr
+    assert b"chronal.sock is not a socket" in result.stderr

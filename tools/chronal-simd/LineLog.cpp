@@ -15,14 +15,16 @@ namespace chronal::sim {
 
 namespace {
 
-constexpr int farewell = 100; // milliseconds
+/// Milliseconds for which the last lines wait for room: ample for a reader that is reading, and not
+/// noticed by a user who stops the service.
+constexpr int lingerTimeout = 100;
 
-/// There is memory for such a line in any case.
+/// Longer than most lines: those need no memory once the service runs.
 constexpr std::size_t usualLine = 512;
 
-/// A terminal says that it has room when it has some, and then waits for more; so it is opened once
-/// more, as one that does not wait.
-int withoutWaiting(int descriptor)
+/// A terminal reports room as soon as it has a little, and a longer write then blocks. The reopened
+/// one does not block.
+int nonBlocking(int descriptor)
 {
     if (isatty(descriptor) == 0)
         return descriptor;
@@ -33,84 +35,83 @@ int withoutWaiting(int descriptor)
 
 } // namespace
 
-LineLog::LineLog(int descriptor, Complain failed)
-    : output(withoutWaiting(descriptor)), complain(std::move(failed))
+LineLog::LineLog(int descriptor, Complain complain)
+    : output_(nonBlocking(descriptor)), complain_(std::move(complain))
 {
-    unwritten.reserve(usualLine);
+    pending_.reserve(usualLine);
 }
 
 void LineLog::write(std::string_view line) noexcept
 {
-    if (!flush(0)) {
-        ++leftOut;
+    ++last_;
+    if (!flush(0))
         return;
-    }
     try {
         append(line);
+        current_ = last_;
     } catch (const std::bad_alloc&) {
-        unwritten.clear();
-        ++leftOut;
+        pending_.clear();
         return;
     }
-    underWay = std::exchange(leftOut, 0) + 1;
     flush(0);
 }
 
 void LineLog::append(std::string_view line)
 {
-    if (insideLine)
-        unwritten = "\n";
+    const std::size_t leftOut = last_ - settled_ - 1;
+    if (insideLine_)
+        pending_ = "\n";
     if (leftOut != 0)
-        unwritten.append("lines left out: ").append(std::to_string(leftOut)).append("\n");
-    unwritten += line;
+        pending_.append("lines left out: ").append(std::to_string(leftOut)).append("\n");
+    pending_ += line;
     if (line.empty() || line.back() != '\n')
-        unwritten += '\n';
+        pending_ += '\n';
 }
 
 std::size_t LineLog::finish(std::string_view line) noexcept
 {
-    flush(farewell);
+    flush(lingerTimeout);
     write(line);
-    flush(farewell);
-    return underWay + leftOut;
+    flush(lingerTimeout);
+    return last_ - settled_;
 }
 
-/// False when there is no room for the rest, not even after `wait` milliseconds.
-bool LineLog::flush(int wait)
+/// Waits up to `timeout` milliseconds for room. Returns whether the next line can be written.
+bool LineLog::flush(int timeout)
 {
-    while (!unwritten.empty()) {
-        pollfd room = {output, POLLOUT, 0};
-        if (poll(&room, 1, wait) == 0)
+    while (!pending_.empty()) {
+        pollfd room = {output_, POLLOUT, 0};
+        if (poll(&room, 1, timeout) == 0)
             return false;
-        // A pipe that has room at all has room for so much.
-        const std::size_t size = std::min<std::size_t>(unwritten.size(), PIPE_BUF);
-        const ssize_t written = ::write(output, unwritten.data(), size);
+        // A pipe that reports room has room for PIPE_BUF bytes.
+        const std::size_t size = std::min<std::size_t>(pending_.size(), PIPE_BUF);
+        const ssize_t written = ::write(output_, pending_.data(), size);
         if (written == 0 || (written < 0 && (errno == EINTR || errno == EAGAIN)))
             return false;
         if (written < 0) {
-            lose(errno);
+            drop(errno);
             return true;
         }
-        insideLine = unwritten[static_cast<std::size_t>(written) - 1] != '\n';
-        unwritten.erase(0, static_cast<std::size_t>(written));
+        insideLine_ = pending_[static_cast<std::size_t>(written) - 1] != '\n';
+        pending_.erase(0, static_cast<std::size_t>(written));
+        if (pending_.empty())
+            settled_ = current_;
     }
-    underWay = 0;
     return true;
 }
 
-void LineLog::lose(int error)
+/// Gives up the current line after a write error.
+void LineLog::drop(int error)
 {
-    unwritten.clear();
-    const std::size_t lost = std::exchange(underWay, 0);
-    // Nobody is there, who has left or has never been.
+    pending_.clear();
     if (error == EPIPE || error == EBADF)
+        settled_ = current_; // there is no reader to tell
+    if (complained_ || settled_ == current_)
         return;
-    leftOut += lost;
     try {
-        if (!std::exchange(complained, true))
-            complain(std::strerror(error));
-    } catch (const std::bad_alloc&) {
-        complained = false; // at the next line
+        complain_(std::strerror(error));
+        complained_ = true;
+    } catch (const std::bad_alloc&) { // complains about the next line
     }
 }
 

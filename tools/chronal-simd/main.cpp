@@ -28,7 +28,6 @@
 
 #include "Clock.h"
 #include "LineLog.h"
-#include "NumberText.h"
 #include "ParsedOption.h"
 #include "Protocol.h"
 #include "Rehearsal.h"
@@ -58,17 +57,17 @@ struct Settings
     bool verbose = false;
 };
 
-// What an option says. These throw std::invalid_argument that tells what would be right.
+// Parsers of options. They throw std::invalid_argument with a text that says what is expected.
 
-[[noreturn]] void refuse(const std::string& text, const std::string& expected)
+[[noreturn]] void refuse(const std::string& text, const std::string& reason)
 {
-    throw std::invalid_argument("'" + text + "' is no " + expected);
+    throw std::invalid_argument("'" + text + "' is not " + reason);
 }
 
 std::string parseZone(const std::string& text)
 {
     if (!findZone(text))
-        refuse(text, "time zone of this system; right would be one such as Europe/Berlin");
+        refuse(text, "a time zone of this system; expected for example Europe/Berlin");
     return text;
 }
 
@@ -78,7 +77,7 @@ std::chrono::milliseconds parsePeriod(const std::string& text)
     const std::chrono::microseconds period = chronal::tools::parseDuration(text);
     const auto whole = std::chrono::duration_cast<milliseconds>(period);
     if (whole != period || whole < milliseconds(1) || whole > std::chrono::hours(24))
-        refuse(text, "period; right would be whole milliseconds, from 1ms to a day");
+        refuse(text, "a period; expected whole milliseconds, from 1ms to a day");
     return whole;
 }
 
@@ -86,7 +85,7 @@ Utc parseStartTime(const std::string& text)
 {
     const std::optional<Utc> time = readUtc(chronal::tools::parseUtc(text));
     if (!time)
-        refuse(text, "time within the years 1970 to 9999");
+        refuse(text, "within the years 1970 to 9999");
     return *time;
 }
 
@@ -97,7 +96,7 @@ double parseSpeed(const std::string& text)
     const auto [rest, error] = std::from_chars(text.data(), end, speed);
     const bool valid = error == std::errc() && rest == end && speed >= 0.001 && speed <= 1e6;
     if (!valid)
-        refuse(text, "number from 0.001 to 1000000");
+        refuse(text, "a number from 0.001 to 1000000");
     return speed;
 }
 
@@ -105,7 +104,7 @@ std::string parseCommand(const std::string& text)
 {
     const std::vector<std::string> names = commandNames();
     if (std::find(names.begin(), names.end(), text) == names.end())
-        refuse(text, "command; right would be one of: " + join(names, ", "));
+        refuse(text, "a command; expected one of: " + join(names, ", "));
     return text;
 }
 
@@ -118,38 +117,40 @@ auto into(Value& value, Parse parse)
 
 void describe(CLI::App& app, Settings& settings)
 {
-    app.description("Simulated time service: serves the clients that connect to its socket.");
-    app.set_version_flag("--version", "chronal-simd " CHRONAL_VERSION);
-    addParsed(app, "--socket", "PATH",
-              "Socket to listen at, or the folder for one named chronal.sock "
-              "(default: $XDG_RUNTIME_DIR)",
-              into(settings.socket, chronal::tools::parseSocket));
-    addParsed(app, "--zone", "NAME", "Time zone at the start (default: UTC)",
+    app.description("Simulates the time service for the clients that connect to its socket.");
+    app.set_help_flag("-h,--help", "Print this help and exit");
+    app.set_version_flag("--version", "chronal-simd " CHRONAL_VERSION,
+                         "Print the version and exit");
+    addParsed(
+        app, "--socket", "PATH",
+        "Listen at this socket, or at chronal.sock in this directory (default: $XDG_RUNTIME_DIR)",
+        into(settings.socket, chronal::tools::parseSocket));
+    addParsed(app, "--zone", "NAME", "Start in this time zone (default: UTC)",
               into(settings.service.zone, parseZone));
     addParsed(app, "--period", "DURATION",
-              "Time between two notifications of the current time, such as 250ms, 2s or 1min; "
-              "not accelerated (default: 1s)",
+              "Notify subscribers this often, such as every 250ms, 2s or 1min, whatever the speed "
+              "(default: 1s)",
               into(settings.service.notificationPeriod, parsePeriod));
-    addParsed(
-        app, "--start-time", "TIME",
-        "UTC at the start, such as 2026-03-29T00:59:50Z, in any form that chronalctl(1) tells "
-        "(default: the machine's)",
-        into(settings.startTime, parseStartTime));
-    addParsed(app, "--speed", "N", "Lets time run N times faster, 0.001 to 1000000 (default: 1)",
+    addParsed(app, "--start-time", "TIME",
+              "Start at this UTC, such as 2026-03-29T00:59:50Z or any other form in chronalctl(1) "
+              "(default: the machine's time)",
+              into(settings.startTime, parseStartTime));
+    addParsed(app, "--speed", "N", "Run N times faster, from 0.001 to 1000000 (default: 1)",
               into(settings.speed, parseSpeed));
-    addParsed(app, "--drop-after", "N", "Disconnects each client after N commands",
+    addParsed(app, "--drop-after", "N", "Disconnect each client after N commands",
               into(settings.faults.dropAfter,
                    chronal::tools::parseWholeNumber<std::size_t, 1, 1000000000>));
     addParsed(app, "--refuse", "COMMAND",
-              "Refuse this command with -13; may be repeated:\n{" +
-                  join(commandNames(), ",\n") + '}',
+              "Refuse this command with -13; may be repeated:\n{" + join(commandNames(), ",\n") +
+                  '}',
               [&settings](const std::string& text) {
                   settings.faults.refused.insert(parseCommand(text));
               })
         ->take_all();
     app.add_flag("--verbose", settings.verbose,
-                 "Writes a line for every message, and at the end how many frames were refused "
-                 "and clients dropped; waits for no reader, and tells how many lines it left out");
+                 "Print a line for every message, and at the end the numbers of refused frames and "
+                 "dropped clients. Lines for which a slow reader leaves no room are left out and "
+                 "counted");
 }
 
 std::unique_ptr<Clock> ownClock(const Settings& settings)
@@ -160,7 +161,7 @@ std::unique_ptr<Clock> ownClock(const Settings& settings)
                                          settings.speed);
 }
 
-/// Standard error. What cannot be written there can be told nobody.
+/// Standard error. If it cannot be written, there is nowhere left to complain.
 LineLog& troubleLog()
 {
     static LineLog lines(STDERR_FILENO, [](const std::string&) {});
@@ -172,7 +173,7 @@ void complain(const std::string& what)
     troubleLog().write("chronal-simd: " + printable(what));
 }
 
-/// Only what stands in NUB_DEBUG as well can switch it off again.
+/// Debug lines about trouble are on unless NUB_DEBUG switches them off.
 void showTrouble()
 {
     const char* const others = std::getenv("NUB_DEBUG");
@@ -260,7 +261,7 @@ int fail(const char* what, int status, const char* advice = "") noexcept
 int main(int argc, char** argv)
 {
     chronal::tools::holdStandardStreams();
-    std::signal(SIGPIPE, SIG_IGN); // whoever reads the lines may leave
+    std::signal(SIGPIPE, SIG_IGN); // the reader of the lines may go away
     try {
         Settings settings;
         CLI::App app("", "chronal-simd");

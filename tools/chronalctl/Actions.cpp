@@ -34,12 +34,12 @@ Report requestAccepted(Connection<SyncClient>& service, const std::string& comma
     return report;
 }
 
-/// Reminds the user that nobody else shares a service in this process, and that it ends with it.
+/// Reminds the user that a service in this process ends with it.
 void noteSimulation(const Arguments& given)
 {
     if (given.socket.empty())
-        std::fputs("chronalctl: the service is simulated in this process and ends with it; to have "
-                   "one that stays, run chronal-simd\n",
+        std::fputs("chronalctl: the service is simulated in this process and ends with it; to keep "
+                   "one running, start chronal-simd\n",
                    stderr);
 }
 

@@ -4,19 +4,19 @@
 #include "Arguments.h"
 #include "SyncClient.h"
 
-/// What the commands do. Each throws Failure.
+/// The work of the commands. Each function throws Failure.
 namespace chronal::ctl {
 
 /// Sends one command and prints its answer, which is the report of that name.
 void request(const Arguments& given, const char* answer, const SyncClient::Send& send);
 
-/// Prints everything worth knowing, in several requests.
+/// Prints all times, the time zone and the settings, in several requests.
 void showStatus(const Arguments& given);
 
 /// The service replaces all settings, so those that are not given are fetched first.
 void changeSettings(const Arguments& given);
 
-/// Prints the notifications of everything and of the given sources.
+/// Prints all notifications, and the current times of the given sources.
 void monitorAll(const Arguments& given);
 
 /// Prints the notifications of one source.

@@ -20,12 +20,12 @@ struct Arguments
     std::string command;                      ///< its words, such as "timezone set"
     std::map<std::string, std::string> texts; ///< the command's arguments as typed, by their names
 
-    // Of the program.
+    // Options of the program.
     std::string socket; ///< empty for the simulated service in this process
     bool json = false;
     std::chrono::microseconds timeout = std::chrono::seconds(5);
 
-    // Of one command or another.
+    // Arguments of one command or another.
     ReferenceTimeId source;
     nubOsalTime_struct time = {};
     nubOsalTime_struct end = {};
@@ -36,12 +36,12 @@ struct Arguments
     bool on = true;
     std::string text;
 
-    // Of "settings set", which has to know what was given.
+    // Options of "settings set", which has to know which were given.
     std::array<std::optional<nubOsalTime_struct>, 4> times;
     std::optional<int> number;
     std::optional<std::string> server;
 
-    // Of a monitor.
+    // Arguments of a monitor.
     std::vector<ReferenceTimeId> sources;
     std::optional<std::chrono::microseconds> duration;
     std::optional<std::uint64_t> count;

@@ -12,7 +12,7 @@
 
 namespace chronal::ctl {
 
-/// Turns what the service sends into reports. Its functions are called on the session's dispatch
+/// Turns answers and notifications into reports. The functions are called on the session's dispatch
 /// thread.
 class Client : public chronal::UserAdapter
 {
@@ -25,7 +25,8 @@ public:
 
 protected:
     virtual void connected() = 0;
-    /// Not connected (any more), for the reason that is an error number, or 0.
+    /// Not connected, or no longer; `reason` is an error number, or 0 if the service has closed the
+    /// connection.
     virtual void notConnected(int reason) = 0;
     virtual void answered(const fabric::MsgIds& ids, const Report& answer) = 0;
     virtual void notified(const Report& notification) = 0;
@@ -60,7 +61,7 @@ private:
 
 std::unique_ptr<fabric::host::Session> startSession(const std::string& socket);
 
-/// A client with a session of its own, connected for as long as it lives.
+/// A client with its own session, connected as long as it exists.
 template <class ClientType>
 class Connection
 {

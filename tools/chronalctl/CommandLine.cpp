@@ -15,6 +15,15 @@ namespace chronal::ctl {
 
 namespace {
 
+constexpr char description[] =
+    "Sends one command to the time service and prints its answer, or monitors its notifications. "
+    "Without --socket and CHRONAL_SOCKET it talks to the chronal-simd that listens in "
+    "$XDG_RUNTIME_DIR or, if there is none, to a service simulated inside its own process.";
+constexpr char socketHelp[] =
+    "Talk to the service at this socket, or at chronal.sock in this directory (default: "
+    "$CHRONAL_SOCKET, then $XDG_RUNTIME_DIR/chronal.sock if that exists, otherwise a service "
+    "simulated in this process)";
+
 /// The command, or the program, that has these words.
 CLI::App& find(CLI::App& app, std::string_view words)
 {
@@ -31,7 +40,7 @@ bool isCommand(const std::string& words)
                                         [&](const Command& known) { return known.name == words; });
 }
 
-/// That of the arguments comes first.
+/// Advice on the arguments comes first.
 std::vector<Advice> adviceOn(const Command& command)
 {
     std::vector<Advice> advice;
@@ -41,8 +50,8 @@ std::vector<Advice> adviceOn(const Command& command)
     return advice;
 }
 
-/// Where chronal-simd listens by default; empty if there is nothing. A socket at which nobody
-/// listens any more counts: simulating in its place would silently lose what is set.
+/// The default socket of chronal-simd, or empty if there is none. A socket at which no service
+/// listens any more counts: a simulation in its place would silently lose what is set.
 std::string foundSocket()
 {
     const std::string socket = tools::defaultSocket();
@@ -53,38 +62,28 @@ std::string foundSocket()
 
 } // namespace
 
-CommandLine::CommandLine()
-    : app_(
-          "Sends one command to the time service and prints its answer, or watches what the "
-          "service tells everybody. Without --socket and CHRONAL_SOCKET it talks to a chronal-simd "
-          "that listens in $XDG_RUNTIME_DIR, or else to a simulated service inside itself.",
-          "chronalctl")
+CommandLine::CommandLine() : app_(description, "chronalctl")
 {
-    // Options of the program may stand anywhere on the line.
+    // Options of the program may be anywhere on the line.
     app_.fallthrough();
     app_.require_subcommand(1);
     app_.get_formatter()->label("Positionals", "Arguments");
     app_.get_formatter()->label("SUBCOMMAND", "COMMAND");
-    add(app_,
-        {"--socket", "PATH",
-         "Talk to the service at this socket, or the one named chronal.sock in this directory "
-         "(default: $CHRONAL_SOCKET, then $XDG_RUNTIME_DIR/chronal.sock if that exists, else "
-         "simulated in this process)",
-         read<&Arguments::socket, tools::parseSocket>})
+    add(app_, {"--socket", "PATH", socketHelp, read<&Arguments::socket, tools::parseSocket>})
         ->envname("CHRONAL_SOCKET");
-    app_.add_flag("--json", given_.json, "Print one JSON object a line, for an error as well");
+    app_.add_flag("--json", given_.json, "Print one JSON object per line, also for an error");
     add(app_, {"--timeout", "DURATION",
-               "How long to wait for the service, and for each answer; 5s if not given",
+               "How long to wait for the service and for each answer (default: 5s)",
                read<&Arguments::timeout, parseWait>});
     app_.set_version_flag("--version", "chronalctl " CHRONAL_VERSION, "Print the version and exit");
-    app_.set_help_flag("-h,--help", "Print what can be said here and exit");
-    // Commands take over the footer that the program has when they are added.
-    app_.footer("Options for all commands, such as --socket, --json and --timeout: "
+    app_.set_help_flag("-h,--help", "Print this help and exit");
+    // A command copies the footer that the program has when the command is added.
+    app_.footer("Options of all commands, such as --socket, --json and --timeout: "
                 "chronalctl --help");
     for (const Command& command : commands)
         add(command);
     app_.footer("Exit status: 0 done, 1 refused by the service, 2 bad usage, 3 no service or no "
-                "answer.\nchronalctl(1) tells more, also how errors look with --json.");
+                "answer.\nchronalctl(1) describes the forms of times, and errors with --json.");
 }
 
 void CommandLine::add(const Command& command)
@@ -124,18 +123,18 @@ CLI::Option* CommandLine::add(CLI::App& app, const Argument& argument)
 
 void CommandLine::parse(int argc, const char* const* argv)
 {
-    // A line that cannot be read to its end is complained about in the form that it asks for.
+    // An error in the line is reported in the form that the line asks for.
     given_.json = std::find(argv, argv + argc, std::string_view("--json")) != argv + argc;
     std::vector<std::string> typed(argv + std::min(argc, 1), argv + argc);
     // "help COMMAND" is another way to say "COMMAND --help".
     if (!typed.empty() && typed.front() == "help") {
         typed.erase(typed.begin());
-        if (isCommand(tools::join(typed, " "))) // else it is told like any other that there is none
+        if (isCommand(tools::join(typed, " "))) // otherwise it is an error like any other
             typed.emplace_back("--help");
     }
     std::reverse(typed.begin(), typed.end()); // as CLI11 wants it
     app_.parse(std::move(typed));
-    // In a whole line the word may turn out to be the value of another option.
+    // The word may have been the value of another option.
     given_.json = given_.json && app_.get_option("--json")->count() != 0;
     given_.command = words();
     if (given_.socket.empty())
@@ -187,12 +186,12 @@ std::string CommandLine::mistake(const CLI::ParseError& error, const std::string
         names.push_back(command->get_name());
     if (names.empty() || code != CLI::ExitCodes::RequiredError)
         return error.what();
-    // An option that is wrong is told as such, also where a command is missing.
+    // A wrong option comes first, even if a command is missing as well.
     if (!unknown.empty() && unknown.front().front() == '-')
         return "not expected: " + unknown.front();
     const std::string wrong =
-        unknown.empty() ? "what to do is missing" : "'" + unknown.front() + "' is no command";
-    return wrong + " after \"" + path + "\"; right would be one of: " + tools::join(names, ", ");
+        unknown.empty() ? "missing command after" : "'" + unknown.front() + "' is not a command of";
+    return wrong + " \"" + path + "\"; expected one of: " + tools::join(names, ", ");
 }
 
 } // namespace chronal::ctl

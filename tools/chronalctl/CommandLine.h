@@ -10,7 +10,7 @@
 
 namespace chronal::ctl {
 
-/// Reads the command line by the table of commands.
+/// Parses the command line according to the table of commands.
 class CommandLine
 {
 public:
@@ -25,13 +25,13 @@ public:
     /// The command's words, as far as parse() has come.
     std::string words() const;
 
-    /// Whether JSON is wanted, also of a line that cannot be parsed.
+    /// Whether the line asks for JSON, also if it cannot be parsed.
     bool wantsJson() const { return given_.json; }
 
-    /// What was wrong and what is expected, of an error that parse() has thrown.
+    /// Describes an error thrown by parse(): what was wrong and what is expected.
     Failure badUsage(const CLI::ParseError& error) const;
 
-    /// Prints what --help and its like ask for.
+    /// Prints the output of --help or --version, which parse() throws as an error.
     int exit(const CLI::ParseError& error) const { return app_.exit(error); }
 
 private:

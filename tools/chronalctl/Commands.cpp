@@ -4,7 +4,7 @@
 #include <cerrno>
 
 #include "Actions.h"
-#include "NumberText.h"
+#include "ParsedOption.h"
 #include "Parsers.h"
 #include "TimeService.h"
 #include "TimeText.h"
@@ -17,14 +17,14 @@ namespace {
 
 constexpr char sourceType[] = "{RTC,NTP,DVB,TTX,ATSC}";
 
+const std::string sourceNames = "RTC, NTP, DVB, TTX or ATSC";
+
 const Argument source = {
     "SOURCE",
     sourceType,
     "RTC, NTP, DVB, TTX (teletext) or ATSC",
     read<&Arguments::source, parseSource>,
-    {{EINVAL,
-      "the service has no source {SOURCE}; right would be RTC, NTP, DVB, TTX "
-      "or ATSC",
+    {{EINVAL, "the service has no source {SOURCE}; expected " + sourceNames,
       [](const Arguments& given) { return given.source == referenceTimeInvalid; }}}};
 
 void readSources(const std::string& text, Arguments& given)
@@ -37,10 +37,9 @@ void readSources(const std::string& text, Arguments& given)
 const Argument sources = {
     "SOURCE...",
     sourceType,
-    "Sources whose current times are to be printed as well",
+    "Also print the current times of these sources",
     readSources,
-    {{EINVAL,
-      "the service does not have all of {SOURCE...}; right would be RTC, NTP, DVB, TTX or ATSC"}}};
+    {{EINVAL, "the service does not have all of {SOURCE...}; expected " + sourceNames}}};
 
 template <nubOsalTime_struct Arguments::*member>
 Argument utc(const char* name, const std::string& help)
@@ -79,19 +78,18 @@ Argument span(const char* name, const char* type, const char* help)
 {
     const auto applies = [](const Arguments& given) { return isOverADay(given.*member); };
     const std::string typed = "'{" + std::string(name) + "}'";
-    return {
-        name,
-        type,
-        help,
-        read<member, tools::parseSpan>,
-        {{EINVAL, typed + " is too much; right would be a deviation from -24h to +24h", applies}}};
+    return {name,
+            type,
+            help,
+            read<member, tools::parseSpan>,
+            {{EINVAL, typed + " is too large; expected a deviation from -24h to +24h", applies}}};
 }
 
 const Argument deviation =
     span<&Arguments::deviation>("--deviation", "SPAN",
-                                "Local time less UTC, such as +1h30m; the zone's if not given, or "
-                                "0");
-const Argument value = {"--value", "NUMBER", "A number to keep with the time; 0 if not given",
+                                "Local time minus UTC, such as +1h30m; the time zone's if 0 or not "
+                                "given");
+const Argument value = {"--value", "NUMBER", "A number to keep with the time (default: 0)",
                         read<&Arguments::value, tools::parseWholeNumber<int>>};
 const Argument negate = {"--negate",
                          nullptr,
@@ -102,7 +100,7 @@ const Argument negate = {"--negate",
 const Argument state = {"STATE", "{on,off}", "on or off", read<&Arguments::on, parseSwitch>};
 const Argument duration = {"--for", "DURATION", "End after this time",
                            read<&Arguments::duration, parseWait>};
-const Argument count = {"--count", "N", "End after so many notifications",
+const Argument count = {"--count", "N", "End after this many notifications",
                         read<&Arguments::count, tools::parseWholeNumber<std::uint64_t, 1>>};
 
 template <std::size_t index>
@@ -142,13 +140,13 @@ using U = UserAdapter;
 } // namespace
 
 const std::vector<Command> commands = {
-    {"status", "Show all times, the zone and the settings", {}, showStatus},
+    {"status", "Show all times, the time zone and the settings", {}, showStatus},
     {"monitor",
-     "Print notifications until interrupted, also those of a service that restarts",
+     "Print notifications until interrupted, also after the service restarts",
      {sources, duration, count},
      monitorAll},
 
-    {"ref-time", "The time of one source"},
+    {"ref-time", "Show, set, lock and watch the time of a source"},
     {"ref-time get",
      "Show a source's times",
      {source},
@@ -164,72 +162,74 @@ const std::vector<Command> commands = {
      sends<&U::cmdRefLocalTimeSet, &A::time, &A::deviation, &A::source, &A::value, &A::negate>(),
      {sourceLocked}},
     {"ref-time at",
-     "Show what a source shows at a moment",
+     "Show what a source will show at a moment",
      {source, utc<&A::time>("TIME", "The moment, in UTC")},
      sends<&U::cmdRefTimeAt, &A::time, &A::source>("ref-time-at")},
     {"ref-time subscribe",
-     "Print a source's current time again and again, until interrupted",
+     "Print a source's current time repeatedly until interrupted",
      {source, duration, count},
      monitorSource},
     {"ref-time unsubscribe",
-     "Send the end of a subscription, which ends with its program anyway",
+     "Send the end of a subscription (a subscription also ends with its program)",
      {source},
      sends<&U::cmdRefTimeUnsubscribe, &A::source>()},
     {"ref-time lock",
-     "Keep a source from being set, by anybody",
+     "Keep all clients from setting a source",
      {source},
      sends<&U::cmdRefTimeLock, &A::source>()},
     {"ref-time unlock",
-     "Let a source be set again",
+     "Let clients set a source again",
      {source},
      sends<&U::cmdRefTimeUnlock, &A::source>()},
 
-    {"deviation", "The deviation of local time from UTC"},
-    {"deviation next", "Its next change"},
+    {"deviation", "Show and announce the deviation of local time from UTC"},
+    {"deviation next", "Show and announce its next change"},
     {"deviation next get",
-     "Show when it changes next, and to what (DEVIATION_INVALID: no change; DEVIATION_UNKNOWN: the "
+     "Show the next change: its time and the new deviation (DEVIATION_INVALID: no change; "
+     "DEVIATION_UNKNOWN: the "
      "source has no time)",
      {source},
      sends<&U::cmdNextTimeDeviationChangeFetch, &A::source>("next-deviation")},
     {"deviation next set",
-     "Announce its next change",
+     "Announce the next change",
      {source, utc<&A::time>("TIME", "When it changes, in UTC"),
       span<&A::deviation>("SPAN", "", "The deviation from then on, such as +1h30m")},
      sends<&U::cmdNextTimeDeviationChangeSet, &A::time, &A::deviation, &A::source>(),
      {sourceLocked}},
 
-    {"dst", "Daylight saving"},
+    {"dst", "Announce daylight saving"},
     {"dst announce",
      "Announce a period of daylight saving",
      {source, utc<&A::time>("BEGIN", "When it begins, in UTC"),
       utc<&A::end>("END", "When it ends, in UTC"),
-      span<&A::deviation>("DURING", "", "The deviation in between, such as +2h"),
-      span<&A::deviationAfter>("AFTER", "", "The deviation afterwards, such as +1h")},
+      span<&A::deviation>("DURING", "", "The deviation during the period, such as +2h"),
+      span<&A::deviationAfter>("AFTER", "", "The deviation after it, such as +1h")},
      sends<&U::cmdSendDaylightsavingInfo, &A::time, &A::end, &A::deviationAfter, &A::deviation,
            &A::source>(),
      {sourceLocked,
       {EINVAL, "'{BEGIN}' is not before '{END}'",
        [](const A& given) { return nubOsalCompareTime(&given.time, &given.end) >= 0; }}}},
 
-    {"at", "UTC and local time of one moment, by the zone"},
+    {"at", "Convert between UTC and local time"},
     {"at utc",
-     "Of a moment in UTC",
+     "Show UTC and local time at a moment in UTC",
      {utc<&A::time>("TIME", "The moment")},
      sends<&U::cmdUTCTimeAt, &A::time>("time-at")},
     {"at local",
-     "Of a moment in local time",
+     "Show UTC and local time at a moment in local time",
      {local("The moment")},
      sends<&U::cmdLocaltimeAt, &A::time>("time-at")},
 
-    {"settings", "The date-and-time settings"},
-    {"settings get", "Show them", {}, sends<&U::cmdDateTimeSettingsFetch>("settings")},
+    {"settings", "Show and change the date and time settings"},
+    {"settings get", "Show the settings", {}, sends<&U::cmdDateTimeSettingsFetch>("settings")},
     {"settings set",
-     "Change some of them; the others stay as they are",
+     "Change some settings and keep the others",
      {{"--time1", "TIME", "Time 1 of the settings", readSettingsTime<0>},
       {"--time2", "TIME", "Time 2 of the settings", readSettingsTime<1>},
       {"--time3", "TIME", "Time 3 of the settings", readSettingsTime<2>},
       {"--time4", "TIME", "Time 4 of the settings", readSettingsTime<3>},
-      {"--value", "NUMBER", "The settings' number", read<&A::number, tools::parseWholeNumber<int>>},
+      {"--value", "NUMBER", "The value of the settings",
+       read<&A::number, tools::parseWholeNumber<int>>},
       {"--server", "NAME", "The NTP server", read<&A::server, parseText>}},
      changeSettings,
      {{EINVAL, "NTP is in use and needs a server; to do without one: chronalctl ntp set '' --off",
@@ -238,13 +238,13 @@ const std::vector<Command> commands = {
        [](const A& given) { return isTooLong(given.server.value_or("")); }}},
      1},
 
-    {"ntp", "Time from the network"},
+    {"ntp", "Configure and start NTP"},
     {"ntp set",
-     "Name the server, and use it",
-     {{"SERVER", "", "Its name", read<&A::text, parseText>},
+     "Set the server, and use it",
+     {{"SERVER", "", "Name of the server", read<&A::text, parseText>},
       {"--off", nullptr, "Do not use it", [](const std::string&, A& given) { given.on = false; }}},
      sends<&U::cmdDateTimeNtpSet, &A::text, &A::on>(),
-     {{EINVAL, "a server that is to be used needs a name; to use none: --off",
+     {{EINVAL, "NTP needs a server's name; to switch NTP off: --off",
        [](const A& given) { return given.text.empty(); }},
       {EINVAL, "the server's name " + tooLong, textIsTooLong}}},
     {"ntp start",
@@ -252,33 +252,33 @@ const std::vector<Command> commands = {
      {},
      sends<&U::cmdDateTimeNtpStart>(),
      {{EPERM,
-       "NTP is not in use, as always at first, and the service in this process starts anew with "
-       "every run; to have one that stays, run chronal-simd",
+       "NTP is not in use: the service in this process is a new one in every run; to keep one "
+       "running, start chronal-simd",
        [](const A& given) { return given.socket.empty(); }},
       {EPERM, "NTP is not in use; to use it: chronalctl ntp set SERVER"},
       {EBUSY, "NTP is locked; to unlock it: chronalctl ref-time unlock NTP"}}},
 
     {"auto-time",
-     "Whether the clock follows what other sources are set to",
+     "Choose whether the clock follows the times that sources are set to",
      {state},
      sends<&U::cmdDateTimeAutoTimeSet, &A::on>()},
     {"time-init",
-     "Set all sources back to how they started",
+     "Reset all sources to their initial state",
      {},
      sends<&U::cmdTimeInit>(),
      {{EBUSY, "a source is locked; to unlock it: chronalctl ref-time unlock SOURCE"}}},
 
-    {"timezone", "The time zone"},
-    {"timezone get", "Show it", {}, sends<&U::cmdTimezoneFetch>("timezone")},
+    {"timezone", "Show and change the time zone"},
+    {"timezone get", "Show the time zone", {}, sends<&U::cmdTimezoneFetch>("timezone")},
     {"timezone set",
-     "Change it",
-     {{"ZONE", "", "Its name, for example Europe/Berlin", read<&A::text, parseText>}},
+     "Change the time zone",
+     {{"ZONE", "", "Name of the zone, for example Europe/Berlin", read<&A::text, parseText>}},
      sends<&U::cmdTimezoneSet, &A::text>(),
-     {{ENOENT, "the service knows no time zone '{ZONE}'; right would be a name of the time-zone "
-               "database, such as Europe/Berlin"},
+     {{ENOENT, "the service does not know the time zone '{ZONE}'; expected a name of the "
+               "time-zone database, for example Europe/Berlin"},
       {EINVAL, "the zone's name " + tooLong, textIsTooLong}}},
     {"timezone sync",
-     "Whether the zone is synchronised",
+     "Switch synchronisation of the time zone on or off",
      {state},
      sends<&U::cmdTimezoneSyncEnableSet, &A::on>()},
 };

@@ -26,17 +26,17 @@ Failure noAnswerBecause(int reason, const std::string& text, const std::string& 
     return {ExitStatus::noAnswer, -reason, text + ": " + reasonText(reason), advice};
 }
 
-/// What is to be done about a socket where nobody listens.
-std::string whereNobodyListens(const std::string& socket)
+/// Advice on a socket at which no service listens.
+std::string howToListen(const std::string& socket)
 {
     const std::filesystem::path path = socket;
-    const std::filesystem::path folder = path.has_parent_path() ? path.parent_path() : ".";
+    const std::filesystem::path directory = path.has_parent_path() ? path.parent_path() : ".";
     std::error_code ignored;
     const std::filesystem::file_status there = status(path, ignored);
     if (exists(there) && !is_socket(there))
-        return socket + " is no socket";
-    if (!is_directory(folder, ignored))
-        return "There is no folder " + folder.string();
+        return socket + " is not a socket";
+    if (!is_directory(directory, ignored))
+        return "There is no directory " + directory.string();
     const std::string leftBehind =
         exists(there) ? "A service that was killed has left this socket behind. " : "";
     return leftBehind + "To simulate one there: chronal-simd --socket " + socket;
@@ -55,7 +55,7 @@ std::string within(std::chrono::microseconds waited)
 
 std::string numberText(int number)
 {
-    // As an unsigned number, since the most negative one has no positive counterpart.
+    // Unsigned, because the most negative number has no positive counterpart.
     const unsigned error = 0U - static_cast<unsigned>(number);
     return std::to_string(number) + " (" + std::strerror(static_cast<int>(error)) + ')';
 }
@@ -81,7 +81,7 @@ Failure noService(const std::string& socket, std::chrono::microseconds waited,
         return {ExitStatus::noAnswer, 0, text};
     const int error = *reason;
     const bool nobodyListens = error == ENOENT || error == ENOTDIR || error == ECONNREFUSED;
-    return noAnswerBecause(error, text, nobodyListens ? whereNobodyListens(socket) : "");
+    return noAnswerBecause(error, text, nobodyListens ? howToListen(socket) : "");
 }
 
 Failure noAnswer(const std::string& socket, std::chrono::microseconds waited)
@@ -98,7 +98,7 @@ Failure wrongAnswer(const std::string& socket, const std::string& answer, const 
 Failure notSent(const std::string& socket, std::chrono::microseconds waited)
 {
     return {ExitStatus::noAnswer, 0,
-            "the " + serviceOf(socket) + " took no command" + within(waited)};
+            "the " + serviceOf(socket) + " accepted no command" + within(waited)};
 }
 
 Failure lostBeforeAnswer(const std::string& socket, int reason)

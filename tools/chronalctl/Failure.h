@@ -16,31 +16,31 @@ enum class ExitStatus
     noAnswer = 3  ///< no service, or no answer in time
 };
 
-/// Why the program ends without having done what was asked for; what() is one line of text.
+/// Why the program did not do what it was asked to; what() is one line of text.
 struct Failure : std::runtime_error
 {
-    Failure(ExitStatus exitStatus, int errorNumber, const std::string& text,
-            const std::string& whatToDo = "")
-        : std::runtime_error(text), status(exitStatus), number(errorNumber), advice(whatToDo)
+    Failure(ExitStatus givenStatus, int givenNumber, const std::string& text,
+            const std::string& givenAdvice = "")
+        : std::runtime_error(text), status(givenStatus), number(givenNumber), advice(givenAdvice)
     {
     }
 
     ExitStatus status;
-    int number;         ///< negative, or 0 where there is none
-    std::string advice; ///< what is probably behind it and what would be right; may be empty
+    int number;         ///< negative, or 0 if there is none
+    std::string advice; ///< the probable cause and what to do; may be empty
 };
 
 /// "-13 (Permission denied)" of a negative error number.
 std::string numberText(int number);
 
-/// Says it on standard error.
+/// Prints it to standard error.
 void complain(const Failure& failure);
 
 /// The service's refusal of a command, with its negative error number.
 Failure refusal(const std::string& command, int result);
 
-/// `socket` is where the service was looked for, or empty for the one in this process; `reason` is
-/// the error number that keeps it from being reached, or 0 when it closed the connection.
+/// `socket` is the service's, or empty for the service in this process; `reason` is the error
+/// number that keeps it from being reached, or 0 if it closed the connection.
 Failure noService(const std::string& socket, std::chrono::microseconds waited,
                   std::optional<int> reason);
 Failure noAnswer(const std::string& socket, std::chrono::microseconds waited);
@@ -49,7 +49,7 @@ Failure wrongAnswer(const std::string& socket, const std::string& answer,
 Failure notSent(const std::string& socket, std::chrono::microseconds waited);
 Failure lostBeforeAnswer(const std::string& socket, int reason);
 
-/// What a connection's end says: the text of an error number, or that it was closed.
+/// Why a connection ended: the text of an error number, or "closed" for 0.
 std::string reasonText(int reason);
 
 /// `reason` is the error number of writing to standard output.

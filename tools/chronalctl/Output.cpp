@@ -18,7 +18,7 @@ using chronal::Helpers::getTimeSpanStr;
 using chronal::Helpers::getTimeStr;
 using Json = nlohmann::ordered_json;
 
-/// One alternative of a variant for each of several lambdas.
+/// A visitor made of lambdas, one for each alternative of a variant.
 template <class... Functions>
 struct Overloaded : Functions...
 {
@@ -73,7 +73,7 @@ Json jsonFields(const Report& report)
     return object;
 }
 
-/// All ASCII, since whoever reads it may be a terminal. Strings may hold any bytes, JSON is UTF-8.
+/// Pure ASCII, because the reader may be a terminal. Bytes that are not UTF-8 are replaced.
 std::string jsonLine(const Json& json)
 {
     return json.dump(-1, ' ', true, Json::error_handler_t::replace) + '\n';

@@ -20,8 +20,7 @@ std::string asLine(const Report& report);
 /// One JSON object on one line. Times and spans are objects of seconds, microseconds and text.
 std::string asJson(const Report& report);
 
-/// Everything worth knowing about the service. Each report may be a refusal instead, which is shown
-/// in its place.
+/// The service's state. A report that is a refusal is shown as such.
 struct Status
 {
     struct Source
@@ -42,7 +41,7 @@ std::string asJson(const Status& status);
 /// `command` is the command's words.
 std::string asJson(const std::string& command, const Failure& failure);
 
-/// Writes to standard output at once. Throws Failure if that cannot be written.
+/// Writes to standard output and flushes it. Throws Failure if that fails.
 void print(const std::string& text);
 
 } // namespace chronal::ctl

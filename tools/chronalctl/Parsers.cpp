@@ -35,7 +35,7 @@ ReferenceTimeId parseSource(const std::string& text)
         if (name == Helpers::getRefTimeStr(source))
             return source;
     throw std::invalid_argument("'" + text +
-                                "' is no source; right would be RTC, NTP, DVB, TTX or ATSC");
+                                "' is not a source; expected RTC, NTP, DVB, TTX or ATSC");
 }
 
 bool parseSwitch(const std::string& text)
@@ -50,7 +50,8 @@ std::chrono::microseconds parseWait(const std::string& text)
 {
     const std::chrono::microseconds wait = tools::parseDuration(text);
     if (wait.count() == 0)
-        throw std::invalid_argument("'" + text + "' is no time to wait");
+        throw std::invalid_argument("'" + text +
+                                    "' is not a time to wait; expected for example 250ms or 5");
     return wait;
 }
 

@@ -23,11 +23,11 @@ struct Span
 
 struct Field
 {
-    const char* name; ///< in lower case, words parted by underscores
+    const char* name; ///< in lower case, words separated by underscores
     std::variant<bool, std::int64_t, std::string, Time, Span> value;
 };
 
-/// Something that arrived: its values by name, in the order in which a person wants to read them.
+/// An answer, a notification or a change of the connection: its values by name, in reading order.
 struct Report
 {
     const char* kind; ///< "answer", "notification" or "connection"

@@ -19,7 +19,7 @@ ExitStatus complain(const CommandLine& commandLine, const Failure& failure)
         if (commandLine.wantsJson())
             print(asJson(commandLine.words(), failure));
     } catch (const Failure&) {
-        // It has been said on standard error.
+        // Standard error has it already.
     }
     return failure.status;
 }
@@ -31,7 +31,7 @@ ExitStatus run(CommandLine& commandLine, int argc, char** argv)
         commandLine.run();
         return ExitStatus::done;
     } catch (const CLI::ParseError& error) {
-        // --help and its like end here, too.
+        // --help and --version end here, too.
         if (error.get_exit_code() != 0)
             return complain(commandLine, commandLine.badUsage(error));
         commandLine.exit(error);

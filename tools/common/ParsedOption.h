@@ -1,8 +1,11 @@
 #ifndef CHRONAL_TOOLS_PARSED_OPTION_H
 #define CHRONAL_TOOLS_PARSED_OPTION_H
 
+#include <charconv>
+#include <limits>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include <CLI/CLI.hpp>
@@ -17,8 +20,23 @@ inline std::string join(const std::vector<std::string>& words, const char* separ
     return joined;
 }
 
-/// An option or argument with one value, which `read` is called with. It throws
-/// std::invalid_argument with a text that says what was wrong and what is expected.
+/// A decimal number within these limits. Throws std::invalid_argument with a text that says what
+/// was wrong and what is expected.
+template <class Number, Number least = std::numeric_limits<Number>::min(),
+          Number most = std::numeric_limits<Number>::max()>
+Number parseWholeNumber(const std::string& text)
+{
+    Number number = 0;
+    const char* const end = text.data() + text.size();
+    const auto [rest, error] = std::from_chars(text.data(), end, number);
+    if (error != std::errc() || rest != end || number < least || number > most)
+        throw std::invalid_argument("'" + text + "' is not a whole number from " +
+                                    std::to_string(least) + " to " + std::to_string(most));
+    return number;
+}
+
+/// An option or argument whose value is passed to `read`, which throws std::invalid_argument with a
+/// text that says what was wrong and what is expected.
 template <class Read>
 CLI::Option* addParsed(CLI::App& app, const std::string& name, const std::string& type,
                        const std::string& help, Read read)

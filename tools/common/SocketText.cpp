@@ -14,8 +14,8 @@ using sim::socketAt;
 std::string parseSocket(const std::string& text)
 {
     if (text.empty())
-        throw std::invalid_argument("'' is no path; right would be one such as /run/chronal.sock, "
-                                    "or an existing folder");
+        throw std::invalid_argument("'' is not a path; expected for example /run/chronal.sock, or "
+                                    "an existing directory");
     std::string path = socketAt(text);
     if (path.size() > longestSocketPath)
         throw std::invalid_argument("'" + path + "' has " + std::to_string(path.size()) +

@@ -5,12 +5,12 @@
 
 namespace chronal::tools {
 
-/// The path of a socket, or of the folder for it. Throws std::invalid_argument with a text that
-/// says what was wrong and what would be right.
+/// The path of a socket, given by itself or by its directory. Throws std::invalid_argument with a
+/// text that says what was wrong and what is expected.
 std::string parseSocket(const std::string& text);
 
-/// The socket that chronal-simd listens at unless it is told otherwise: chronal.sock in
-/// $XDG_RUNTIME_DIR. Empty if that is not set.
+/// The socket at which chronal-simd listens by default: chronal.sock in $XDG_RUNTIME_DIR. Empty if
+/// that is not set.
 std::string defaultSocket();
 
 } // namespace chronal::tools

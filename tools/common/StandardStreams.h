@@ -3,8 +3,8 @@
 
 namespace chronal::tools {
 
-/// Takes the places of those standard streams that are closed, before a socket or another file gets
-/// them and is written to. Using such a stream fails with EBADF. Called first of all.
+/// Occupies the descriptors of closed standard streams, so that no socket or file gets them and is
+/// written to by mistake. Using such a stream fails with EBADF. Call it before anything else.
 void holdStandardStreams();
 
 } // namespace chronal::tools

@@ -27,7 +27,7 @@ int number(const std::ssub_match& digits)
     return digits.matched ? std::stoi(digits.str()) : 0;
 }
 
-/// Decimals of a second, the first six of them.
+/// The first six decimals of a second.
 std::int32_t microseconds(const std::ssub_match& decimals)
 {
     std::string digits = decimals.str();
@@ -54,7 +54,7 @@ std::int64_t offsetSeconds(const std::string& text, const std::smatch& match, st
     const int hours = number(match[first + 1]);
     const int minutes = number(match[first + 2]);
     if (hours > 24 || minutes > 59)
-        fail(text, "has no valid offset: hours go to 24, minutes to 59");
+        fail(text, "has an invalid offset: hours go up to 24, minutes to 59");
     const std::int64_t seconds = hours * 3600 + minutes * 60;
     return match[first] == "-" ? -seconds : seconds;
 }
@@ -62,15 +62,15 @@ std::int64_t offsetSeconds(const std::string& text, const std::smatch& match, st
 std::int64_t secondsOfDay(const std::string& text, int hours, int minutes, int seconds)
 {
     if (hours > 23 || minutes > 59 || seconds > 59)
-        fail(text, "has no valid time of day: hours go to 23, minutes and seconds to 59");
+        fail(text, "has an invalid time of day: hours go up to 23, minutes and seconds to 59");
     return hours * 3600 + minutes * 60 + seconds;
 }
 
 std::int64_t secondsToDate(const std::string& text, int year, int month, int dayOfMonth)
 {
-    const absl::CivilDay day(year, month, dayOfMonth); // the next one when there is no such day
+    const absl::CivilDay day(year, month, dayOfMonth); // normalised if there is no such day
     if (day.month() != month || day.day() != dayOfMonth)
-        fail(text, "is no date of the calendar");
+        fail(text, "is not a date of the calendar");
     return (day - absl::CivilDay()) * 86400;
 }
 
@@ -80,11 +80,11 @@ nubOsalTime_struct parseSinceEpoch(const std::string& text, const std::string& d
     static const std::regex form(R"((-?)(\d{1,19})(?:\.(\d{1,9}))?)");
     std::smatch match;
     if (!std::regex_match(digits, match, form))
-        fail(text, "is no number of seconds; right would be @1774746000 or @1774746000.25");
+        fail(text, "is not a number of seconds; expected for example @1774746000.25");
     std::int64_t seconds = 0;
     const std::string whole = match[2];
     if (std::from_chars(whole.data(), whole.data() + whole.size(), seconds).ec != std::errc())
-        fail(text, "is more than 64 bits of seconds");
+        fail(text, "does not fit into 64 bits of seconds");
     const nubOsalTime_struct time = makeTime(seconds, microseconds(match[3]));
     return match[1].length() != 0 ? negated(time) : time;
 }
@@ -99,13 +99,12 @@ nubOsalTime_struct parseTime(const std::string& text, bool isLocal)
                                  R"((Z|([+-])(\d\d)(?::?(\d\d))?)?)?)");
     std::smatch match;
     if (!std::regex_match(text, match, form))
-        fail(text, isLocal
-                       ? "is no local time; right would be 2026-03-29T03:00:00, with up to nine "
-                         "decimals, or @1774753200"
-                       : "is no time; right would be 2026-03-29T01:00:00Z, with up to nine "
-                         "decimals, or @1774746000");
+        fail(text,
+             isLocal
+                 ? "is not a local time; expected for example 2026-03-29T03:00:00 or @1774753200"
+                 : "is not a time; expected for example 2026-03-29T01:00:00Z or @1774746000");
     if (isLocal && match[8].matched)
-        fail(text, "is not local: leave out the \"" + match[8].str() + "\"");
+        fail(text, "is not a local time: leave out the \"" + match[8].str() + "\"");
 
     const std::int64_t seconds =
         secondsToDate(text, number(match[1]), number(match[2]), number(match[3])) +
@@ -123,13 +122,13 @@ struct Unit
 
 constexpr Unit units[] = {{"d", 86400, 0, 0}, {"h", 3600, 0, 2},  {"m", 60, 0, 2},
                           {"s", 1, 0, 2},     {"ms", 0, 1000, 3}, {"us", 0, 1, 3}};
-constexpr char spanExpected[] =
-    "is no span; right would be +01:30, +1h30m, -90s, 1d2h or 250ms: units d, h, m or min, s, ms, "
-    "us, each once and in this order";
+constexpr char spanExpected[] = "is not a span; expected for example +01:30, +1h30m, -90s, 1d2h or "
+                                "250ms: units d, h, m or min, "
+                                "s, ms, us, each at most once and in this order";
 constexpr char durationExpected[] =
-    "is no duration; right would be seconds, as 5 or 0.5, or with units, as 250ms, 2s or 1min";
+    "is not a duration; expected seconds, such as 5 or 0.5, or units, such as 250ms, 2s or 1min";
 
-/// Takes the characters off the front of `rest` that are among `wanted`.
+/// Removes the leading characters of `rest` that are among `wanted`, and returns them.
 std::string_view takeAnyOf(std::string_view& rest, const char* wanted)
 {
     const std::string_view taken = rest.substr(0, rest.find_first_not_of(wanted));
@@ -155,8 +154,8 @@ bool add(nubOsalTime_struct& sum, const Unit& unit, std::int64_t count)
     return !__builtin_add_overflow(sum.seconds, whole, &sum.seconds);
 }
 
-/// One or more counts with their units, from larger to smaller ones; `expected` is what to say of
-/// anything else.
+/// One or more counts with their units, from larger to smaller ones; `expected` is the error text
+/// for anything else.
 nubOsalTime_struct parseMagnitude(const std::string& text, std::string_view rest,
                                   const char* expected)
 {
@@ -170,14 +169,14 @@ nubOsalTime_struct parseMagnitude(const std::string& text, std::string_view rest
             name = "m";
         while (next != std::end(units) && next->name != name)
             ++next;
-        // After a dot only what the library prints there: ".5h" would be taken for half an hour.
+        // After a dot only as many digits as the library prints: ".5h" looks like half an hour.
         if (digits.empty() || next == std::end(units) || dots > 1 ||
             (dots == 1 && digits.size() != next->printedDigits))
             fail(text, expected);
         std::int64_t count = 0;
         if (std::from_chars(digits.begin(), digits.end(), count).ec != std::errc() ||
             !add(sum, *next, count))
-            fail(text, "is more than 64 bits of seconds");
+            fail(text, "does not fit into 64 bits of seconds");
         ++next;
     }
     return sum;
@@ -218,7 +217,7 @@ std::chrono::microseconds parseDuration(const std::string& text)
     constexpr char tooLong[] = "is longer than a year";
     static const std::regex decimal(R"(0*(\d+)(?:\.(\d{1,6}))?s?)");
     std::smatch match;
-    // Matching takes stack for each character.
+    // Matching recurses for each character; no valid duration is longer than this.
     const bool inSeconds = text.size() <= 64 && std::regex_match(text, match, decimal);
     if (inSeconds && match.length(1) > 8)
         fail(text, tooLong);

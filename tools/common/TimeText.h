@@ -7,12 +7,12 @@
 #include <nub/Osal.h>
 
 /// Times and spans in the forms that people write. Each function throws std::invalid_argument with
-/// a text that says what was wrong and what would be right.
+/// a text that says what was wrong and what is expected.
 namespace chronal::tools {
 
 /// A date with or without a time: "2026-03-29", "2026-03-29T01:00Z", "2026-03-29 01:00:00.250",
 /// "2026-03-29T03:00:00+02:00", "+0200" or "+02"; UTC unless it names an offset. Or seconds since
-/// 1970-01-01: "@1774746000.5". Of nine decimals, six count.
+/// 1970-01-01: "@1774746000.5". Up to nine decimals; digits after the sixth are ignored.
 nubOsalTime_struct parseUtc(const std::string& text);
 
 /// The same as a local time, which has neither "Z" nor an offset.
