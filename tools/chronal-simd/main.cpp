@@ -94,6 +94,7 @@ double parseSpeed(const std::string& text)
     double speed = 0;
     const char* const end = text.data() + text.size();
     const auto [rest, error] = std::from_chars(text.data(), end, speed);
+    // Slower, time seems to stand still; faster, a day takes less than a tenth of a second.
     const bool valid = error == std::errc() && rest == end && speed >= 0.001 && speed <= 1e6;
     if (!valid)
         refuse(text, "a number from 0.001 to 1000000");
@@ -138,8 +139,7 @@ void describe(CLI::App& app, Settings& settings)
     addParsed(app, "--speed", "N", "Run N times faster, from 0.001 to 1000000 (default: 1)",
               into(settings.speed, parseSpeed));
     addParsed(app, "--drop-after", "N", "Disconnect each client after N commands",
-              into(settings.faults.dropAfter,
-                   chronal::tools::parseWholeNumber<std::size_t, 1, 1000000000>));
+              into(settings.faults.dropAfter, chronal::tools::parseWholeNumber<std::size_t, 1>));
     addParsed(app, "--refuse", "COMMAND",
               "Refuse this command with -13; may be repeated:\n{" + join(commandNames(), ",\n") +
                   '}',

@@ -10,7 +10,6 @@
 #include <chronal/Helpers.h>
 
 #include "Failure.h"
-#include "Monitor.h"
 #include "Output.h"
 
 namespace chronal::ctl {
@@ -32,15 +31,6 @@ Report requestAccepted(Connection<SyncClient>& service, const std::string& comma
     if (report.result < 0)
         throw refusal(command, report.result);
     return report;
-}
-
-/// Reminds the user that a service in this process ends with it.
-void noteSimulation(const Arguments& given)
-{
-    if (given.socket.empty())
-        std::fputs("chronalctl: the service is simulated in this process and ends with it; to keep "
-                   "one running, start chronal-simd\n",
-                   stderr);
 }
 
 template <class Answer>
@@ -115,16 +105,12 @@ void changeSettings(const Arguments& given)
     printAnswer(given, requestAccepted(service, given.command, "result", set));
 }
 
-void monitorAll(const Arguments& given)
+void noteSimulation(const Arguments& given)
 {
-    noteSimulation(given);
-    monitor(given, given.sources, true);
-}
-
-void monitorSource(const Arguments& given)
-{
-    noteSimulation(given);
-    monitor(given, {given.source}, false);
+    if (given.socket.empty())
+        std::fputs("chronalctl: the service is simulated in this process and ends with it; to keep "
+                   "one running, start chronal-simd\n",
+                   stderr);
 }
 
 } // namespace chronal::ctl

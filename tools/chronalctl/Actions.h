@@ -1,6 +1,8 @@
 #ifndef CHRONALCTL_ACTIONS_H
 #define CHRONALCTL_ACTIONS_H
 
+#include <vector>
+
 #include "Arguments.h"
 #include "SyncClient.h"
 
@@ -16,11 +18,13 @@ void showStatus(const Arguments& given);
 /// The service replaces all settings, so those that are not given are fetched first.
 void changeSettings(const Arguments& given);
 
-/// Prints all notifications, and the current times of the given sources.
-void monitorAll(const Arguments& given);
+/// Prints changes of the connection, the current times of `sources`, and all other notifications
+/// if `broadcasts`, until SIGINT, SIGTERM or the end that was given. The timeout is for the first
+/// connection.
+void monitor(const Arguments& given, const std::vector<ReferenceTimeId>& sources, bool broadcasts);
 
-/// Prints the notifications of one source.
-void monitorSource(const Arguments& given);
+/// Reminds the user that a service in this process ends with it.
+void noteSimulation(const Arguments& given);
 
 } // namespace chronal::ctl
 

@@ -2,9 +2,6 @@
 
 #include <string_view>
 
-#include "TimeService.h"
-#include "WireTime.h"
-
 namespace chronal::ctl {
 
 namespace {
@@ -24,39 +21,12 @@ std::string expanded(std::string_view text, const Arguments& given)
 
 } // namespace
 
-std::string probableCause(const std::vector<Advice>& advice, int error, const Arguments& given)
+std::string probableCause(const std::vector<Advice>& advice, int result, const Arguments& given)
 {
     for (const Advice& candidate : advice)
-        if (candidate.error == error && (!candidate.applies || candidate.applies(given)))
+        if (-candidate.error == result && (!candidate.applies || candidate.applies(given)))
             return "Probably " + expanded(candidate.text, given);
     return "";
-}
-
-bool isOutsideCalendar(const nubOsalTime_struct& utc)
-{
-    return !sim::readUtc(utc);
-}
-
-bool isOutsideLocalCalendar(const nubOsalTime_struct& local)
-{
-    const std::optional<sim::Local> time = sim::readLocal(local);
-    return !time || time->time_since_epoch() < sim::largestDeviation ||
-           time->time_since_epoch() >= sim::calendarEnd.time_since_epoch() - sim::largestDeviation;
-}
-
-bool isOverADay(const nubOsalTime_struct& span)
-{
-    return !sim::readDeviation(span);
-}
-
-bool isZero(const nubOsalTime_struct& span)
-{
-    return span.seconds == 0 && span.microseconds == 0;
-}
-
-bool isTooLong(const std::string& text)
-{
-    return text.size() > sim::longestText;
 }
 
 } // namespace chronal::ctl

@@ -17,17 +17,9 @@ struct Advice
     bool (*applies)(const Arguments& given) = nullptr; ///< null: to any arguments
 };
 
-/// The text of the first advice that applies, or nothing.
-std::string probableCause(const std::vector<Advice>& advice, int error, const Arguments& given);
-
-// Conditions, by what the simulated service accepts.
-
-bool isOutsideCalendar(const nubOsalTime_struct& utc);
-/// Also of a local time that is in the calendar but perhaps not as UTC.
-bool isOutsideLocalCalendar(const nubOsalTime_struct& local);
-bool isOverADay(const nubOsalTime_struct& span);
-bool isZero(const nubOsalTime_struct& span);
-bool isTooLong(const std::string& text);
+/// The text of the first advice that applies to a refusal, or nothing. `result` is the service's, a
+/// negative error number.
+std::string probableCause(const std::vector<Advice>& advice, int result, const Arguments& given);
 
 } // namespace chronal::ctl
 

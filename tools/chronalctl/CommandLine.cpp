@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <stdexcept>
 #include <string_view>
 #include <system_error>
 #include <vector>
@@ -147,7 +146,7 @@ void CommandLine::run() const
         chosen_->run(given_);
     } catch (Failure& failure) {
         if (failure.status == ExitStatus::refused)
-            failure.advice = probableCause(adviceOn(*chosen_), -failure.number, given_);
+            failure.advice = probableCause(adviceOn(*chosen_), failure.number, given_);
         throw;
     }
 }

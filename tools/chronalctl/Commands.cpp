@@ -8,6 +8,7 @@
 #include "Parsers.h"
 #include "TimeService.h"
 #include "TimeText.h"
+#include "WireTime.h"
 
 namespace chronal::ctl {
 
@@ -45,7 +46,7 @@ template <nubOsalTime_struct Arguments::*member>
 Argument utc(const char* name, const std::string& help)
 {
     const auto applies = [](const Arguments& given) {
-        return !given.negate && isOutsideCalendar(given.*member);
+        return !given.negate && !sim::readUtc(given.*member);
     };
     const std::string typed = "'{" + std::string(name) + "}'";
     return {name,
@@ -57,11 +58,15 @@ Argument utc(const char* name, const std::string& help)
 
 Argument local(const std::string& help)
 {
+    // In UTC it may be up to largestDeviation away.
     const auto isOutside = [](const Arguments& given) {
-        return !given.negate && isOutsideLocalCalendar(given.time);
+        const std::optional<sim::Local> time = sim::readLocal(given.time);
+        const auto end = sim::calendarEnd.time_since_epoch() - sim::largestDeviation;
+        return !given.negate && (!time || time->time_since_epoch() < sim::largestDeviation ||
+                                 time->time_since_epoch() >= end);
     };
     const auto hasNoDeviation = [](const Arguments& given) {
-        return !given.negate && isZero(given.deviation);
+        return !given.negate && sim::readDeviation(given.deviation) == sim::Span::zero();
     };
     return {
         "TIME",
@@ -76,7 +81,7 @@ Argument local(const std::string& help)
 template <nubOsalTime_struct Arguments::*member>
 Argument span(const char* name, const char* type, const char* help)
 {
-    const auto applies = [](const Arguments& given) { return isOverADay(given.*member); };
+    const auto applies = [](const Arguments& given) { return !sim::readDeviation(given.*member); };
     const std::string typed = "'{" + std::string(name) + "}'";
     return {name,
             type,
@@ -118,7 +123,7 @@ const std::string tooLong = "has more than " + std::to_string(sim::longestText) 
 
 bool textIsTooLong(const Arguments& given)
 {
-    return isTooLong(given.text);
+    return given.text.size() > sim::longestText;
 }
 
 // Requests
@@ -144,7 +149,7 @@ const std::vector<Command> commands = {
     {"monitor",
      "Print notifications until interrupted, also after the service restarts",
      {sources, duration, count},
-     monitorAll},
+     [](const A& given) { monitor(given, given.sources, true); }},
 
     {"ref-time", "Show, set, lock and watch the time of a source"},
     {"ref-time get",
@@ -168,7 +173,7 @@ const std::vector<Command> commands = {
     {"ref-time subscribe",
      "Print a source's current time repeatedly until interrupted",
      {source, duration, count},
-     monitorSource},
+     [](const A& given) { monitor(given, {given.source}, false); }},
     {"ref-time unsubscribe",
      "Send the end of a subscription (a subscription also ends with its program)",
      {source},
@@ -235,7 +240,7 @@ const std::vector<Command> commands = {
      {{EINVAL, "NTP is in use and needs a server; to do without one: chronalctl ntp set '' --off",
        [](const A& given) { return given.server == ""; }},
       {EINVAL, "the server's name " + tooLong,
-       [](const A& given) { return isTooLong(given.server.value_or("")); }}},
+       [](const A& given) { return given.server.value_or("").size() > sim::longestText; }}},
      1},
 
     {"ntp", "Configure and start NTP"},

@@ -16,16 +16,6 @@ using fabric::host::printable;
 
 namespace {
 
-std::string serviceOf(const std::string& socket)
-{
-    return "service " + (socket.empty() ? "in this process" : "at " + socket);
-}
-
-Failure noAnswerBecause(int reason, const std::string& text, const std::string& advice = "")
-{
-    return {ExitStatus::noAnswer, -reason, text + ": " + reasonText(reason), advice};
-}
-
 /// Advice on a socket at which no service listens.
 std::string howToListen(const std::string& socket)
 {
@@ -40,15 +30,6 @@ std::string howToListen(const std::string& socket)
     const std::string leftBehind =
         exists(there) ? "A service that was killed has left this socket behind. " : "";
     return leftBehind + "To simulate one there: chronal-simd --socket " + socket;
-}
-
-std::string within(std::chrono::microseconds waited)
-{
-    const auto whole = std::chrono::floor<std::chrono::seconds>(waited);
-    nubOsalTime_struct span = {};
-    span.seconds = whole.count();
-    span.microseconds = static_cast<std::int32_t>((waited - whole).count());
-    return " within " + chronal::Helpers::getTimeSpanStr(span).substr(1); // without its sign
 }
 
 } // namespace
@@ -73,37 +54,33 @@ Failure refusal(const std::string& command, int result)
             "the service refused \"" + command + "\": " + numberText(result)};
 }
 
+Failure noAnswer(const std::string& text, std::optional<int> reason, const std::string& advice)
+{
+    if (!reason)
+        return {ExitStatus::noAnswer, 0, text};
+    return {ExitStatus::noAnswer, -*reason, text + ": " + reasonText(*reason), advice};
+}
+
 Failure noService(const std::string& socket, std::chrono::microseconds waited,
                   std::optional<int> reason)
 {
-    const std::string text = "no " + serviceOf(socket) + within(waited);
-    if (!reason)
-        return {ExitStatus::noAnswer, 0, text};
-    const int error = *reason;
-    const bool nobodyListens = error == ENOENT || error == ENOTDIR || error == ECONNREFUSED;
-    return noAnswerBecause(error, text, nobodyListens ? howToListen(socket) : "");
+    const bool nobodyListens = reason == ENOENT || reason == ENOTDIR || reason == ECONNREFUSED;
+    return noAnswer("no " + serviceAt(socket) + within(waited), reason,
+                    nobodyListens ? howToListen(socket) : "");
 }
 
-Failure noAnswer(const std::string& socket, std::chrono::microseconds waited)
+std::string serviceAt(const std::string& socket)
 {
-    return {ExitStatus::noAnswer, 0, "no answer from the " + serviceOf(socket) + within(waited)};
+    return "service " + (socket.empty() ? "in this process" : "at " + socket);
 }
 
-Failure wrongAnswer(const std::string& socket, const std::string& answer, const std::string& wanted)
+std::string within(std::chrono::microseconds waited)
 {
-    return {ExitStatus::noAnswer, 0,
-            "the " + serviceOf(socket) + " answered with " + answer + " instead of " + wanted};
-}
-
-Failure notSent(const std::string& socket, std::chrono::microseconds waited)
-{
-    return {ExitStatus::noAnswer, 0,
-            "the " + serviceOf(socket) + " accepted no command" + within(waited)};
-}
-
-Failure lostBeforeAnswer(const std::string& socket, int reason)
-{
-    return noAnswerBecause(reason, "the " + serviceOf(socket) + " went away before it answered");
+    const auto whole = std::chrono::floor<std::chrono::seconds>(waited);
+    nubOsalTime_struct span = {};
+    span.seconds = whole.count();
+    span.microseconds = static_cast<std::int32_t>((waited - whole).count());
+    return " within " + chronal::Helpers::getTimeSpanStr(span).substr(1); // without its sign
 }
 
 std::string reasonText(int reason)
@@ -113,7 +90,7 @@ std::string reasonText(int reason)
 
 Failure notPrinted(int reason)
 {
-    return noAnswerBecause(reason, "cannot write to standard output");
+    return noAnswer("cannot write to standard output", reason);
 }
 
 } // namespace chronal::ctl

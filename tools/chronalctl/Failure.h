@@ -39,15 +39,20 @@ void complain(const Failure& failure);
 /// The service's refusal of a command, with its negative error number.
 Failure refusal(const std::string& command, int result);
 
-/// `socket` is the service's, or empty for the service in this process; `reason` is the error
-/// number that keeps it from being reached, or 0 if it closed the connection.
+/// The service was not reached, did not answer or went away: `text`, then the reason if there is
+/// one, an error number or 0 for a closed connection.
+Failure noAnswer(const std::string& text, std::optional<int> reason = std::nullopt,
+                 const std::string& advice = "");
+
+/// `socket` is the service's, or empty for the service in this process.
 Failure noService(const std::string& socket, std::chrono::microseconds waited,
                   std::optional<int> reason);
-Failure noAnswer(const std::string& socket, std::chrono::microseconds waited);
-Failure wrongAnswer(const std::string& socket, const std::string& answer,
-                    const std::string& wanted);
-Failure notSent(const std::string& socket, std::chrono::microseconds waited);
-Failure lostBeforeAnswer(const std::string& socket, int reason);
+
+/// "service at SOCKET", or the one in this process.
+std::string serviceAt(const std::string& socket);
+
+/// " within 5s".
+std::string within(std::chrono::microseconds waited);
 
 /// Why a connection ended: the text of an error number, or "closed" for 0.
 std::string reasonText(int reason);

@@ -1,4 +1,4 @@
-#include "Monitor.h"
+#include "Actions.h"
 
 #include <chrono>
 #include <condition_variable>
@@ -42,19 +42,56 @@ public:
     {
     }
 
-    void print(const Report& report);
+    void print(const Report& report)
+    {
+        const std::string line = json_ ? asJson(report) : asLine(report);
+        std::unique_lock<std::mutex> lock(mutex_);
+        changed_.wait(lock, [&] { return !writing_ || ended_; });
+        if (ended_)
+            return;
+        writing_ = true;
+        lock.unlock();
+        std::optional<Failure> failure;
+        try {
+            ctl::print(line);
+        } catch (const Failure& error) {
+            failure = error;
+        }
+        lock.lock();
+        writing_ = false;
+        changed_.notify_all();
+        const bool isNotification = std::strcmp(report.kind, "notification") == 0;
+        if (failure || (isNotification && ++notifications_ == count_))
+            endLocked(failure);
+    }
 
     /// Nothing is printed after the first call, whose failure counts.
-    void end(const std::optional<Failure>& failure = std::nullopt);
+    void end(const std::optional<Failure>& failure = std::nullopt)
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        endLocked(failure);
+    }
 
     /// Waits until no thread is writing; false if that takes too long.
-    bool waitForWriter();
+    bool waitForWriter()
+    {
+        std::unique_lock<std::mutex> lock(mutex_);
+        return changed_.wait_for(lock, lingerTimeout, [&] { return !writing_; });
+    }
 
     /// To be called after the end.
     const std::optional<Failure>& failure() const { return failure_; }
 
 private:
-    void endLocked(const std::optional<Failure>& failure);
+    void endLocked(const std::optional<Failure>& failure)
+    {
+        if (ended_)
+            return;
+        failure_ = failure;
+        ended_ = true;
+        changed_.notify_all();
+        onEnd_();
+    }
 
     const bool json_;
     const std::optional<std::uint64_t> count_;
@@ -66,51 +103,6 @@ private:
     std::uint64_t notifications_ = 0;
     std::optional<Failure> failure_;
 };
-
-void Printer::print(const Report& report)
-{
-    const std::string line = json_ ? asJson(report) : asLine(report);
-    std::unique_lock<std::mutex> lock(mutex_);
-    changed_.wait(lock, [&] { return !writing_ || ended_; });
-    if (ended_)
-        return;
-    writing_ = true;
-    lock.unlock();
-    std::optional<Failure> failure;
-    try {
-        ctl::print(line);
-    } catch (const Failure& error) {
-        failure = error;
-    }
-    lock.lock();
-    writing_ = false;
-    changed_.notify_all();
-    const bool isNotification = std::strcmp(report.kind, "notification") == 0;
-    if (failure || (isNotification && ++notifications_ == count_))
-        endLocked(failure);
-}
-
-void Printer::end(const std::optional<Failure>& failure)
-{
-    const std::lock_guard<std::mutex> lock(mutex_);
-    endLocked(failure);
-}
-
-void Printer::endLocked(const std::optional<Failure>& failure)
-{
-    if (ended_)
-        return;
-    failure_ = failure;
-    ended_ = true;
-    changed_.notify_all();
-    onEnd_();
-}
-
-bool Printer::waitForWriter()
-{
-    std::unique_lock<std::mutex> lock(mutex_);
-    return changed_.wait_for(lock, lingerTimeout, [&] { return !writing_; });
-}
 
 /// Ends the process although a thread is blocked writing to a reader that has stopped. Destroying
 /// that thread's session would wait for the reader.
@@ -172,8 +164,6 @@ private:
         }
         printer_.print(lossReport(reason));
     }
-
-    void answered(const fabric::MsgIds&, const Report&) override {}
 
     void notified(const Report& notification) override
     {
@@ -238,6 +228,7 @@ private:
 
 void monitor(const Arguments& given, const std::vector<ReferenceTimeId>& sources, bool broadcasts)
 {
+    noteSimulation(given);
     boost::asio::io_context loop;
     Printer printer(given.json, given.count, [&] { loop.stop(); });
 

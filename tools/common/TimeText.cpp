@@ -213,7 +213,7 @@ nubOsalTime_struct parseSpan(const std::string& text)
 
 std::chrono::microseconds parseDuration(const std::string& text)
 {
-    constexpr std::int64_t longest = 366 * 86400;
+    constexpr std::int64_t longest = 366 * 86400; // added to a clock's time, it cannot overflow
     constexpr char tooLong[] = "is longer than a year";
     static const std::regex decimal(R"(0*(\d+)(?:\.(\d{1,6}))?s?)");
     std::smatch match;
