@@ -139,7 +139,9 @@ def bash_value(option):
 def zsh_value(option):
     if option.value == "PATH":
         return "_files; "
-    return f"compadd -- {' '.join(option.choices)}; " if option.choices else f"_message {option.value}; "
+    if option.choices:
+        return f"compadd -- {' '.join(option.choices)}; "
+    return f"_message {option.value}; "
 
 
 def zsh_items(items):
@@ -230,7 +232,9 @@ def main(program, include, directory):
     directory = Path(directory)
     for name, script in completions(commands).items():
         (directory / name).write_text(script)
-    section = manual_section(commands) if len(commands) > 1 else ""
+    section = "[<description]\n.nh\n\n"  # a hyphen would be copied along with a name
+    if len(commands) > 1:
+        section += manual_section(commands)
     (directory / f"{commands[0].path}.h2m").write_text(section + Path(include).read_text())
 
 
