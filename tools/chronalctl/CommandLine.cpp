@@ -161,10 +161,10 @@ const CLI::App& CommandLine::parsed() const
 
 std::string CommandLine::words() const
 {
-    std::string words;
+    std::vector<std::string> words;
     for (const CLI::App* place = &parsed(); place != &app_; place = place->get_parent())
-        words = place->get_name() + (words.empty() ? "" : ' ' + words);
-    return words;
+        words.insert(words.begin(), place->get_name());
+    return tools::join(words, " ");
 }
 
 Failure CommandLine::badUsage(const CLI::ParseError& error) const

@@ -64,7 +64,8 @@ Failure noAnswer(const std::string& text, std::optional<int> reason, const std::
 Failure noService(const std::string& socket, std::chrono::microseconds waited,
                   std::optional<int> reason)
 {
-    const bool nobodyListens = reason == ENOENT || reason == ENOTDIR || reason == ECONNREFUSED;
+    const int error = reason.value_or(0);
+    const bool nobodyListens = error == ENOENT || error == ENOTDIR || error == ECONNREFUSED;
     return noAnswer("no " + serviceAt(socket) + within(waited), reason,
                     nobodyListens ? howToListen(socket) : "");
 }
