@@ -23,7 +23,7 @@ struct Arguments
     // Options of the program.
     std::string socket; ///< empty for the simulated service in this process
     bool json = false;
-    std::chrono::microseconds timeout = std::chrono::seconds(5);
+    std::chrono::microseconds timeout = std::chrono::seconds(5); ///< enough to restart a service
 
     // Arguments of one command or another.
     ReferenceTimeId source;

@@ -219,7 +219,7 @@ std::chrono::microseconds parseDuration(const std::string& text)
     std::smatch match;
     // Matching recurses for each character; no valid duration is longer than this.
     const bool inSeconds = text.size() <= 64 && std::regex_match(text, match, decimal);
-    if (inSeconds && match.length(1) > 8)
+    if (inSeconds && match.length(1) > 8) // perhaps too many digits for an int as well
         fail(text, tooLong);
     const nubOsalTime_struct duration = inSeconds
                                             ? makeTime(number(match[1]), microseconds(match[2]))
