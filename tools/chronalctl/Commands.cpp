@@ -14,8 +14,6 @@ namespace chronal::ctl {
 
 namespace {
 
-// Arguments
-
 constexpr char sourceType[] = "{RTC,NTP,DVB,TTX,ATSC}";
 
 const std::string sourceNames = "RTC, NTP, DVB, TTX or ATSC";
@@ -114,8 +112,6 @@ void readSettingsTime(const std::string& text, Arguments& given)
     given.times[index] = tools::parseUtc(text);
 }
 
-// Advice
-
 const Advice sourceLocked = {
     EBUSY, "{SOURCE} is locked; to unlock it: chronalctl ref-time unlock {SOURCE}"};
 
@@ -125,8 +121,6 @@ bool textIsTooLong(const Arguments& given)
 {
     return given.text.size() > sim::longestText;
 }
-
-// Requests
 
 /// Sends `command` with these arguments, and prints its answer.
 template <auto command, auto... members>
