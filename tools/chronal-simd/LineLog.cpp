@@ -104,14 +104,15 @@ bool LineLog::flush(int timeout)
 void LineLog::drop(int error)
 {
     pending_.clear();
-    if (error == EPIPE || error == EBADF)
+    if (error == EPIPE || error == EBADF) {
         settled_ = current_; // there is no reader to tell
-    if (complained_ || settled_ == current_)
         return;
+    }
     try {
-        complain_(std::strerror(error));
-        complained_ = true;
-    } catch (const std::bad_alloc&) { // complains about the next line
+        if (!std::exchange(complained_, true))
+            complain_(std::strerror(error));
+    } catch (const std::bad_alloc&) {
+        complained_ = false; // complains about the next line
     }
 }
 
