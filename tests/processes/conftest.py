@@ -10,6 +10,7 @@ import signal
 import subprocess
 import tempfile
 import threading
+import time
 from pathlib import Path
 
 import pytest
@@ -20,6 +21,17 @@ PATIENCE = 100
 
 CHRONALCTL = os.environ["CHRONALCTL"]
 SIMD = os.environ["CHRONAL_SIMD"]
+CLIENT = os.environ["TEST_CLIENT"]
+SANITIZED = "-fsanitize" in os.environ["CXXFLAGS"]
+THREAD_SANITIZED = "-fsanitize=thread" in os.environ["CXXFLAGS"]
+
+
+def eventually(condition):
+    """For what nothing tells of when it happens, such as what /proc shows."""
+    deadline = time.monotonic() + PATIENCE
+    while not (result := condition()) and time.monotonic() < deadline:
+        time.sleep(0.005)
+    return result
 
 
 class Process:
@@ -57,6 +69,10 @@ class Process:
         assert len(found) >= count, f"{self.command[0]} did not print {pattern!r} {count} times"
         return found[count - 1]
 
+    def count(self, pattern):
+        """How many lines match by now."""
+        return len(re.findall(pattern.encode(), self.output, re.MULTILINE))
+
     def send(self, text):
         """To its standard input, which has to be a pipe."""
         self.popen.stdin.write(text.encode())
@@ -83,6 +99,19 @@ class Process:
         print(self.output.decode(errors="backslashreplace"))
 
 
+class Client(Process):
+    """The application that the tests steer: see tests/processes/client.cpp."""
+
+    def tell(self, command):
+        self.send(command + "\n")
+
+    def fetch(self):
+        """A command and its answer."""
+        before = self.count("^answer$")
+        self.tell("fetch")
+        self.wait_for("^answer$", before + 1)
+
+
 @pytest.fixture
 def directory():
     """Empty and private, with a path that leaves room for that of a socket."""
@@ -103,9 +132,9 @@ def start(environment, directory):
     """start(COMMAND..., OPTION=...): starts a program beside the test."""
     processes = []
 
-    def start(*command, **options):
+    def start(*command, kind=Process, **options):
         options = {"env": environment, "cwd": directory, "stdin": subprocess.DEVNULL, **options}
-        processes.append(Process(command, **options))
+        processes.append(kind(command, **options))
         return processes[-1]
 
     yield start
@@ -133,9 +162,17 @@ def chronalctl(run):
 @pytest.fixture
 def start_service(start):
     """start_service(WORD..., OPTION=...): a simulated service that listens."""
+
     def start_service(*words, **options):
-        service = start(SIMD, *words, **options)
+        # Room for all lines about a burst: the service leaves out those that nobody reads.
+        service = start(SIMD, *words, **{"pipesize": 1 << 19, **options})
         service.wait_for("^listening on ")
         return service
 
     return start_service
+
+
+@pytest.fixture
+def start_client(start):
+    """start_client(WORD...): an application for the test to steer."""
+    return lambda *words: start(CLIENT, *words, kind=Client, stdin=subprocess.PIPE)

@@ -1,14 +1,11 @@
 """Back-pressure: however many commands an application sends at once, each is answered or refused."""
 
-import os
 import re
-import subprocess
 
 import pytest
+from conftest import SANITIZED
 
-CLIENT = os.environ["TRANSPORT_CLIENT"]
 MEGABYTE = 1024  # as /proc counts
-SANITIZED = "-fsanitize" in os.environ["CXXFLAGS"]
 
 
 @pytest.fixture(params=["memory", "socket"])
@@ -20,17 +17,11 @@ def service(request, environment, start_service):
     return start_service("--socket", "it")
 
 
-@pytest.fixture
-def start_client(start):
-    """start_client(WORD...): an application for the test to steer."""
-    return lambda *words: start(CLIENT, *words, stdin=subprocess.PIPE)
-
-
 def settle(client):
     """Waits until everything accepted so far is answered; gives what the client has printed."""
     refusals = 0
     while True:
-        client.send("fetch\n")
+        client.tell("fetch")
         said = client.wait_for(r"^(answer|not sent|\d+ of the burst not answered)$", refusals + 1)
         if said[0] != b"not sent":
             assert said[0] == b"answer"
@@ -50,7 +41,7 @@ def test_every_command_of_a_burst_is_answered_once_or_refused(service, count, in
     client = start_client("burst", count) if inside else start_client()
     client.wait_for("^up$")
     if not inside:
-        client.send(f"burst {count}\n")
+        client.tell(f"burst {count}")
     refused = int(client.wait_for(r"^burst sent, (\d+) refused$")[1])
     assert refused < count
     output = settle(client)
@@ -62,10 +53,10 @@ def test_long_texts_cost_a_bounded_amount_of_memory_which_is_given_back(service,
     client = start_client()
     client.wait_for("^up$")
     processes = [client] if service is None else [client, service]
-    client.send("burst 20 60000\n")  # once, so that the allocator has its arenas
+    client.tell("burst 20 60000")  # once, so that the allocator has its arenas
     settle(client)
     before = [memory(process, "VmRSS") for process in processes]
-    client.send("burst 5000 60000\n")  # 300 MB
+    client.tell("burst 5000 60000")  # 300 MB
     client.wait_for("^burst sent", 2)
     output = settle(client)
     assert "stray" not in output and "down" not in output

@@ -1,6 +1,6 @@
 // An application for the tests to steer: reads what to do from standard input, a line for each
 // command, and writes a line for whatever happens.
-// Usage: transport-client [burst|leave [COUNT]]   Either sends a burst from inside the report of
+// Usage: test-client [burst|leave [COUNT]]   Either sends a burst from inside the report of
 // the connection; leave disconnects then.
 
 #include <cstddef>
