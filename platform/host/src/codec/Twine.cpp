@@ -3,18 +3,59 @@
 #include <atomic>
 #include <cstdint>
 #include <cstdlib>
+#include <mutex>
 
 #include "RecordLayout.h"
 
+using namespace fabric::host;
+
 namespace {
 
-/// Remembers tables of records without strings, since most messages have none: each has a place by
-/// its address. A table that another one displaces is walked again, which costs only time.
-std::atomic<const nubEndianTable_t*> withoutStrings[64];
+constexpr std::uint32_t noString = UINT32_MAX;
 
-std::atomic<const nubEndianTable_t*>& placeOf(const nubEndianTable_t& table) noexcept
+/// A record that has one string at most, as nearly all do: the walk of its table, which each
+/// release would repeat, is made once. Written once, before `table`.
+struct KnownRecord
 {
-    return withoutStrings[reinterpret_cast<std::uintptr_t>(&table) / sizeof(table) % 64];
+    std::uint32_t string = noString; ///< its offset
+    std::atomic<const nubEndianTable_t*> table{nullptr};
+};
+
+/// Each by the address of its table. A record that finds its place taken is walked every time,
+/// which costs only time.
+KnownRecord knownRecords[64];
+
+KnownRecord& placeOf(const nubEndianTable_t& table) noexcept
+{
+    return knownRecords[reinterpret_cast<std::uintptr_t>(&table) / sizeof(table) % 64];
+}
+
+void release(void* payload, std::uint32_t offset) noexcept
+{
+    auto* const string =
+        reinterpret_cast<nubDeserString_t*>(static_cast<unsigned char*>(payload) + offset);
+    std::free(string->chars);
+    string->chars = nullptr;
+}
+
+/// Kept out of the release that runs for every message.
+[[gnu::noinline]] void releaseByWalk(const nubEndianTable_t& table, void* payload) noexcept
+{
+    std::uint32_t last = noString;
+    std::size_t count = 0;
+    forEachMember(table, [&](const RecordMember& member) {
+        if (member.kind != RecordMember::string)
+            return;
+        release(payload, last = member.offset);
+        ++count;
+    });
+    static std::mutex mutex;
+    const std::lock_guard<std::mutex> lock(mutex);
+    KnownRecord& known = placeOf(table);
+    if (count > 1 || known.table.load(std::memory_order_relaxed))
+        return;
+    known.string = last;
+    known.table.store(&table, std::memory_order_release);
 }
 
 } // namespace
@@ -22,19 +63,11 @@ std::atomic<const nubEndianTable_t*>& placeOf(const nubEndianTable_t& table) noe
 void fabricTwineDeserReleaseMessage(std::uint32_t, const fabric::MsgMeta*,
                                     const nubEndianTable_t* table, void* payload)
 {
-    using fabric::host::RecordMember;
-    if (!table || !payload || placeOf(*table).load(std::memory_order_relaxed) == table)
+    if (!table || !payload)
         return;
-    bool strings = false;
-    fabric::host::forEachMember(*table, [&](const RecordMember& member) {
-        if (member.kind != RecordMember::string)
-            return;
-        strings = true;
-        auto* const string = reinterpret_cast<nubDeserString_t*>(
-            static_cast<unsigned char*>(payload) + member.offset);
-        std::free(string->chars);
-        string->chars = nullptr;
-    });
-    if (!strings)
-        placeOf(*table).store(table, std::memory_order_relaxed);
+    const KnownRecord& known = placeOf(*table);
+    if (known.table.load(std::memory_order_acquire) != table)
+        releaseByWalk(*table, payload);
+    else if (known.string != noString)
+        release(payload, known.string);
 }
