@@ -41,10 +41,7 @@ inline double quantile(std::vector<double> values, double part)
     return values[static_cast<std::size_t>(part * static_cast<double>(values.size() - 1))];
 }
 
-inline double median(const std::vector<double>& values)
-{
-    return quantile(values, 0.5);
-}
+inline double median(const std::vector<double>& values) { return quantile(values, 0.5); }
 
 inline void await(std::promise<void>& event, const char* missing)
 {

@@ -109,10 +109,7 @@ void receive()
     deliver(*listener, event);
 }
 
-std::int32_t milliseconds(const nubOsalTime_struct& from)
-{
-    return from.microseconds / 1000;
-}
+std::int32_t milliseconds(const nubOsalTime_struct& from) { return from.microseconds / 1000; }
 
 bool isMarker(const nubOsalTime_struct& span)
 {

@@ -88,10 +88,7 @@ inline void release(Field&)
 {
 }
 
-inline void release(nubDeserString_t& field)
-{
-    std::free(field.chars);
-}
+inline void release(nubDeserString_t& field) { std::free(field.chars); }
 
 /// Messages of one kind of record, with its fields in the order of the frame.
 template <typename Record, auto... fields>

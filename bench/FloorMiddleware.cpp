@@ -8,10 +8,7 @@ Service::~Service() = default;
 Application::~Application() = default;
 Listener::~Listener() = default;
 
-std::uint32_t Service::serviceId()
-{
-    return 1;
-}
+std::uint32_t Service::serviceId() { return 1; }
 
 int Application::sendEvent(fabric::MsgIds&, int, Event* event)
 {

@@ -40,15 +40,9 @@ messages::Timezone timezoneOf(const std::string& zone)
     return message;
 }
 
-messages::Timezone shortTimezone()
-{
-    return timezoneOf(shortZone);
-}
+messages::Timezone shortTimezone() { return timezoneOf(shortZone); }
 
-messages::Timezone longTimezone()
-{
-    return timezoneOf(longZone);
-}
+messages::Timezone longTimezone() { return timezoneOf(longZone); }
 
 messages::ReplyTime replyTime()
 {

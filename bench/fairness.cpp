@@ -104,7 +104,4 @@ void measure(const std::string& directory, int rounds)
 
 } // namespace
 
-int main(int argc, char** argv)
-{
-    return bench::run(argc, argv, measure);
-}
+int main(int argc, char** argv) { return bench::run(argc, argv, measure); }

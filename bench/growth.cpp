@@ -144,7 +144,4 @@ void measureAll(const std::string& directory, int messages)
 
 } // namespace
 
-int main(int argc, char** argv)
-{
-    return bench::run(argc, argv, measureAll);
-}
+int main(int argc, char** argv) { return bench::run(argc, argv, measureAll); }

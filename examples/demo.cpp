@@ -26,10 +26,7 @@ using Source = chronal::ReferenceTimeId;
 
 constexpr Time noTime = {0, 0};
 
-void section(const char* title)
-{
-    std::printf("\n%s\n", title);
-}
+void section(const char* title) { std::printf("\n%s\n", title); }
 
 class Demo : public chronal::UserAdapter
 {

@@ -65,10 +65,7 @@ void* __wrap_malloc(std::size_t size);
 void* __wrap_calloc(std::size_t count, std::size_t size);
 void __wrap_free(void* block);
 
-void* __wrap_malloc(std::size_t size)
-{
-    return failsNow() ? nullptr : noted(__real_malloc(size));
-}
+void* __wrap_malloc(std::size_t size) { return failsNow() ? nullptr : noted(__real_malloc(size)); }
 
 void* __wrap_calloc(std::size_t count, std::size_t size)
 {
@@ -98,10 +95,7 @@ void operator delete(void* block) noexcept
     __real_free(block);
 }
 
-void operator delete(void* block, std::size_t) noexcept
-{
-    ::operator delete(block);
-}
+void operator delete(void* block, std::size_t) noexcept { ::operator delete(block); }
 
 namespace {
 

@@ -109,10 +109,7 @@ inline FrameBytes encoded(const Message& event)
     return frame;
 }
 
-inline Record& recordOf(const Message& event)
-{
-    return *static_cast<Record*>(event.data->payload);
-}
+inline Record& recordOf(const Message& event) { return *static_cast<Record*>(event.data->payload); }
 
 /// What happened, in order, on any thread.
 class Journal

@@ -28,9 +28,6 @@ constexpr std::uint32_t paddingOfCaller = 0xA5A5A5A5U;
 /// At least one row for each of the 22 commands.
 extern const std::vector<CommandRow> commandRows;
 
-inline void PrintTo(const CommandRow& row, std::ostream* out)
-{
-    *out << row.name;
-}
+inline void PrintTo(const CommandRow& row, std::ostream* out) { *out << row.name; }
 
 #endif

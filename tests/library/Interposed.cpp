@@ -34,10 +34,7 @@ void note(const char* what, const nubOsalTime_struct& time)
 
 extern "C" {
 
-__attribute__((visibility("default"))) void tzset() noexcept
-{
-    ++interposed::tzsetCalls;
-}
+__attribute__((visibility("default"))) void tzset() noexcept { ++interposed::tzsetCalls; }
 
 __attribute__((visibility("default"))) char** backtrace_symbols(void* const* addresses,
                                                                 int count) noexcept

@@ -42,10 +42,7 @@ Data settings(std::int32_t flag1, std::int32_t flag2, std::int32_t sync)
                 stringOf("pool", 5, 4), flag1, flag2, sync);
 }
 
-Data zone(nubDeserString_t name)
-{
-    return DATA(chronalMsgTimezone_t, name, {7, 8});
-}
+Data zone(nubDeserString_t name) { return DATA(chronalMsgTimezone_t, name, {7, 8}); }
 
 } // namespace
 

@@ -19,10 +19,7 @@ struct ReceiverRow
     int tzsetCalls = 0;
 };
 
-inline void PrintTo(const ReceiverRow& row, std::ostream* out)
-{
-    *out << row.call;
-}
+inline void PrintTo(const ReceiverRow& row, std::ostream* out) { *out << row.call; }
 
 /// At least one row for each of the twelve receivers.
 extern const std::vector<ReceiverRow> receiverRows;

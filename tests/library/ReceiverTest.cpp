@@ -12,10 +12,7 @@ using ::testing::ElementsAre;
 
 using Data = boost::shared_ptr<SerializableMessageData>;
 
-SerializableMessageEvent eventOf(const Data& data)
-{
-    return {{1, 2, 3, 2}, {-1, 9}, data};
-}
+SerializableMessageEvent eventOf(const Data& data) { return {{1, 2, 3, 2}, {-1, 9}, data}; }
 
 class ReceiverOf : public ::testing::TestWithParam<ReceiverRow>
 {

@@ -42,10 +42,7 @@ bool failsNow()
 
 } // namespace
 
-Shortage& shortage()
-{
-    return *shared;
-}
+Shortage& shortage() { return *shared; }
 
 extern "C" {
 

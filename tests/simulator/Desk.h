@@ -27,15 +27,9 @@ Time parsed(const std::string& text)
     return Time(std::chrono::seconds(civil - absl::CivilSecond()) + Span(micros));
 }
 
-inline Utc utc(const std::string& text)
-{
-    return parsed<Utc>(text);
-}
+inline Utc utc(const std::string& text) { return parsed<Utc>(text); }
 
-inline nubOsalTime_struct at(const std::string& text)
-{
-    return wireTime(utc(text));
-}
+inline nubOsalTime_struct at(const std::string& text) { return wireTime(utc(text)); }
 
 inline nubOsalTime_struct span(std::int64_t seconds, std::int32_t microseconds = 0)
 {

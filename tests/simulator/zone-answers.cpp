@@ -12,10 +12,7 @@ using namespace chronal::sim;
 
 namespace {
 
-std::int64_t seconds(Span span)
-{
-    return std::chrono::floor<std::chrono::seconds>(span).count();
-}
+std::int64_t seconds(Span span) { return std::chrono::floor<std::chrono::seconds>(span).count(); }
 
 std::string text(const Period& period)
 {

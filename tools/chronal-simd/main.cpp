@@ -168,10 +168,7 @@ LineLog& troubleLog()
     return lines;
 }
 
-void complain(const std::string& what)
-{
-    troubleLog().write("chronal-simd: " + printable(what));
-}
+void complain(const std::string& what) { troubleLog().write("chronal-simd: " + printable(what)); }
 
 /// Debug lines about trouble are on unless NUB_DEBUG switches them off.
 void showTrouble()

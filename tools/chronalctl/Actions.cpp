@@ -39,10 +39,7 @@ void printAnswer(const Arguments& given, const Answer& answer)
     print(given.json ? asJson(answer) : asTable(answer));
 }
 
-void fetchSettings(UserAdapter& adapter, Ids& ids)
-{
-    adapter.cmdDateTimeSettingsFetch(ids);
-}
+void fetchSettings(UserAdapter& adapter, Ids& ids) { adapter.cmdDateTimeSettingsFetch(ids); }
 
 } // namespace
 

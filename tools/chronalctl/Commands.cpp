@@ -117,10 +117,7 @@ const Advice sourceLocked = {
 
 const std::string tooLong = "has more than " + std::to_string(sim::longestText) + " characters";
 
-bool textIsTooLong(const Arguments& given)
-{
-    return given.text.size() > sim::longestText;
-}
+bool textIsTooLong(const Arguments& given) { return given.text.size() > sim::longestText; }
 
 /// Sends `command` with these arguments, and prints its answer.
 template <auto command, auto... members>

@@ -84,14 +84,8 @@ std::string within(std::chrono::microseconds waited)
     return " within " + chronal::Helpers::getTimeSpanStr(span).substr(1); // without its sign
 }
 
-std::string reasonText(int reason)
-{
-    return reason == 0 ? "closed" : std::strerror(reason);
-}
+std::string reasonText(int reason) { return reason == 0 ? "closed" : std::strerror(reason); }
 
-Failure notPrinted(int reason)
-{
-    return noAnswer("cannot write to standard output", reason);
-}
+Failure notPrinted(int reason) { return noAnswer("cannot write to standard output", reason); }
 
 } // namespace chronal::ctl

@@ -22,10 +22,7 @@ constexpr std::int64_t microsecondsPerSecond = 1000000;
 }
 
 /// Digits only, few enough for an int.
-int number(const std::ssub_match& digits)
-{
-    return digits.matched ? std::stoi(digits.str()) : 0;
-}
+int number(const std::ssub_match& digits) { return digits.matched ? std::stoi(digits.str()) : 0; }
 
 /// The first six decimals of a second.
 std::int32_t microseconds(const std::ssub_match& decimals)
@@ -184,15 +181,9 @@ nubOsalTime_struct parseMagnitude(const std::string& text, std::string_view rest
 
 } // namespace
 
-nubOsalTime_struct parseUtc(const std::string& text)
-{
-    return parseTime(text, false);
-}
+nubOsalTime_struct parseUtc(const std::string& text) { return parseTime(text, false); }
 
-nubOsalTime_struct parseLocal(const std::string& text)
-{
-    return parseTime(text, true);
-}
+nubOsalTime_struct parseLocal(const std::string& text) { return parseTime(text, true); }
 
 nubOsalTime_struct parseSpan(const std::string& text)
 {

@@ -37,10 +37,7 @@ StateHolder::StateHolder() : lock(PTHREAD_MUTEX_INITIALIZER) {}
 StatePart::StatePart(StateHolder& state) : holder(state), generation(1), name{} {}
 StatePart::~StatePart() = default;
 
-pthread_mutex_t* StatePart::stateMutex()
-{
-    return &holder.lock;
-}
+pthread_mutex_t* StatePart::stateMutex() { return &holder.lock; }
 
 AbstractComponent::AbstractComponent(std::uint32_t id) : name("component"), componentId(id) {}
 
@@ -67,10 +64,7 @@ int AbstractApplication::sendEvent(MsgIds& ids, int, Event* event)
     return -EAGAIN;
 }
 
-int AbstractApplication::registrations()
-{
-    return static_cast<int>(handlers.size());
-}
+int AbstractApplication::registrations() { return static_cast<int>(handlers.size()); }
 
 void AbstractApplication::deliver(const Event& event)
 {
@@ -79,22 +73,13 @@ void AbstractApplication::deliver(const Event& event)
             handler.second.second.caller->invoke(event);
 }
 
-std::uint32_t ServiceInterface::getServiceId() const
-{
-    return 7;
-}
+std::uint32_t ServiceInterface::getServiceId() const { return 7; }
 
 EventHandlerIdSet::EventHandlerIdSet(const AbstractComponent&) : mask(0), reserved{} {}
 
-EventHandlerIdSet::~EventHandlerIdSet()
-{
-    reset();
-}
+EventHandlerIdSet::~EventHandlerIdSet() { reset(); }
 
-void EventHandlerIdSet::addHandler(int id)
-{
-    mask |= 1 << id;
-}
+void EventHandlerIdSet::addHandler(int id) { mask |= 1 << id; }
 
 void EventHandlerIdSet::reset()
 {

@@ -41,7 +41,4 @@ int nubOsalCompareTime(const nubOsalTime_struct* left, const nubOsalTime_struct*
 
 ltGuard::ltGuard(pthread_mutex_t* mutex) : held(mutex), result(pthread_mutex_lock(mutex)) {}
 
-ltGuard::~ltGuard()
-{
-    pthread_mutex_unlock(held);
-}
+ltGuard::~ltGuard() { pthread_mutex_unlock(held); }
