@@ -19,41 +19,41 @@ std::string named(fabric::host::ClientId client) { return "client " + std::to_st
 template <class Text>
 void Rehearsal::note(Text text) const noexcept
 {
-    if (!log)
+    if (!log_)
         return;
     std::string line = "(out of memory)"; // allocates nothing
     try {
         line = text();
     } catch (const std::bad_alloc&) {
     }
-    log(line);
+    log_(line);
 }
 
 Rehearsal::Rehearsal(fabric::host::Service& rehearsedService, const Faults& wanted, Log sink)
-    : service(rehearsedService), faults(wanted), log(std::move(sink))
+    : service_(rehearsedService), faults_(wanted), log_(std::move(sink))
 {
 }
 
-const fabric::host::MessageCatalogue& Rehearsal::catalogue() const { return service.catalogue(); }
+const fabric::host::MessageCatalogue& Rehearsal::catalogue() const { return service_.catalogue(); }
 
 void Rehearsal::start(fabric::host::ServiceOutlet& serviceOutlet)
 {
-    outlet = &serviceOutlet;
-    service.start(*this);
+    outlet_ = &serviceOutlet;
+    service_.start(*this);
 }
 
 void Rehearsal::clientConnected(ClientId client)
 {
     note([=] { return named(client) + " connected"; });
-    commands[client] = 0;
-    service.clientConnected(client);
+    commands_[client] = 0;
+    service_.clientConnected(client);
 }
 
 void Rehearsal::clientDisconnected(ClientId client)
 {
     note([=] { return named(client) + " disconnected"; });
-    commands.erase(client);
-    service.clientDisconnected(client);
+    commands_.erase(client);
+    service_.clientDisconnected(client);
 }
 
 void Rehearsal::commandReceived(ClientId client, const fabric::SerializableMessageEvent& command)
@@ -62,25 +62,25 @@ void Rehearsal::commandReceived(ClientId client, const fabric::SerializableMessa
     if (isRefused(command))
         refuse(client, command);
     else
-        service.commandReceived(client, command);
-    if (++commands[client] == faults.dropAfter)
-        outlet->drop(client, ECONNRESET);
+        service_.commandReceived(client, command);
+    if (++commands_[client] == faults_.dropAfter)
+        outlet_->drop(client, ECONNRESET);
 }
 
-Rehearsal::TimePoint Rehearsal::runDue() { return service.runDue(); }
+Rehearsal::TimePoint Rehearsal::runDue() { return service_.runDue(); }
 
 void Rehearsal::send(ClientId client, std::unique_ptr<fabric::SerializableMessageEvent> event)
 {
     note([&] { return named(client) + " <- " + messageText(*event); });
-    outlet->send(client, std::move(event));
+    outlet_->send(client, std::move(event));
 }
 
-void Rehearsal::drop(ClientId client, int reason) { outlet->drop(client, reason); }
+void Rehearsal::drop(ClientId client, int reason) { outlet_->drop(client, reason); }
 
 bool Rehearsal::isRefused(const fabric::SerializableMessageEvent& command) const
 {
     const char* const name = nameOf(command);
-    return name && faults.refused.count(name) != 0;
+    return name && faults_.refused.count(name) != 0;
 }
 
 void Rehearsal::refuse(ClientId client, const fabric::SerializableMessageEvent& command)

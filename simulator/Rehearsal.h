@@ -48,11 +48,11 @@ private:
     bool isRefused(const fabric::SerializableMessageEvent& command) const;
     void refuse(ClientId client, const fabric::SerializableMessageEvent& command);
 
-    fabric::host::Service& service;
-    const Faults faults;
-    const Log log;
-    fabric::host::ServiceOutlet* outlet = nullptr;
-    std::map<ClientId, std::size_t> commands; ///< received of each client that is connected
+    fabric::host::Service& service_;
+    const Faults faults_;
+    const Log log_;
+    fabric::host::ServiceOutlet* outlet_ = nullptr;
+    std::map<ClientId, std::size_t> commands_; ///< received of each client that is connected
 };
 
 } // namespace chronal::sim

@@ -147,30 +147,30 @@ const TimeService::Handler TimeService::handlers[] = {
 };
 
 TimeService::TimeService(const Options& options, const Clock& trueClock)
-    : clock(trueClock),
-      period(checkedPeriod(options.notificationPeriod)),
-      zone(checkedZone(options.zone)),
-      settings(),
-      outlet(nullptr),
-      lastNotification(0)
+    : clock_(trueClock),
+      period_(checkedPeriod(options.notificationPeriod)),
+      zone_(checkedZone(options.zone)),
+      settings_(),
+      outlet_(nullptr),
+      lastNotification_(0)
 {
     startSources();
-    told = sources.at(referenceTimeRtc).rule.periodAt(rtcUtc());
+    told_ = sources_.at(referenceTimeRtc).rule.periodAt(rtcUtc());
 }
 
 const fabric::host::MessageCatalogue& TimeService::catalogue() const { return sim::catalogue(); }
 
-void TimeService::start(fabric::host::ServiceOutlet& serviceOutlet) { outlet = &serviceOutlet; }
+void TimeService::start(fabric::host::ServiceOutlet& serviceOutlet) { outlet_ = &serviceOutlet; }
 
-void TimeService::clientConnected(ClientId client) { clients.insert(client); }
+void TimeService::clientConnected(ClientId client) { clients_.insert(client); }
 
 void TimeService::clientDisconnected(ClientId client)
 {
-    clients.erase(client);
-    const auto first = subscriptions.lower_bound({client, referenceTimeInvalid});
-    const auto last = std::find_if(first, subscriptions.end(),
+    clients_.erase(client);
+    const auto first = subscriptions_.lower_bound({client, referenceTimeInvalid});
+    const auto last = std::find_if(first, subscriptions_.end(),
                                    [&](const auto& entry) { return entry.first.first != client; });
-    subscriptions.erase(first, last);
+    subscriptions_.erase(first, last);
 }
 
 void TimeService::commandReceived(ClientId client, const fabric::SerializableMessageEvent& command)
@@ -184,15 +184,15 @@ void TimeService::commandReceived(ClientId client, const fabric::SerializableMes
     if (command.meta.kind != detail::kindCommand || handler == std::end(handlers))
         return;
     // All memory for the answer before anything is changed, so that a change is always answered.
-    afterAnswer.clear();
+    afterAnswer_.clear();
     if (!result_.data)
         result_ = compose(replyResult, [](chronalMsgReplyResult_t&) {});
     auto answer = newEvent({command.meta, nullptr}, command.ids);
     const Content content = handler->carryOut(*this, client, command.data->payload);
     answer->meta = content.meta;
     answer->data = content.data;
-    outlet->send(client, std::move(answer));
-    for (const Content& notification : afterAnswer)
+    outlet_->send(client, std::move(answer));
+    for (const Content& notification : afterAnswer_)
         notifyAll(notification);
     notifyDeviation();
 }
@@ -201,21 +201,21 @@ TimeService::TimePoint TimeService::runDue()
 {
     notifyDeviation();
 
-    const TimePoint now = clock.steady();
+    const TimePoint now = clock_.steady();
     if (firstDue_ <= now)
         notifySubscribers(now);
-    return told.end < calendarEnd ? std::min(firstDue_, clock.steadyAfter(told.end - rtcUtc()))
-                                  : firstDue_;
+    return told_.end < calendarEnd ? std::min(firstDue_, clock_.steadyAfter(told_.end - rtcUtc()))
+                                   : firstDue_;
 }
 
 void TimeService::notifySubscribers(TimePoint now)
 {
     firstDue_ = TimePoint::max();
-    for (auto& [subscription, due] : subscriptions) {
+    for (auto& [subscription, due] : subscriptions_) {
         const auto [client, id] = subscription;
         if (due <= now) {
-            ++lastNotification;
-            due += period * ((now - due) / period + 1);
+            ++lastNotification_;
+            due += period_ * ((now - due) / period_ + 1);
             notify(client, [&, id = id] { return compose(notifyCurrentTime, timesOf(id)); });
         }
         firstDue_ = std::min(firstDue_, due);
@@ -287,8 +287,8 @@ Content TimeService::refTimeSubscribe(ClientId client, const chronalMsgCmdRefTim
 {
     if (!find(command.refTimeId))
         return result(-EINVAL);
-    const TimePoint due = clock.steady() + period;
-    subscriptions.try_emplace({client, command.refTimeId}, due);
+    const TimePoint due = clock_.steady() + period_;
+    subscriptions_.try_emplace({client, command.refTimeId}, due);
     firstDue_ = std::min(firstDue_, due);
     return result(0);
 }
@@ -297,7 +297,7 @@ Content TimeService::refTimeUnsubscribe(ClientId client, const chronalMsgCmdRefT
 {
     if (!find(command.refTimeId))
         return result(-EINVAL);
-    subscriptions.erase({client, command.refTimeId});
+    subscriptions_.erase({client, command.refTimeId});
     return result(0);
 }
 
@@ -323,7 +323,7 @@ Content TimeService::refTimeAt(const chronalMsgCmdRefTimeData_t& command)
 
 Content TimeService::timeAt(const chronalMsgCmdTimeAtData_t& command)
 {
-    const DeviationRule rule(zone);
+    const DeviationRule rule(zone_);
     const std::optional<Utc> utc =
         command.isUtc ? readUtc(command.time) : readLocalAsUtc(command.time, std::nullopt, rule);
     if (!utc)
@@ -336,20 +336,20 @@ Content TimeService::dateTimeSettingsSet(const chronalMsgDateTime_t& command)
     const auto switched = [](std::int32_t flag, bool before) {
         return flag == -1 ? before : flag != 0;
     };
-    const bool ntpUsed = switched(command.flag2, settings.ntpUsed);
+    const bool ntpUsed = switched(command.flag2, settings_.ntpUsed);
     if (!isServerAcceptable(command.text, ntpUsed))
         return result(-EINVAL);
-    settings.ntpServer = readText(command.text);
-    settings.ntpUsed = ntpUsed;
-    settings.times = {command.time1, command.time2, command.time3, command.time4};
-    settings.value = command.value;
-    settings.automaticTime = switched(command.flag1, settings.automaticTime);
+    settings_.ntpServer = readText(command.text);
+    settings_.ntpUsed = ntpUsed;
+    settings_.times = {command.time1, command.time2, command.time3, command.time4};
+    settings_.value = command.value;
+    settings_.automaticTime = switched(command.flag1, settings_.automaticTime);
     return result(0);
 }
 
 Content TimeService::timezoneSyncEnableSet(const chronalMsgDateTime_t& command)
 {
-    settings.timezoneSyncEnable = command.timezoneSyncEnable;
+    settings_.timezoneSyncEnable = command.timezoneSyncEnable;
     return result(0);
 }
 
@@ -358,41 +358,41 @@ Content TimeService::dateTimeNtpSet(const chronalMsgNtpData_t& command)
     const bool used = command.flag != 0;
     if (!isServerAcceptable(command.text, used))
         return result(-EINVAL);
-    settings.ntpServer = readText(command.text);
-    settings.ntpUsed = used;
+    settings_.ntpServer = readText(command.text);
+    settings_.ntpUsed = used;
     return result(0);
 }
 
 Content TimeService::dateTimeNtpStart(const chronalCmdDummy_t&)
 {
-    if (!settings.ntpUsed)
+    if (!settings_.ntpUsed)
         return result(-EPERM);
-    Source& ntp = sources.at(referenceTimeNtp);
+    Source& ntp = sources_.at(referenceTimeNtp);
     if (const int refusal = refusalToSet(&ntp))
         return result(refusal);
-    setUtc(ntp, clock.utc());
+    setUtc(ntp, clock_.utc());
     return result(0);
 }
 
 Content TimeService::dateTimeAutoTimeSet(const chronalMsgAutoTime_t& command)
 {
-    settings.automaticTime = command.autoTime != 0;
+    settings_.automaticTime = command.autoTime != 0;
     return result(0);
 }
 
 Content TimeService::dateTimeSettingsFetch(const chronalMsgReplyResult_t&)
 {
     return compose(replyDateTimeSettingsInfo, [this](chronalMsgDateTime_t& record) {
-        copyText(record.text, settings.ntpServer);
+        copyText(record.text, settings_.ntpServer);
         record.time0 = wireTime(rtcUtc());
-        record.time1 = settings.times[0];
-        record.time2 = settings.times[1];
-        record.time3 = settings.times[2];
-        record.time4 = settings.times[3];
-        record.value = settings.value;
-        record.flag1 = settings.automaticTime;
-        record.flag2 = settings.ntpUsed;
-        record.timezoneSyncEnable = settings.timezoneSyncEnable;
+        record.time1 = settings_.times[0];
+        record.time2 = settings_.times[1];
+        record.time3 = settings_.times[2];
+        record.time4 = settings_.times[3];
+        record.value = settings_.value;
+        record.flag1 = settings_.automaticTime;
+        record.flag2 = settings_.ntpUsed;
+        record.timezoneSyncEnable = settings_.timezoneSyncEnable;
     });
 }
 
@@ -403,11 +403,11 @@ Content TimeService::timezoneSet(const chronalMsgTimezone_t& command)
     const std::shared_ptr<const Zone> found = knownZone(readText(command.timezone));
     if (!found)
         return result(-ENOENT);
-    if (found->name() != zone->name())
-        afterAnswer.push_back(compose(notifyTimezoneChange, *found, rtcUtc()));
-    zone = found;
-    for (auto& [id, source] : sources)
-        source.rule = DeviationRule(zone);
+    if (found->name() != zone_->name())
+        afterAnswer_.push_back(compose(notifyTimezoneChange, *found, rtcUtc()));
+    zone_ = found;
+    for (auto& [id, source] : sources_)
+        source.rule = DeviationRule(zone_);
     return result(0);
 }
 
@@ -430,23 +430,23 @@ std::shared_ptr<const Zone> TimeService::knownZone(const std::string& name)
 
 Content TimeService::timezoneFetch(const chronalMsgReplyResult_t&)
 {
-    return compose(replyTimezoneInfo, *zone, rtcUtc());
+    return compose(replyTimezoneInfo, *zone_, rtcUtc());
 }
 
 Content TimeService::timeInit(const chronalMsgAutoTime_t&)
 {
-    for (const auto& [id, source] : sources)
+    for (const auto& [id, source] : sources_)
         if (source.locked)
             return result(-EBUSY);
     startSources();
-    settings.automaticTime = false;
+    settings_.automaticTime = false;
     return result(0);
 }
 
 TimeService::Source* TimeService::find(referenceTimeId_enum id)
 {
-    const auto found = sources.find(id);
-    return found == sources.end() ? nullptr : &found->second;
+    const auto found = sources_.find(id);
+    return found == sources_.end() ? nullptr : &found->second;
 }
 
 int TimeService::refusalToSet(const Source* source)
@@ -458,17 +458,17 @@ int TimeService::refusalToSet(const Source* source)
 
 std::optional<Utc> TimeService::utcOf(const Source& source) const
 {
-    return source.ahead ? std::optional<Utc>(wrapped(clock.utc() + *source.ahead)) : std::nullopt;
+    return source.ahead ? std::optional<Utc>(wrapped(clock_.utc() + *source.ahead)) : std::nullopt;
 }
 
 Utc TimeService::rtcUtc() const
 {
-    return *utcOf(sources.at(referenceTimeRtc)); // which always has a time
+    return *utcOf(sources_.at(referenceTimeRtc)); // which always has a time
 }
 
 chronalMsgReplyTime_t TimeService::timesOf(referenceTimeId_enum id) const
 {
-    const Source& source = sources.at(id);
+    const Source& source = sources_.at(id);
     const std::optional<Utc> utc = utcOf(source);
     chronalMsgReplyTime_t record = utc ? times(id, *utc, source.rule.periodAt(*utc).deviation)
                                        : noTimes(id, Helpers::deviationUnknown);
@@ -490,7 +490,7 @@ Content TimeService::setTime(const chronalMsgCmdRefTimeData_t& command, bool isL
         return result(-EINVAL);
 
     if (isBroadcast(command.refTimeId))
-        afterAnswer.push_back(compose(notifyDtvTimeChange, [&](chronalMsgDtvTime_t& record) {
+        afterAnswer_.push_back(compose(notifyDtvTimeChange, [&](chronalMsgDtvTime_t& record) {
             record.dtvTime = wireTime(*utc);
         }));
     if (deviation)
@@ -511,21 +511,21 @@ Content TimeService::setLocked(referenceTimeId_enum id, bool locked)
 
 void TimeService::setUtc(Source& source, Utc utc)
 {
-    source.ahead = utc - clock.utc();
-    Source& rtc = sources.at(referenceTimeRtc);
-    if (settings.automaticTime && !rtc.locked)
+    source.ahead = utc - clock_.utc();
+    Source& rtc = sources_.at(referenceTimeRtc);
+    if (settings_.automaticTime && !rtc.locked)
         rtc.ahead = source.ahead;
 }
 
 void TimeService::startSources()
 {
-    const Source valid = {Span::zero(), 0, false, DeviationRule(zone)};
-    const Source timeless = {std::nullopt, 0, false, DeviationRule(zone)};
-    sources = decltype(sources){{referenceTimeRtc, valid},
-                                {referenceTimeNtp, valid},
-                                {referenceTimeDvb, timeless},
-                                {referenceTimeTeletext, timeless},
-                                {referenceTimeAtsc, timeless}};
+    const Source valid = {Span::zero(), 0, false, DeviationRule(zone_)};
+    const Source timeless = {std::nullopt, 0, false, DeviationRule(zone_)};
+    sources_ = decltype(sources_){{referenceTimeRtc, valid},
+                                  {referenceTimeNtp, valid},
+                                  {referenceTimeDvb, timeless},
+                                  {referenceTimeTeletext, timeless},
+                                  {referenceTimeAtsc, timeless}};
 }
 
 /// Does not throw, whatever happens.
@@ -540,31 +540,31 @@ template <class Make>
 void TimeService::notify(ClientId client, Make content)
 {
     try {
-        outlet->send(client, newEvent(content(), {0, lastNotification}));
+        outlet_->send(client, newEvent(content(), {0, lastNotification_}));
     } catch (const std::bad_alloc&) {
-        outlet->drop(client, ENOMEM);
+        outlet_->drop(client, ENOMEM);
     }
 }
 
 void TimeService::notifyAll(const Content& content)
 {
-    ++lastNotification;
-    for (const ClientId client : clients)
+    ++lastNotification_;
+    for (const ClientId client : clients_)
         notify(client, [&] { return content; });
 }
 
 /// Tries again when it is called again, if there is no memory.
 void TimeService::notifyDeviation()
 {
-    const Period current = sources.at(referenceTimeRtc).rule.periodAt(rtcUtc());
+    const Period current = sources_.at(referenceTimeRtc).rule.periodAt(rtcUtc());
     std::vector<Content> notifications;
-    if (current.deviation != told.deviation)
+    if (current.deviation != told_.deviation)
         notifications.push_back(compose(notifyDeviationChange, timesOf(referenceTimeRtc)));
-    if (current.daylightSaving != told.daylightSaving)
+    if (current.daylightSaving != told_.daylightSaving)
         notifications.push_back(compose(notifyDSTChange, [&](chronalMsgDST_t& record) {
             record.dst = current.daylightSaving;
         }));
-    told = current;
+    told_ = current;
     for (const Content& notification : notifications)
         notifyAll(notification);
 }

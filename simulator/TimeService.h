@@ -203,21 +203,21 @@ private:
     void notifyDeviation();
     void notifySubscribers(TimePoint now);
 
-    const Clock& clock;
-    const Span period;
-    std::shared_ptr<const Zone> zone;
-    std::map<referenceTimeId_enum, Source> sources;
-    Settings settings;
+    const Clock& clock_;
+    const Span period_;
+    std::shared_ptr<const Zone> zone_;
+    std::map<referenceTimeId_enum, Source> sources_;
+    Settings settings_;
 
-    fabric::host::ServiceOutlet* outlet;
-    std::uint32_t lastNotification;
-    std::set<ClientId> clients;
-    std::map<std::pair<ClientId, referenceTimeId_enum>, TimePoint> subscriptions; ///< next due
+    fabric::host::ServiceOutlet* outlet_;
+    std::uint32_t lastNotification_;
+    std::set<ClientId> clients_;
+    std::map<std::pair<ClientId, referenceTimeId_enum>, TimePoint> subscriptions_; ///< next due
     TimePoint firstDue_ = TimePoint::max();               ///< no subscription is due before
     std::vector<std::shared_ptr<const Zone>> knownZones_; ///< the one used last comes first
-    Content result_ = {};             ///< the record of the next result, if there is one
-    std::vector<Content> afterAnswer; ///< notifications that the command in progress brings about
-    Period told;                      ///< the RTC's, as far as the clients have heard
+    Content result_ = {};              ///< the record of the next result, if there is one
+    std::vector<Content> afterAnswer_; ///< notifications that the command in progress brings about
+    Period told_;                      ///< the RTC's, as far as the clients have heard
 };
 
 } // namespace chronal::sim

@@ -148,29 +148,29 @@ std::shared_ptr<const Zone> findZone(const std::string& name)
 void DeviationRule::setCurrent(Span deviation, Utc now)
 {
     std::vector<Change> updated = {{Utc::min(), deviation, std::nullopt}};
-    std::copy_if(changes.begin(), changes.end(), std::back_inserter(updated),
+    std::copy_if(changes_.begin(), changes_.end(), std::back_inserter(updated),
                  [&](const Change& change) { return change.at > now; });
-    changes = std::move(updated);
+    changes_ = std::move(updated);
 }
 
 void DeviationRule::announce(const std::vector<Change>& next, std::optional<Utc> now)
 {
     std::vector<Change> updated;
     std::optional<bool> daylightSaving; // that a change before the last one has left in force
-    for (const Change& change : changes) {
+    for (const Change& change : changes_) {
         if (!now || change.at > *now || change.at >= next.front().at)
             break;
         daylightSaving = change.daylightSaving ? change.daylightSaving : daylightSaving;
         updated = {{change.at, change.deviation, daylightSaving}};
     }
     updated.insert(updated.end(), next.begin(), next.end());
-    changes = std::move(updated);
+    changes_ = std::move(updated);
 }
 
 Period DeviationRule::periodAt(Utc moment) const
 {
-    Period period = zone->periodAt(moment);
-    for (const Change& change : changes) {
+    Period period = zone_->periodAt(moment);
+    for (const Change& change : changes_) {
         if (moment < change.at) {
             period.end = std::min(period.end, change.at);
             break;

@@ -79,7 +79,7 @@ struct Change
 class DeviationRule
 {
 public:
-    explicit DeviationRule(std::shared_ptr<const Zone> baseZone) : zone(std::move(baseZone)) {}
+    explicit DeviationRule(std::shared_ptr<const Zone> baseZone) : zone_(std::move(baseZone)) {}
 
     /// The deviation is this one, also at earlier times, until the first change after `now`.
     void setCurrent(Span deviation, Utc now);
@@ -98,8 +98,8 @@ public:
     std::optional<Utc> toUtc(Local local) const;
 
 private:
-    std::shared_ptr<const Zone> zone;
-    std::vector<Change> changes; ///< in order of time; never more than three
+    std::shared_ptr<const Zone> zone_;
+    std::vector<Change> changes_; ///< in order of time; never more than three
 };
 
 } // namespace chronal::sim

@@ -86,7 +86,7 @@ public:
 
 private:
     class Impl;
-    std::unique_ptr<Impl> impl;
+    std::unique_ptr<Impl> impl_;
 };
 
 /// Keeps a client attached for a scope. Declare it after the client, so that reports end before

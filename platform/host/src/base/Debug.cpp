@@ -105,14 +105,14 @@ void setLimits(std::string_view switches, Unreadable unreadable)
 class Uncancelled
 {
 public:
-    Uncancelled() noexcept { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before); }
-    ~Uncancelled() { pthread_setcancelstate(before, nullptr); }
+    Uncancelled() noexcept { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before_); }
+    ~Uncancelled() { pthread_setcancelstate(before_, nullptr); }
 
     Uncancelled(const Uncancelled&) = delete;
     Uncancelled& operator=(const Uncancelled&) = delete;
 
 private:
-    int before = PTHREAD_CANCEL_ENABLE;
+    int before_ = PTHREAD_CANCEL_ENABLE;
 };
 
 /// Reads NUB_DEBUG, once.

@@ -26,25 +26,25 @@ class HandlerRegistry::Call
 {
 public:
     Call(HandlerRegistry& owner, std::unique_lock<std::mutex>& held, int id)
-        : registry(owner), lock(held)
+        : registry_(owner), lock_(held)
     {
-        registry.running_ = id;
-        lock.unlock();
+        registry_.running_ = id;
+        lock_.unlock();
     }
 
     ~Call()
     {
-        lock.lock();
-        registry.running_ = 0;
-        registry.callEnded_.notify_all();
+        lock_.lock();
+        registry_.running_ = 0;
+        registry_.callEnded_.notify_all();
     }
 
     Call(const Call&) = delete;
     Call& operator=(const Call&) = delete;
 
 private:
-    HandlerRegistry& registry;
-    std::unique_lock<std::mutex>& lock;
+    HandlerRegistry& registry_;
+    std::unique_lock<std::mutex>& lock_;
 };
 
 HandlerRegistry::Registrations::iterator HandlerRegistry::behind(int id) noexcept

@@ -151,47 +151,47 @@ private:
 class Session::Impl::Application : public AbstractApplication
 {
 public:
-    explicit Application(Impl& owner) : AbstractApplication(owner.stateHolder_), session(owner) {}
+    explicit Application(Impl& owner) : AbstractApplication(owner.stateHolder_), session_(owner) {}
 
     int addEventHandler(const MsgMeta& key, int flags, const EventHandler& handler) override
     {
-        return session.addEventHandler(Receiver::application, key, flags, handler);
+        return session_.addEventHandler(Receiver::application, key, flags, handler);
     }
 
     int sendEvent(MsgIds& ids, int flags, SerializableMessageEvent* event) override
     {
-        return session.sendEvent(ids, flags, std::unique_ptr<SerializableMessageEvent>(event));
+        return session_.sendEvent(ids, flags, std::unique_ptr<SerializableMessageEvent>(event));
     }
 
 private:
-    Impl& session;
+    Impl& session_;
 };
 
 class Session::Impl::Component : public AbstractComponent
 {
 public:
-    explicit Component(Impl& owner) : AbstractComponent(newComponentId()), session(owner) {}
+    explicit Component(Impl& owner) : AbstractComponent(newComponentId()), session_(owner) {}
 
     int addEventHandler(const MsgMeta& key, int flags, const EventHandler& handler) override
     {
-        return session.addEventHandler(Receiver::component, key, flags, handler);
+        return session_.addEventHandler(Receiver::component, key, flags, handler);
     }
 
-    void removeEventHandler(int handlerId) override { session.removeEventHandler(handlerId); }
+    void removeEventHandler(int handlerId) override { session_.removeEventHandler(handlerId); }
 
 private:
-    Impl& session;
+    Impl& session_;
 };
 
 class Session::Impl::Service : public ServiceInterface
 {
 public:
-    explicit Service(const MessageCatalogue& messages) : catalogue(messages) {}
+    explicit Service(const MessageCatalogue& messages) : catalogue_(messages) {}
 
-    std::uint32_t getServiceId() override { return catalogue.serviceId; }
+    std::uint32_t getServiceId() override { return catalogue_.serviceId; }
 
 private:
-    const MessageCatalogue& catalogue;
+    const MessageCatalogue& catalogue_;
 };
 
 Session::Impl::Impl(std::unique_ptr<Link> link, const MessageCatalogue& catalogue)
@@ -463,26 +463,26 @@ bool Session::Impl::refuseFrame(const char* reason) noexcept
 }
 
 Session::Session(std::unique_ptr<Link> link, const MessageCatalogue& catalogue)
-    : impl(new Impl(std::move(link), catalogue))
+    : impl_(new Impl(std::move(link), catalogue))
 {
 }
 
 Session::~Session() = default;
 
-AbstractApplication& Session::application() { return *impl->application; }
+AbstractApplication& Session::application() { return *impl_->application; }
 
-AbstractComponent& Session::component() { return *impl->component; }
+AbstractComponent& Session::component() { return *impl_->component; }
 
-ServiceInterface& Session::service() { return *impl->service; }
+ServiceInterface& Session::service() { return *impl_->service; }
 
-void Session::attach(ClientInterface& client) { impl->attach(client); }
+void Session::attach(ClientInterface& client) { impl_->attach(client); }
 
-void Session::detach(ClientInterface& client) { impl->detach(client); }
+void Session::detach(ClientInterface& client) { impl_->detach(client); }
 
-void Session::connect() noexcept { impl->connect(); }
+void Session::connect() noexcept { impl_->connect(); }
 
-void Session::disconnect() noexcept { impl->disconnect(); }
+void Session::disconnect() noexcept { impl_->disconnect(); }
 
-SessionCounters Session::counters() const { return impl->counters(); }
+SessionCounters Session::counters() const { return impl_->counters(); }
 
 } // namespace fabric::host
