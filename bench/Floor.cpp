@@ -16,7 +16,7 @@
 namespace bench::floors {
 namespace {
 
-void handOver(fabric::MsgIds& ids, ControlBlock* block)
+void deliverReceived(fabric::MsgIds& ids, ControlBlock* block)
 {
     block->acquire();
     Event* const event = new Event({service->serviceId(), 1, 2, 0}, {-1, 2}, block);
@@ -152,21 +152,21 @@ void sendTimes(fabric::MsgIds& ids, const nubOsalTime_struct& time1,
     record.time2 = time2;
     record.time3 = time3;
     record.time4 = time4;
-    handOver(ids, block);
+    deliverReceived(ids, block);
 }
 
 void sendSource(fabric::MsgIds& ids, const chronal::ReferenceTimeId& id)
 {
     ControlBlock* const block = created(sizeof(chronalMsgCmdRefTimeId_t), releaseNothing);
     recordOf<chronalMsgCmdRefTimeId_t>(*block).refTimeId = id.id;
-    handOver(ids, block);
+    deliverReceived(ids, block);
 }
 
 void sendZone(fabric::MsgIds& ids, const std::string& zone)
 {
     ControlBlock* const block = created(sizeof(chronalMsgTimezone_t), releaseZone);
     set(recordOf<chronalMsgTimezone_t>(*block).timezone, zone.data(), zone.size());
-    handOver(ids, block);
+    deliverReceived(ids, block);
 }
 
 const Function receiveTime = receive<deliverTime, overridingListener, timeEvent>;

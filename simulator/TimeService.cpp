@@ -103,7 +103,7 @@ struct TimeService::Handler
 {
     std::uint32_t resourceId;
     std::uint32_t operationId;
-    Content (*carryOut)(TimeService& service, ClientId client, const void* payload);
+    Content (*handle)(TimeService& service, ClientId client, const void* payload);
 
     template <auto Method, class Record>
     static constexpr Handler of(const Message<Record>& command)
@@ -146,8 +146,8 @@ const TimeService::Handler TimeService::handlers[] = {
     Handler::of<&TimeService::timeInit>(cmdTimeInit),
 };
 
-TimeService::TimeService(const Options& options, const Clock& trueClock)
-    : clock_(trueClock),
+TimeService::TimeService(const Options& options, const Clock& clock)
+    : clock_(clock),
       period_(checkedPeriod(options.notificationPeriod)),
       zone_(checkedZone(options.zone)),
       settings_(),
@@ -160,7 +160,7 @@ TimeService::TimeService(const Options& options, const Clock& trueClock)
 
 const fabric::host::MessageCatalogue& TimeService::catalogue() const { return sim::catalogue(); }
 
-void TimeService::start(fabric::host::ServiceOutlet& serviceOutlet) { outlet_ = &serviceOutlet; }
+void TimeService::start(fabric::host::ClientSender& outlet) { outlet_ = &outlet; }
 
 void TimeService::clientConnected(ClientId client) { clients_.insert(client); }
 
@@ -188,7 +188,7 @@ void TimeService::commandReceived(ClientId client, const fabric::SerializableMes
     if (!result_.data)
         result_ = compose(replyResult, [](chronalMsgReplyResult_t&) {});
     auto answer = newEvent({command.meta, nullptr}, command.ids);
-    const Content content = handler->carryOut(*this, client, command.data->payload);
+    const Content content = handler->handle(*this, client, command.data->payload);
     answer->meta = content.meta;
     answer->data = content.data;
     outlet_->send(client, std::move(answer));

@@ -130,7 +130,7 @@ public:
     explicit TimeService(const Options& options = Options(), const Clock& clock = systemClock());
 
     const fabric::host::MessageCatalogue& catalogue() const override;
-    void start(fabric::host::ServiceOutlet& outlet) override;
+    void start(fabric::host::ClientSender& outlet) override;
     void clientConnected(fabric::host::ClientId client) override;
     void clientDisconnected(fabric::host::ClientId client) override;
     void commandReceived(fabric::host::ClientId client,
@@ -209,7 +209,7 @@ private:
     std::map<referenceTimeId_enum, Source> sources_;
     Settings settings_;
 
-    fabric::host::ServiceOutlet* outlet_;
+    fabric::host::ClientSender* outlet_;
     std::uint32_t lastNotification_;
     std::set<ClientId> clients_;
     std::map<std::pair<ClientId, referenceTimeId_enum>, TimePoint> subscriptions_; ///< next due

@@ -118,8 +118,8 @@ std::vector<Period> periodsOf(const absl::TimeZone& zone)
 
 } // namespace
 
-Zone::Zone(std::string zoneName, std::vector<Period> zonePeriods)
-    : name_(std::move(zoneName)), periods_(std::move(zonePeriods))
+Zone::Zone(std::string name, std::vector<Period> periods)
+    : name_(std::move(name)), periods_(std::move(periods))
 {
 }
 

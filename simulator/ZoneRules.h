@@ -50,8 +50,8 @@ struct Period
 class Zone
 {
 public:
-    /// `zonePeriods` follow one another without a gap; the first begins with the earliest Utc.
-    Zone(std::string zoneName, std::vector<Period> zonePeriods);
+    /// `periods` follow one another without a gap; the first begins with the earliest Utc.
+    Zone(std::string name, std::vector<Period> periods);
 
     const std::string& name() const { return name_; }
     Period periodAt(Utc moment) const;
@@ -79,7 +79,7 @@ struct Change
 class DeviationRule
 {
 public:
-    explicit DeviationRule(std::shared_ptr<const Zone> baseZone) : zone_(std::move(baseZone)) {}
+    explicit DeviationRule(std::shared_ptr<const Zone> zone) : zone_(std::move(zone)) {}
 
     /// The deviation is this one, also at earlier times, until the first change after `now`.
     void setCurrent(Span deviation, Utc now);

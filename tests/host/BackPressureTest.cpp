@@ -18,7 +18,7 @@ class BackPressureTest : public testing::TestWithParam<const char*>
 protected:
     BackPressureTest()
     {
-        script.onCommand = [](ServiceOutlet& outlet, ClientId client, const Message& command) {
+        script.onCommand = [](ClientSender& outlet, ClientId client, const Message& command) {
             outlet.send(client, message(answer, recordOf(command).number, "", command.ids));
         };
         if (overSocket)

@@ -15,7 +15,7 @@ struct ScriptedService : Service
     explicit ScriptedService(Journal& target) : journal(target) {}
 
     const MessageCatalogue& catalogue() const override { return sample::catalogue; }
-    void start(ServiceOutlet& out) override { outlet = &out; }
+    void start(ClientSender& out) override { outlet = &out; }
     void clientConnected(ClientId) override {}
     void clientDisconnected(ClientId id) override { journal.note("gone " + std::to_string(id)); }
 
@@ -32,11 +32,11 @@ struct ScriptedService : Service
         return due;
     }
 
-    std::function<void(ServiceOutlet&, ClientId, const Message&)> onCommand;
+    std::function<void(ClientSender&, ClientId, const Message&)> onCommand;
     TimePoint due = TimePoint::max();
 
     Journal& journal;
-    ServiceOutlet* outlet = nullptr;
+    ClientSender* outlet = nullptr;
 };
 
 /// Is connected, and notes what its client hears.

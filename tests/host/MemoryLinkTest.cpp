@@ -33,7 +33,7 @@ TEST_F(MemoryLinkTest, MessagesArriveWholeWhereTheyAreSentToAndOnlyThoseOfTheCat
     Application first(newMemoryLink(host)), second(newMemoryLink(host));
     first.session->component().addEventHandler(answer, 0, answered.handler());
     second.session->application().addEventHandler(change, 0, told.handler());
-    script.onCommand = [](ServiceOutlet& outlet, ClientId client, const Message& command) {
+    script.onCommand = [](ClientSender& outlet, ClientId client, const Message& command) {
         outlet.send(client, nullptr);
         outlet.send(client, message(ask, 0));
         outlet.send(client, message(answer, 0, std::string(70000, 'x')));
@@ -51,7 +51,7 @@ TEST_F(MemoryLinkTest, MessagesArriveWholeWhereTheyAreSentToAndOnlyThoseOfTheCat
 TEST_F(MemoryLinkTest, TheServiceIsCalledAgainWhenItAskedForIt)
 {
     Application application(newMemoryLink(host));
-    script.onCommand = [&](ServiceOutlet&, ClientId, const Message&) {
+    script.onCommand = [&](ClientSender&, ClientId, const Message&) {
         script.due = std::chrono::steady_clock::now() + std::chrono::milliseconds(5);
     };
     application.send(1);
@@ -105,7 +105,7 @@ TEST_F(MemoryLinkTest, AClientThatDoesNotKeepUpIsDisconnectedAndMayConnectAgain)
     Callback slow([&](const Message&) { entered.open(), goOn.pass(); });
     Application application(newMemoryLink(host));
     application.session->application().addEventHandler(change, 0, slow.handler());
-    script.onCommand = [](ServiceOutlet& outlet, ClientId client, const Message& command) {
+    script.onCommand = [](ClientSender& outlet, ClientId client, const Message& command) {
         for (std::uint32_t i = 0; i < recordOf(command).number; ++i)
             outlet.send(client, message(change, 0));
     };
@@ -134,7 +134,7 @@ TEST_F(MemoryLinkTest, WhatHasBeenReceivedIsDeliveredBeforeTheSessionDisconnects
         goOn.pass();
     });
     application.session->application().addEventHandler(change, 0, slow.handler());
-    script.onCommand = [&](ServiceOutlet& outlet, ClientId client, const Message&) {
+    script.onCommand = [&](ClientSender& outlet, ClientId client, const Message&) {
         for (std::uint32_t i = 0; i < 3; ++i)
             outlet.send(client, message(change, i));
         sent.open();
@@ -187,7 +187,7 @@ TEST_F(MemoryLinkTest, DetachingOnAnotherThreadWaitsForAReportThatDetachesItself
 
 TEST_F(MemoryLinkTest, ThreadsMaySendRegisterAttachAndReconnectAllAtOnce)
 {
-    script.onCommand = [](ServiceOutlet& outlet, ClientId client, const Message&) {
+    script.onCommand = [](ClientSender& outlet, ClientId client, const Message&) {
         outlet.send(client, message(answer, 0));
     };
     std::atomic<int> answers{0};

@@ -28,7 +28,7 @@ class EchoService : public Service
 {
 public:
     const MessageCatalogue& catalogue() const override { return sample::catalogue; }
-    void start(ServiceOutlet& out) override { outlet = &out; }
+    void start(ClientSender& out) override { outlet = &out; }
     void clientConnected(ClientId) override {}
     void clientDisconnected(ClientId) override {}
     void commandReceived(ClientId client, const Message& command) override
@@ -40,7 +40,7 @@ public:
     TimePoint runDue() override { return TimePoint::max(); }
 
 private:
-    ServiceOutlet* outlet = nullptr;
+    ClientSender* outlet = nullptr;
 };
 
 /// Serves at a socket while it lives.

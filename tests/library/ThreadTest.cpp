@@ -34,7 +34,7 @@ class AnsweringService : public fabric::host::Service
 {
 public:
     const fabric::host::MessageCatalogue& catalogue() const override { return rowCatalogue; }
-    void start(fabric::host::ServiceOutlet& serviceOutlet) override { outlet = &serviceOutlet; }
+    void start(fabric::host::ClientSender& serviceOutlet) override { outlet = &serviceOutlet; }
     void clientConnected(ClientId) override {}
     void clientDisconnected(ClientId) override {}
     void commandReceived(ClientId client, const SerializableMessageEvent& command) override
@@ -49,7 +49,7 @@ public:
     TimePoint runDue() override { return TimePoint::max(); }
 
 private:
-    fabric::host::ServiceOutlet* outlet = nullptr;
+    fabric::host::ClientSender* outlet = nullptr;
 };
 
 /// Counts the answers, and sends commands from inside the callback.

@@ -19,7 +19,7 @@ using namespace fabric::host;
 struct EchoService final : Service
 {
     const MessageCatalogue& catalogue() const override { return sample::catalogue; }
-    void start(ServiceOutlet& out) override { outlet = &out; }
+    void start(ClientSender& out) override { outlet = &out; }
     void clientConnected(ClientId) override {}
     void clientDisconnected(ClientId) override {}
     void commandReceived(ClientId client, const Message& command) override
@@ -33,7 +33,7 @@ struct EchoService final : Service
     }
     TimePoint runDue() override { return TimePoint::max(); }
 
-    ServiceOutlet* outlet = nullptr;
+    ClientSender* outlet = nullptr;
 };
 
 /// Counts without an allocation.

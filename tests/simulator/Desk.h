@@ -134,7 +134,7 @@ inline Content settingsSet(const std::string& server, std::int32_t flag1, std::i
 typedef std::vector<std::string> Texts;
 
 /// A service in Berlin on 2026-01-01, half past noon local time, with clients 1 and 2.
-struct Desk : fabric::host::ServiceOutlet
+struct Desk : fabric::host::ClientSender
 {
     Desk()
     {

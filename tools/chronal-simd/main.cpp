@@ -27,10 +27,10 @@
 #include <fabric-host/ServiceHost.h>
 
 #include "Clock.h"
+#include "FaultInjector.h"
 #include "LineLog.h"
 #include "ParsedOption.h"
 #include "Protocol.h"
-#include "Rehearsal.h"
 #include "SocketText.h"
 #include "StandardStreams.h"
 #include "TimeService.h"
@@ -224,9 +224,9 @@ void serve(const Settings& settings)
     TimeService service(settings.service, clock ? *clock : systemClock());
     LineLog log(STDOUT_FILENO, [](const std::string& why) { complain("standard output: " + why); });
     const auto writeLine = [&](const std::string& line) { log.write(line); };
-    Rehearsal rehearsal(service, settings.faults,
-                        settings.verbose ? Rehearsal::Log(writeLine) : Rehearsal::Log());
-    fabric::host::ServiceHost host(rehearsal);
+    FaultInjector injector(service, settings.faults,
+                           settings.verbose ? FaultInjector::Log(writeLine) : FaultInjector::Log());
+    fabric::host::ServiceHost host(injector);
     const SignalThread signals(host);
     host.listen(socket);
     writeLine("listening on " + printable(socket));

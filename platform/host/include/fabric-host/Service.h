@@ -16,7 +16,7 @@ namespace host {
 typedef std::uint32_t ClientId;
 
 /// The road from a service to its clients. Called on the service's thread only.
-class ServiceOutlet
+class ClientSender
 {
 public:
     /// Sends a reply or notification to one client and destroys the event. The event's ids travel
@@ -30,7 +30,7 @@ public:
     virtual void drop(ClientId client, int reason) = 0;
 
 protected:
-    ~ServiceOutlet() {}
+    ~ClientSender() {}
 };
 
 /// A service that the host platform can make reachable. All its operations are called on one
@@ -48,7 +48,7 @@ public:
     virtual const MessageCatalogue& catalogue() const = 0;
 
     /// The outlet stays valid until the service is destroyed. Called once, first.
-    virtual void start(ServiceOutlet& outlet) = 0;
+    virtual void start(ClientSender& outlet) = 0;
 
     virtual void clientConnected(ClientId client) = 0;
     virtual void clientDisconnected(ClientId client) = 0;

@@ -8,9 +8,9 @@ namespace fabric::host {
 /// Levels of the host platform's own debug lines.
 enum LogLevel : std::uint32_t
 {
-    logTrouble = 3000,
-    logInformation = 4000,
-    logEveryMessage = 5000
+    logError = 3000,
+    logInfo = 4000,
+    logMessage = 5000
 };
 
 /// Writes a debug line of the host platform's category, 204, if the level is wanted. Any thread;

@@ -51,7 +51,7 @@ void ClientList::detachLeaving()
             return;
         const Entry entry = *found;
         entries_.erase(found);
-        if (entry.told)
+        if (entry.notified)
             call(lock, *entry.client,
                  [](ClientInterface& client) { client.onServiceDisconnected(0); });
         left_.notify_all();
@@ -87,8 +87,8 @@ void ClientList::detachAll()
 
 void ClientList::reportUp()
 {
-    standing_ = true;
-    reportStanding();
+    connected_ = true;
+    reportToNewClients();
 }
 
 void ClientList::reportFailed(int error)
@@ -99,14 +99,14 @@ void ClientList::reportFailed(int error)
 
 void ClientList::reportDown(int reason)
 {
-    standing_ = false;
+    connected_ = false;
     reportEach(true, false,
                [reason](ClientInterface& client) { client.onServiceDisconnected(reason); });
 }
 
-void ClientList::reportStanding()
+void ClientList::reportToNewClients()
 {
-    if (standing_)
+    if (connected_)
         reportEach(false, true, [](ClientInterface& client) { client.onServiceConnected(); });
 }
 
@@ -117,14 +117,14 @@ void ClientList::reportEach(bool from, bool to, Report report)
     const std::uint64_t last = lastSerial_; // clients that are attached meanwhile come later
     std::uint64_t serial = 0;
     const auto isNext = [&](const Entry& each) {
-        return each.serial > serial && each.serial <= last && each.told == from;
+        return each.serial > serial && each.serial <= last && each.notified == from;
     };
     for (;;) {
         const auto found = std::find_if(entries_.begin(), entries_.end(), isNext);
         if (found == entries_.end())
             return;
         serial = found->serial;
-        found->told = to;
+        found->notified = to;
         call(lock, *found->client, report);
     }
 }
@@ -136,8 +136,7 @@ void ClientList::call(std::unique_lock<std::mutex>& lock, ClientInterface& clien
     const char* const name = typeid(client).name();
     const auto reportException = [&](const char* what) {
         ++exceptions_;
-        log(logTrouble, "fabric-host: exception out of a connection report to %s: %s\n", name,
-            what);
+        log(logError, "fabric-host: exception out of a connection report to %s: %s\n", name, what);
     };
     const Running here = {&client, running_};
     running_ = &here;

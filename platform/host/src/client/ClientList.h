@@ -18,7 +18,7 @@ namespace fabric::host {
 class ClientList
 {
 public:
-    /// Any thread; ignores a client that is in the list. reportStanding() has to follow on the
+    /// Any thread; ignores a client that is in the list. reportToNewClients() has to follow on the
     /// dispatch thread. Throws std::bad_alloc; the list is unchanged then.
     void attach(ClientInterface& client);
 
@@ -41,7 +41,7 @@ public:
     void reportDown(int reason);
 
     /// Tells the clients that were attached to a connection that stands already.
-    void reportStanding();
+    void reportToNewClients();
 
     /// Out of reports, so far. Any thread.
     std::uint64_t exceptions() const noexcept { return exceptions_; }
@@ -51,7 +51,7 @@ private:
     {
         ClientInterface* client;
         std::uint64_t serial; // ascending, so that a list that changes can be walked
-        bool told;            // that the connection stands
+        bool notified;        // that the connection stands
         bool leaving;         // is being detached
     };
     using Entries = std::vector<Entry>;
@@ -67,7 +67,7 @@ private:
     Entries::iterator find(const ClientInterface& client) noexcept;
     bool isRunning(const ClientInterface& client) const noexcept;
 
-    /// Calls `report` with each client whose `told` is `from`, having made it `to`.
+    /// Calls `report` with each client whose `notified` is `from`, having made it `to`.
     template <typename Report>
     void reportEach(bool from, bool to, Report report);
 
@@ -81,7 +81,7 @@ private:
     std::uint64_t lastSerial_ = 0;
     const Running* running_ = nullptr; // the innermost
     bool ended_ = false;
-    bool standing_ = false; // dispatch thread only
+    bool connected_ = false; // dispatch thread only
     std::atomic<std::size_t> exceptions_{0};
 };
 

@@ -114,7 +114,7 @@ bool HandlerRegistry::invoke(int id, const EventHandler& handler, const Event& e
                            // A handler that is gone may have taken its object along, which only its
                            // class name needs.
                            const bool there = isRegistered(id);
-                           log(logTrouble, "fabric-host: exception out of %s::%s: %s\n",
+                           log(logError, "fabric-host: exception out of %s::%s: %s\n",
                                there ? caller.getClassName().c_str() : "(removed)",
                                caller.getMethodName().c_str(), what);
                        });

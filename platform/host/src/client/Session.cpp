@@ -86,7 +86,7 @@ private:
     class Service;
 
     /// What other threads want of the loop. A later wish replaces the one that it makes obsolete.
-    struct Wishes
+    struct Requests
     {
         bool close = false;
         bool open = false; ///< after closing
@@ -98,7 +98,7 @@ private:
     void linkDown(int reason) override;
     bool frameReceived(FrameView frame) override;
 
-    void carryOutWishes();
+    void handleRequests();
     void openLink();
     void closeLink();
     void reportDown(int reason);
@@ -133,10 +133,10 @@ private:
     bool lost_ = false;   // opened, but down since linkDown()
     int openError_ = 0;   // why it could not even be opened
 
-    std::mutex wishesMutex_;
-    Wishes wishes_;                   // guarded by the mutex
+    std::mutex requestsMutex_;
+    Requests requests_;               // guarded by the mutex
     std::atomic<bool> closed_{false}; // by disconnect(), until the link comes up again
-    LoopTask carryOutWishes_{loop_, [this] { carryOutWishes(); }};
+    LoopTask handleRequests_{loop_, [this] { handleRequests(); }};
 
 public:
     // Behind what they use.
@@ -207,17 +207,17 @@ Session::Impl::Impl(std::unique_ptr<Link> link, const MessageCatalogue& catalogu
 Session::Impl::~Impl()
 {
     {
-        const std::lock_guard<std::mutex> lock(wishesMutex_);
-        wishes_.end = true;
+        const std::lock_guard<std::mutex> lock(requestsMutex_);
+        requests_.end = true;
     }
-    carryOutWishes_.schedule();
+    handleRequests_.schedule();
     dispatcher_.join();
 }
 
 void Session::Impl::attach(ClientInterface& client)
 {
     clients_.attach(client);
-    carryOutWishes_.schedule();
+    handleRequests_.schedule();
 }
 
 void Session::Impl::detach(ClientInterface& client)
@@ -226,46 +226,46 @@ void Session::Impl::detach(ClientInterface& client)
         return;
     if (onDispatchThread())
         return clients_.detachLeaving();
-    carryOutWishes_.schedule();
+    handleRequests_.schedule();
     clients_.awaitDetached(client);
 }
 
 void Session::Impl::connect() noexcept
 {
     {
-        const std::lock_guard<std::mutex> lock(wishesMutex_);
-        wishes_.open = true;
+        const std::lock_guard<std::mutex> lock(requestsMutex_);
+        requests_.open = true;
     }
-    carryOutWishes_.schedule();
+    handleRequests_.schedule();
 }
 
 void Session::Impl::disconnect() noexcept
 {
     {
-        const std::lock_guard<std::mutex> lock(wishesMutex_);
-        wishes_.close = true;
-        wishes_.open = false;
+        const std::lock_guard<std::mutex> lock(requestsMutex_);
+        requests_.close = true;
+        requests_.open = false;
         closed_ = true;
     }
-    carryOutWishes_.schedule();
+    handleRequests_.schedule();
 }
 
-void Session::Impl::carryOutWishes()
+void Session::Impl::handleRequests()
 {
-    Wishes wishes;
+    Requests requests;
     {
-        const std::lock_guard<std::mutex> lock(wishesMutex_);
-        wishes = std::exchange(wishes_, Wishes());
+        const std::lock_guard<std::mutex> lock(requestsMutex_);
+        requests = std::exchange(requests_, Requests());
     }
-    clients_.reportStanding();
-    if (wishes.close || wishes.end)
+    clients_.reportToNewClients();
+    if (requests.close || requests.end)
         closeLink();
-    if (wishes.open && !wishes.end) {
+    if (requests.open && !requests.end) {
         openError_ = 0;
         openLink();
     }
     clients_.detachLeaving();
-    if (wishes.end) {
+    if (requests.end) {
         clients_.detachAll();
         loop_.stop();
     }
@@ -320,7 +320,7 @@ int Session::Impl::sendEvent(MsgIds& ids, int flags,
     try {
         const std::string fault = commandFault(flags, event.get());
         if (!fault.empty()) {
-            log(logTrouble, "fabric-host: message not sent: %s\n", fault.c_str());
+            log(logError, "fabric-host: message not sent: %s\n", fault.c_str());
             return -EINVAL;
         }
         event->ids = {originId_, nextNumber(lastMessageId_)};
@@ -348,7 +348,7 @@ int Session::Impl::encodeAndSend(MsgIds& ids, const SerializableMessageEvent& ev
     FrameBytes frame;
     std::string reason;
     if (const int error = encodeFrame(event, catalogue_, frame, reason)) {
-        log(logTrouble, "fabric-host: message not sent: %s\n", reason.c_str());
+        log(logError, "fabric-host: message not sent: %s\n", reason.c_str());
         return error;
     }
     // Both before it goes, since the reply may arrive before send() returns.
@@ -359,7 +359,7 @@ int Session::Impl::encodeAndSend(MsgIds& ids, const SerializableMessageEvent& ev
         --framesSent_;
         return error;
     }
-    log(logEveryMessage, "fabric-host: message %u sent: resource %u, operation %u\n",
+    log(logMessage, "fabric-host: message %u sent: resource %u, operation %u\n",
         event.ids.messageId, event.meta.resourceId, event.meta.operationId);
     return 0;
 }
@@ -368,17 +368,17 @@ void Session::Impl::linkUp()
 {
     lost_ = false;
     {
-        const std::lock_guard<std::mutex> lock(wishesMutex_);
-        if (!wishes_.close)
+        const std::lock_guard<std::mutex> lock(requestsMutex_);
+        if (!requests_.close)
             closed_ = false;
     }
-    log(logInformation, "fabric-host: connected\n");
+    log(logInfo, "fabric-host: connected\n");
     clients_.reportUp();
 }
 
 void Session::Impl::linkFailed(int error)
 {
-    log(logTrouble, "fabric-host: not connected: %s\n", std::strerror(error));
+    log(logError, "fabric-host: not connected: %s\n", std::strerror(error));
     clients_.reportFailed(error);
 }
 
@@ -390,8 +390,7 @@ void Session::Impl::linkDown(int reason)
 
 void Session::Impl::reportDown(int reason)
 {
-    log(logInformation, "fabric-host: disconnected: %s\n",
-        reason ? std::strerror(reason) : "closed");
+    log(logInfo, "fabric-host: disconnected: %s\n", reason ? std::strerror(reason) : "closed");
     clients_.reportDown(reason);
 }
 
@@ -418,7 +417,7 @@ void Session::Impl::dispatch()
     // Whatever an exception interrupts is lost; the loop goes on.
     while (!loop_.stopped())
         callGuarded(handleEvent, [](const char* what) {
-            log(logTrouble, "fabric-host: exception in a session's loop: %s\n", what);
+            log(logError, "fabric-host: exception in a session's loop: %s\n", what);
         });
 }
 
@@ -447,7 +446,7 @@ bool Session::Impl::deliver(FrameView frame)
     handlerExceptions_ += delivery.exceptions;
     if (delivery.handlers == 0)
         ++messagesUnhandled_;
-    log(logEveryMessage,
+    log(logMessage,
         "fabric-host: message received for %zu handlers: resource %u, operation %u, kind %u\n",
         delivery.handlers, event->meta.resourceId, event->meta.operationId,
         unsigned{event->meta.kind});
@@ -458,7 +457,7 @@ bool Session::Impl::deliver(FrameView frame)
 bool Session::Impl::refuseFrame(const char* reason) noexcept
 {
     ++framesRefused_;
-    log(logTrouble, "fabric-host: frame from the service refused: %s\n", reason);
+    log(logError, "fabric-host: frame from the service refused: %s\n", reason);
     return false;
 }
 

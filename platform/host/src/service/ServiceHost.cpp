@@ -22,7 +22,7 @@
 #include "../base/Log.h"
 #include "../base/LoopTask.h"
 #include "../base/LoopTimer.h"
-#include "../base/RateLimit.h"
+#include "../base/RateLimitedLog.h"
 #include "../transport/MemoryStream.h"
 #include "../transport/SocketListener.h"
 #include "../transport/SocketStream.h"
@@ -55,7 +55,7 @@ constexpr std::size_t usualFrame = 4096;
 
 } // namespace
 
-class ServiceHost::Impl final : private ServiceOutlet
+class ServiceHost::Impl final : private ClientSender
 {
 public:
     explicit Impl(Service& service) : service_(service) {}
@@ -84,7 +84,7 @@ private:
     void send(ClientId client, std::unique_ptr<SerializableMessageEvent> event) override;
     void drop(ClientId client, int reason) override { drop(client, reason, "by the service"); }
 
-    void takeOffers();
+    void acceptPending();
     void welcome(std::shared_ptr<FrameStream> stream);
     bool receive(ClientId client, FrameView frame);
     bool handle(ClientId client, FrameView frame);
@@ -92,7 +92,7 @@ private:
     void drop(ClientId client, int reason, const char* why);
     void ended(ClientId client, int reason);
     FrameStream* remove(ClientId client);
-    void tellGone();
+    void reportDisconnected();
     void runDue();
     bool holdNotifiers();
     void finish();
@@ -109,17 +109,18 @@ private:
     asio::executor_work_guard<asio::io_context::executor_type> work_{loop_.get_executor()};
     std::shared_ptr<SocketListener> listener_;
 
-    std::mutex offersMutex_;
-    std::vector<std::shared_ptr<FrameStream>> offers_; // connections; guarded by the mutex
-    bool ended_ = false;                               // also: the loop runs no more
+    std::mutex pendingMutex_;
+    std::vector<std::shared_ptr<FrameStream>> pending_; // connections; guarded by the mutex
+    bool ended_ = false;                                // also: the loop runs no more
 
     std::map<ClientId, std::unique_ptr<Client>> clients_;
-    std::map<ClientId, std::unique_ptr<Client>> gone_; // the service has not heard of it yet
+    std::map<ClientId, std::unique_ptr<Client>>
+        disconnected_; // the service has not heard of it yet
     ClientId lastClient_ = 0;
     ClientId commanding_ = 0;              // sender of the command in progress
     Service::TimePoint heldUntil_ = never; // some client, unless read earlier
     FrameBytes outgoing_;                  // its memory serves one frame after the other
-    RateLimit complaints_;
+    RateLimitedLog errorLog_;
     std::atomic<int> stops_{0}; // how often the host has been told
     bool finishing_ = false;
 
@@ -127,8 +128,8 @@ private:
     std::optional<LoopTimer> due_;
     std::optional<LoopTimer> linger_;
     Service::TimePoint untimed_ = never; // to be waited for without a timer
-    LoopTask tellGone_{loop_, [this] { tellGone(); }};
-    LoopTask takeOffers_{loop_, [this] { takeOffers(); }};
+    LoopTask reportDisconnected_{loop_, [this] { reportDisconnected(); }};
+    LoopTask acceptPending_{loop_, [this] { acceptPending(); }};
     LoopTask stop_{loop_, [this] { finish(); }};
     std::thread thread_; // last: it uses everything above
 };
@@ -218,7 +219,7 @@ void ServiceHost::Impl::run()
     // Whatever an exception interrupts has been reported and is lost; the loop goes on.
     while (!loop_.stopped())
         callGuarded(handleEvent, [this](const char* what) {
-            complaints_.log("exception in a service's loop", what);
+            errorLog_.log("exception in a service's loop", what);
         });
     end();
 }
@@ -227,11 +228,11 @@ void ServiceHost::Impl::run()
 void ServiceHost::Impl::end()
 {
     {
-        const std::lock_guard<std::mutex> lock(offersMutex_);
+        const std::lock_guard<std::mutex> lock(pendingMutex_);
         ended_ = true;
-        for (const std::shared_ptr<FrameStream>& stream : offers_)
+        for (const std::shared_ptr<FrameStream>& stream : pending_)
             stream->close(ECONNREFUSED);
-        offers_.clear();
+        pending_.clear();
     }
     clients_.clear();
 }
@@ -239,25 +240,25 @@ void ServiceHost::Impl::end()
 std::shared_ptr<FrameStream> ServiceHost::Impl::connect(asio::io_context& clientLoop)
 {
     const auto [client, service] = MemoryStream::newPair(clientLoop, loop_);
-    const std::lock_guard<std::mutex> lock(offersMutex_);
+    const std::lock_guard<std::mutex> lock(pendingMutex_);
     if (ended_)
         throw std::system_error(ECONNREFUSED, std::generic_category(), "the service has ended");
-    offers_.push_back(service);
-    takeOffers_.schedule();
+    pending_.push_back(service);
+    acceptPending_.schedule();
     return client;
 }
 
-void ServiceHost::Impl::takeOffers()
+void ServiceHost::Impl::acceptPending()
 {
     std::vector<std::shared_ptr<FrameStream>> offers;
     {
-        const std::lock_guard<std::mutex> lock(offersMutex_);
-        offers.swap(offers_);
+        const std::lock_guard<std::mutex> lock(pendingMutex_);
+        offers.swap(pending_);
     }
     for (const std::shared_ptr<FrameStream>& stream : offers)
         callGuarded([&] { welcome(stream); },
                     [&](const char* what) {
-                        complaints_.log("client lost", what);
+                        errorLog_.log("client lost", what);
                         stream->close(ENOMEM);
                     });
 }
@@ -267,7 +268,7 @@ void ServiceHost::Impl::welcome(std::shared_ptr<FrameStream> stream)
     if (finishing_)
         return stream->close(0);
     if (clients_.size() >= maxClients) {
-        complaints_.log("client refused", "there are 256 already");
+        errorLog_.log("client refused", "there are 256 already");
         return stream->close(ECONNREFUSED);
     }
     const ClientId id = ++lastClient_;
@@ -300,7 +301,7 @@ bool ServiceHost::Impl::handle(ClientId client, FrameView frame)
         return refuse(client, reason.c_str());
     if (command->meta.kind != kindCommand)
         return refuse(client, "not a command");
-    log(logEveryMessage, "fabric-host: command of client %u: resource %u, operation %u\n", client,
+    log(logMessage, "fabric-host: command of client %u: resource %u, operation %u\n", client,
         command->meta.resourceId, command->meta.operationId);
     commanding_ = client;
     const int error =
@@ -315,7 +316,7 @@ bool ServiceHost::Impl::handle(ClientId client, FrameView frame)
 bool ServiceHost::Impl::refuse(ClientId client, const char* reason)
 {
     ++framesRefused_;
-    log(logTrouble, "fabric-host: frame of client %u refused: %s\n", client, reason);
+    log(logError, "fabric-host: frame of client %u refused: %s\n", client, reason);
     return false;
 }
 
@@ -334,7 +335,7 @@ void ServiceHost::Impl::send(ClientId client, std::unique_ptr<SerializableMessag
     if (!callGuarded(encode, [](const char*) {}))
         return drop(client, ENOMEM, "out of memory");
     if (!reason.empty()) {
-        log(logTrouble, "fabric-host: message of the service not sent: %s\n", reason.c_str());
+        log(logError, "fabric-host: message of the service not sent: %s\n", reason.c_str());
         return;
     }
     const auto sender = client == commanding_ ? clients_.end() : clients_.find(commanding_);
@@ -355,14 +356,14 @@ void ServiceHost::Impl::drop(ClientId client, int reason, const char* why)
     if (!stream)
         return;
     ++clientsDropped_;
-    log(logTrouble, "fabric-host: client %u dropped: %s\n", client, why);
+    log(logError, "fabric-host: client %u dropped: %s\n", client, why);
     stream->close(reason);
 }
 
 void ServiceHost::Impl::ended(ClientId client, int reason)
 {
-    log(reason == ENOMEM ? logTrouble : logInformation, "fabric-host: client %u disconnected: %s\n",
-        client, reason ? std::strerror(reason) : "closed");
+    log(reason == ENOMEM ? logError : logInfo, "fabric-host: client %u disconnected: %s\n", client,
+        reason ? std::strerror(reason) : "closed");
     remove(client);
 }
 
@@ -374,15 +375,15 @@ FrameStream* ServiceHost::Impl::remove(ClientId client)
     if (node.empty())
         return nullptr;
     FrameStream& stream = node.mapped()->stream();
-    gone_.insert(std::move(node));
-    tellGone_.schedule();
+    disconnected_.insert(std::move(node));
+    reportDisconnected_.schedule();
     return &stream;
 }
 
-void ServiceHost::Impl::tellGone()
+void ServiceHost::Impl::reportDisconnected()
 {
-    while (!gone_.empty()) {
-        const auto node = gone_.extract(gone_.begin());
+    while (!disconnected_.empty()) {
+        const auto node = disconnected_.extract(disconnected_.begin());
         callService("clientDisconnected", [&] { service_.clientDisconnected(node.key()); });
     }
     runDue();
@@ -406,7 +407,7 @@ void ServiceHost::Impl::runDue()
         due_->expireAt(next);
     };
     const bool timed =
-        callGuarded(set, [this](const char* what) { complaints_.log("service not timed", what); });
+        callGuarded(set, [this](const char* what) { errorLog_.log("service not timed", what); });
     untimed_ = timed ? never : Service::TimePoint::clock::now() + retryAfter;
 }
 
@@ -439,7 +440,7 @@ void ServiceHost::Impl::finish()
     };
     if (!callGuarded(linger, [](const char*) {}))
         return loop_.stop();
-    tellGone_.schedule();
+    reportDisconnected_.schedule();
 }
 
 /// Calls the service. Returns 0, or an error number for an exception, which has been reported.
@@ -449,7 +450,7 @@ int ServiceHost::Impl::callService(const char* operation, Call call)
     int error = 0;
     callGuarded(call, [&](const char* what) {
         error = currentError(ECANCELED);
-        log(logTrouble, "fabric-host: exception out of the service's %s: %s\n", operation, what);
+        log(logError, "fabric-host: exception out of the service's %s: %s\n", operation, what);
     });
     return error;
 }

@@ -44,7 +44,7 @@ void FrameStream::takeTurn()
     }
 }
 
-void FrameStream::handOver()
+void FrameStream::deliverReceived()
 {
     // What is held is at most what was taken from a full queue, and another one.
     FrameView frame = {nullptr, 0};

@@ -81,7 +81,7 @@ public:
     virtual std::size_t drain() = 0;
 
     /// Hands over all that has arrived by now, before close().
-    void handOver();
+    void deliverReceived();
 
     /// Ends the connection without a report here. `reason` is for the other end, if the transport
     /// can tell it.

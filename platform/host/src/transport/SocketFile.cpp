@@ -40,10 +40,10 @@ constexpr std::chrono::milliseconds lockRetry(10);
 /// of its own beside the socket: a directory can be locked by anybody who may read it. Without
 /// effect where a file that is not such a lock has the name: only this user's services have to
 /// agree.
-class PlaceLock
+class PathLock
 {
 public:
-    explicit PlaceLock(const std::string& socket) : name_(socket + ".lock")
+    explicit PathLock(const std::string& socket) : name_(socket + ".lock")
     {
         const auto deadline = std::chrono::steady_clock::now() + longestLock;
         while (const int error = acquire()) {
@@ -55,7 +55,7 @@ public:
             std::this_thread::sleep_for(lockRetry);
         }
     }
-    ~PlaceLock()
+    ~PathLock()
     {
         if (file_ < 0)
             return;
@@ -63,8 +63,8 @@ public:
         ::close(file_);
     }
 
-    PlaceLock(const PlaceLock&) = delete;
-    PlaceLock& operator=(const PlaceLock&) = delete;
+    PathLock(const PathLock&) = delete;
+    PathLock& operator=(const PathLock&) = delete;
 
 private:
     /// 0, or an error number: EWOULDBLOCK while another service holds the lock.
@@ -134,8 +134,8 @@ SocketFile::SocketFile(const std::string& path, Protocol::acceptor& acceptor) : 
         fail(name_, "the path of a socket has at most " + std::to_string(longestSocketPath) +
                         " characters");
 
-    const PlaceLock lock(name_);
-    clearPlace();
+    const PathLock lock(name_);
+    removeStale();
     if (const int failure = openSocket(acceptor))
         fail(name_, failure);
     // The file gets the mode of the socket, so nobody else can open it at any time.
@@ -164,7 +164,7 @@ int SocketFile::listen(Protocol::acceptor& acceptor)
     return error.value();
 }
 
-void SocketFile::clearPlace() const
+void SocketFile::removeStale() const
 {
     struct stat found = {};
     if (::lstat(name_.c_str(), &found) != 0) {

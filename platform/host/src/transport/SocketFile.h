@@ -29,7 +29,7 @@ public:
     SocketFile& operator=(const SocketFile&) = delete;
 
 private:
-    void clearPlace() const;
+    void removeStale() const;
     int listen(boost::asio::local::stream_protocol::acceptor& acceptor);
 
     const std::string name_;

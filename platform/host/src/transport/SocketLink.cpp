@@ -109,7 +109,7 @@ bool SocketLink::isTrusted(int socket) const
         return false;
     if (service.uid == ::geteuid() || service.uid == 0 || service.uid == trustedUser_)
         return true;
-    log(logTrouble, "fabric-host: the service at %s runs as user %u, which is not trusted\n",
+    log(logError, "fabric-host: the service at %s runs as user %u, which is not trusted\n",
         path_.c_str(), unsigned{service.uid});
     return false;
 }

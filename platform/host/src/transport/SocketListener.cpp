@@ -61,7 +61,7 @@ void SocketListener::accept()
         owned = true;
         accepted_(std::move(socket));
     };
-    callGuarded(welcome, [this](const char* what) { complaints_.log("client lost", what); });
+    callGuarded(welcome, [this](const char* what) { errorLog_.log("client lost", what); });
     if (!owned)
         ::close(descriptor);
     awaitConnection();
@@ -72,7 +72,7 @@ void SocketListener::failed(int error)
     // The connection may be gone again by the time it is accepted.
     if (error == EAGAIN || error == EINTR || error == ECONNABORTED)
         return awaitConnection();
-    complaints_.log("no client accepted", std::strerror(error));
+    errorLog_.log("no client accepted", std::strerror(error));
     retry_.expireAfter(retryAfter);
 }
 

@@ -9,7 +9,7 @@
 #include <boost/asio/local/stream_protocol.hpp>
 
 #include "../base/LoopTimer.h"
-#include "../base/RateLimit.h"
+#include "../base/RateLimitedLog.h"
 #include "SocketFile.h"
 
 namespace fabric::host {
@@ -45,7 +45,7 @@ private:
     std::unique_ptr<SocketFile> file_;
     OperationMemory memory_;
     LoopTimer retry_;
-    RateLimit complaints_;
+    RateLimitedLog errorLog_;
 };
 
 } // namespace fabric::host

@@ -22,9 +22,9 @@ void StreamLink::close()
     const std::shared_ptr<FrameStream> stream = exchange(nullptr);
     if (!stream)
         return;
-    stream->handOver();
+    stream->deliverReceived();
     if (const std::size_t unsent = stream->drain())
-        log(logTrouble, "fabric-host: %zu messages not sent before the connection was closed\n",
+        log(logError, "fabric-host: %zu messages not sent before the connection was closed\n",
             unsent);
     stream->close(0);
 }

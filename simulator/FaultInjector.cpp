@@ -1,4 +1,4 @@
-#include "Rehearsal.h"
+#include "FaultInjector.h"
 
 #include <cerrno>
 #include <new>
@@ -17,7 +17,7 @@ std::string named(fabric::host::ClientId client) { return "client " + std::to_st
 
 /// Calls `text` for a line. Without memory for it there is another line in its place.
 template <class Text>
-void Rehearsal::note(Text text) const noexcept
+void FaultInjector::note(Text text) const noexcept
 {
     if (!log_)
         return;
@@ -29,34 +29,38 @@ void Rehearsal::note(Text text) const noexcept
     log_(line);
 }
 
-Rehearsal::Rehearsal(fabric::host::Service& rehearsedService, const Faults& wanted, Log sink)
-    : service_(rehearsedService), faults_(wanted), log_(std::move(sink))
+FaultInjector::FaultInjector(fabric::host::Service& service, const Faults& wanted, Log sink)
+    : service_(service), faults_(wanted), log_(std::move(sink))
 {
 }
 
-const fabric::host::MessageCatalogue& Rehearsal::catalogue() const { return service_.catalogue(); }
-
-void Rehearsal::start(fabric::host::ServiceOutlet& serviceOutlet)
+const fabric::host::MessageCatalogue& FaultInjector::catalogue() const
 {
-    outlet_ = &serviceOutlet;
+    return service_.catalogue();
+}
+
+void FaultInjector::start(fabric::host::ClientSender& outlet)
+{
+    outlet_ = &outlet;
     service_.start(*this);
 }
 
-void Rehearsal::clientConnected(ClientId client)
+void FaultInjector::clientConnected(ClientId client)
 {
     note([=] { return named(client) + " connected"; });
     commands_[client] = 0;
     service_.clientConnected(client);
 }
 
-void Rehearsal::clientDisconnected(ClientId client)
+void FaultInjector::clientDisconnected(ClientId client)
 {
     note([=] { return named(client) + " disconnected"; });
     commands_.erase(client);
     service_.clientDisconnected(client);
 }
 
-void Rehearsal::commandReceived(ClientId client, const fabric::SerializableMessageEvent& command)
+void FaultInjector::commandReceived(ClientId client,
+                                    const fabric::SerializableMessageEvent& command)
 {
     note([&] { return named(client) + " -> " + messageText(command); });
     if (isRefused(command))
@@ -67,23 +71,23 @@ void Rehearsal::commandReceived(ClientId client, const fabric::SerializableMessa
         outlet_->drop(client, ECONNRESET);
 }
 
-Rehearsal::TimePoint Rehearsal::runDue() { return service_.runDue(); }
+FaultInjector::TimePoint FaultInjector::runDue() { return service_.runDue(); }
 
-void Rehearsal::send(ClientId client, std::unique_ptr<fabric::SerializableMessageEvent> event)
+void FaultInjector::send(ClientId client, std::unique_ptr<fabric::SerializableMessageEvent> event)
 {
     note([&] { return named(client) + " <- " + messageText(*event); });
     outlet_->send(client, std::move(event));
 }
 
-void Rehearsal::drop(ClientId client, int reason) { outlet_->drop(client, reason); }
+void FaultInjector::drop(ClientId client, int reason) { outlet_->drop(client, reason); }
 
-bool Rehearsal::isRefused(const fabric::SerializableMessageEvent& command) const
+bool FaultInjector::isRefused(const fabric::SerializableMessageEvent& command) const
 {
     const char* const name = nameOf(command);
     return name && faults_.refused.count(name) != 0;
 }
 
-void Rehearsal::refuse(ClientId client, const fabric::SerializableMessageEvent& command)
+void FaultInjector::refuse(ClientId client, const fabric::SerializableMessageEvent& command)
 {
     const Content result =
         compose(replyResult, [](chronalMsgReplyResult_t& record) { record.result = -EACCES; });

@@ -1,5 +1,5 @@
-#ifndef FABRIC_HOST_RATE_LIMIT_H
-#define FABRIC_HOST_RATE_LIMIT_H
+#ifndef FABRIC_HOST_RATE_LIMITED_LOG_H
+#define FABRIC_HOST_RATE_LIMITED_LOG_H
 
 #include <chrono>
 #include <cstddef>
@@ -10,7 +10,7 @@ namespace fabric::host {
 
 /// Writes about trouble that may go on: at most one line a second, with the number of those that
 /// were left out. For one thread.
-class RateLimit
+class RateLimitedLog
 {
 public:
     void log(const char* subject, const char* detail) noexcept
@@ -21,7 +21,7 @@ public:
             return;
         }
         next_ = now + std::chrono::seconds(1);
-        host::log(logTrouble, "fabric-host: %s: %s (lines left out before: %zu)\n", subject, detail,
+        host::log(logError, "fabric-host: %s: %s (lines left out before: %zu)\n", subject, detail,
                   leftOut_);
         leftOut_ = 0;
     }

@@ -1,5 +1,5 @@
-#ifndef CHRONAL_SIM_REHEARSAL_H
-#define CHRONAL_SIM_REHEARSAL_H
+#ifndef CHRONAL_SIM_FAULT_INJECTOR_H
+#define CHRONAL_SIM_FAULT_INJECTOR_H
 
 #include <cstddef>
 #include <functional>
@@ -20,17 +20,17 @@ struct Faults
 
 /// A service with faults, to rehearse what its clients do about them, and with a line for every
 /// message.
-class Rehearsal final : public fabric::host::Service, private fabric::host::ServiceOutlet
+class FaultInjector final : public fabric::host::Service, private fabric::host::ClientSender
 {
 public:
     /// Does not throw.
     using Log = std::function<void(const std::string& line)>;
 
-    /// `rehearsedService` outlives this one. An empty `log` costs nothing.
-    Rehearsal(fabric::host::Service& rehearsedService, const Faults& faults, Log log);
+    /// `service` outlives this one. An empty `log` costs nothing.
+    FaultInjector(fabric::host::Service& service, const Faults& faults, Log log);
 
     const fabric::host::MessageCatalogue& catalogue() const override;
-    void start(fabric::host::ServiceOutlet& outlet) override;
+    void start(fabric::host::ClientSender& outlet) override;
     void clientConnected(fabric::host::ClientId client) override;
     void clientDisconnected(fabric::host::ClientId client) override;
     void commandReceived(fabric::host::ClientId client,
@@ -51,7 +51,7 @@ private:
     fabric::host::Service& service_;
     const Faults faults_;
     const Log log_;
-    fabric::host::ServiceOutlet* outlet_ = nullptr;
+    fabric::host::ClientSender* outlet_ = nullptr;
     std::map<ClientId, std::size_t> commands_; ///< received of each client that is connected
 };
 
