@@ -1,58 +1,50 @@
 #include "../library/CommandRows.h"
-#include "../library/Desk.h"
 #include "../support/NullMiddleware.h"
 
 #include <cstdlib>
+#include <cstring>
 #include <new>
-#include <set>
+#include <string>
 
-// This program contains the library's own object files, linked so that their allocations come here.
-// Each allocation of each command fails once; nothing may be lost then.
+#include <gtest/gtest.h>
+
+// This program is linked from the library's object files, so that their allocations come here.
 
 namespace {
 
-int allocationsUntilFailure = -1; ///< negative: none fails
-std::set<void*> outstanding;      ///< blocks that the library has and nobody has freed
 bool watching = false;
+int untilFailure = 0; ///< the number of allocations that succeed before one fails
+int outstanding = 0;  ///< the number of blocks that have not been freed
 
-bool failsNow()
-{
-    return watching && allocationsUntilFailure >= 0 && allocationsUntilFailure-- == 0;
-}
-
-void* noted(void* block)
-{
-    if (watching) {
-        watching = false; // the set allocates for itself
-        outstanding.insert(block);
-        watching = true;
-    }
-    return block;
-}
-
-void forget(void* block)
-{
-    if (watching) {
-        watching = false;
-        outstanding.erase(block);
-        watching = true;
-    }
-}
-
-/// Watches allocations while it lives.
+/// Makes one allocation fail, and counts blocks, while it lives.
 class Watch
 {
 public:
     explicit Watch(int allocationThatFails)
     {
-        allocationsUntilFailure = allocationThatFails;
-        outstanding.clear();
+        untilFailure = allocationThatFails;
+        outstanding = 0;
         watching = true;
     }
     ~Watch() { watching = false; }
-    Watch(const Watch&) = delete;
-    Watch& operator=(const Watch&) = delete;
 };
+
+/// Counts an allocation. Returns whether it succeeds.
+bool allocated()
+{
+    if (!watching)
+        return true;
+    if (untilFailure-- == 0)
+        return false;
+    ++outstanding;
+    return true;
+}
+
+void freed(const void* block)
+{
+    if (watching && block)
+        --outstanding;
+}
 
 } // namespace
 
@@ -61,37 +53,32 @@ extern "C" {
 void* __real_malloc(std::size_t size);
 void* __real_calloc(std::size_t count, std::size_t size);
 void __real_free(void* block);
-void* __wrap_malloc(std::size_t size);
-void* __wrap_calloc(std::size_t count, std::size_t size);
-void __wrap_free(void* block);
 
-void* __wrap_malloc(std::size_t size) { return failsNow() ? nullptr : noted(__real_malloc(size)); }
+void* __wrap_malloc(std::size_t size) { return allocated() ? __real_malloc(size) : nullptr; }
 
 void* __wrap_calloc(std::size_t count, std::size_t size)
 {
-    return failsNow() ? nullptr : noted(__real_calloc(count, size));
+    return allocated() ? __real_calloc(count, size) : nullptr;
 }
 
 void __wrap_free(void* block)
 {
-    forget(block);
+    freed(block);
     __real_free(block);
 }
 }
 
 void* operator new(std::size_t size)
 {
-    if (failsNow())
-        throw std::bad_alloc();
-    void* const block = __real_malloc(size);
+    void* const block = allocated() ? __real_malloc(size) : nullptr;
     if (!block)
         throw std::bad_alloc();
-    return noted(block);
+    return block;
 }
 
 void operator delete(void* block) noexcept
 {
-    forget(block);
+    freed(block);
     __real_free(block);
 }
 
@@ -99,94 +86,97 @@ void operator delete(void* block, std::size_t) noexcept { ::operator delete(bloc
 
 namespace {
 
-class CountingApplication : public desk::NullApplication
+/// Overrides nothing.
+class Adapter : public chronal::UserAdapter
 {
 public:
-    using NullApplication::NullApplication;
-    int sendEvent(fabric::MsgIds& ids, int flags, fabric::SerializableMessageEvent* event) override
-    {
-        ++sent;
-        return NullApplication::sendEvent(ids, flags, event);
-    }
-
-    int sent = 0;
+    using UserAdapter::UserAdapter;
 };
 
 class Allocation : public ::testing::Test
 {
 protected:
-    fabric::StateHolder holder;
-    desk::NullComponent component;
-    CountingApplication application{holder};
-    desk::NullService service;
-    desk::BareAdapter adapter{application, component};
-    fabric::MsgIds ids = {};
+    /// The allocations of a command: record, owner, reference count, event, characters.
+    static int allocationsOf(const CommandRow& row)
+    {
+        return std::string(row.values).find(':') == std::string::npos ? 4 : 5;
+    }
+
+    fabric::StateHolder holder_;
+    desk::NullComponent component_;
+    desk::NullApplication application_{holder_};
+    desk::NullService service_;
+    Adapter adapter_{application_, component_};
+    fabric::MsgIds ids_ = {};
 };
 
 TEST_F(Allocation, ThatFailsLosesNothingInAnyCommand)
 {
-    adapter.setServiceInterface(&service);
+    adapter_.setServiceInterface(&service_);
     for (const CommandRow& row : commandRows) {
-        SCOPED_TRACE(row.name);
-        // Record, owner, reference count and event; the characters of a string.
-        const bool holdsString = std::string(row.values).find(':') != std::string::npos;
-        const int allocations = holdsString ? 5 : 4;
-        row.send(adapter, ids); // from here on the platform knows where the record's strings are
-        for (int failing = 0; failing < allocations; ++failing) {
-            application.sent = 0;
-            bool threw = false;
-            {
-                const Watch watch(failing);
-                try {
-                    row.send(adapter, ids);
-                } catch (const std::bad_alloc&) {
-                    threw = true;
-                }
-            }
-            EXPECT_TRUE(threw) << failing;
-            EXPECT_EQ(application.sent, 0) << failing;
-            EXPECT_EQ(outstanding.size(), 0U) << failing;
+        for (int failing = 0; failing < allocationsOf(row); ++failing) {
+            const Watch watch(failing);
+            EXPECT_THROW(row.send(adapter_, ids_), std::bad_alloc) << row.name << failing;
+            EXPECT_EQ(outstanding, 0) << row.name << failing;
         }
-        {
-            const Watch watch(allocations);
-            row.send(adapter, ids);
-        }
-        EXPECT_EQ(application.sent, 1) << "needs no further allocation";
-        EXPECT_EQ(outstanding.size(), 0U);
     }
+}
+
+TEST_F(Allocation, IsMadeNoMoreOftenThanACommandNeeds)
+{
+    adapter_.setServiceInterface(&service_);
+    for (const CommandRow& row : commandRows) {
+        const Watch watch(allocationsOf(row));
+        EXPECT_NO_THROW(row.send(adapter_, ids_)) << row.name;
+    }
+}
+
+TEST_F(Allocation, IsNotMadeWithoutAServiceInterface)
+{
+    for (const CommandRow& row : commandRows) {
+        const Watch watch(0);
+        EXPECT_NO_THROW(row.send(adapter_, ids_)) << row.name;
+    }
+}
+
+TEST_F(Allocation, IsNotMadeForTheRegistrations)
+{
+    adapter_.setServiceInterface(&service_);
+    for (int connection = 0; connection < 3; ++connection)
+        adapter_.onServiceConnected(); // afterwards the set of ids has room for another twelve
+    const Watch watch(0);
+    EXPECT_NO_THROW(adapter_.onServiceConnected());
 }
 
 TEST_F(Allocation, ThatFailsInAReceiverThrowsWithoutAnOverrideToo)
 {
-    const auto data = fabric::SerializableMessageData::create(
-        sizeof(chronalMsgTimezone_t), __nub_EndianTable_chronalMsgTimezone_t);
+    const nubEndianTable_t& table = __nub_EndianTable_chronalMsgTimezone_t;
+    const auto data = fabric::SerializableMessageData::create(table.size, table);
     nubDeserString_t& zone = static_cast<chronalMsgTimezone_t*>(data->payload)->timezone;
-    zone.length = 64; // more than std::string holds in itself
+    zone.length = 64; // more than a std::string holds in itself
     zone.chars = static_cast<char*>(std::calloc(1, zone.length + 1));
     const fabric::SerializableMessageEvent event({}, {}, data);
-    {
+    for (const auto receiver :
+         {&Adapter::callReplyTimezoneInfo, &Adapter::callNotifyTimezoneChange}) {
         const Watch watch(0);
-        EXPECT_THROW(adapter.callReplyTimezoneInfo(event), std::bad_alloc);
+        EXPECT_THROW((adapter_.*receiver)(event), std::bad_alloc);
+        EXPECT_EQ(data.use_count(), 2);
     }
-    EXPECT_EQ(data.use_count(), 2);
 }
 
-TEST_F(Allocation, IsNoneWithoutAServiceInterface)
+// The string only claims to be that long: its length is changed where libstdc++ keeps it.
+TEST_F(Allocation, IsRefusedForAStringOf4GiB)
 {
-    for (const CommandRow& row : commandRows) {
-        const Watch watch(0);
-        EXPECT_NO_THROW(row.send(adapter, ids)) << row.name;
-    }
-    EXPECT_EQ(application.sent, 0);
-}
-
-TEST_F(Allocation, IsNoneForTheRegistrations)
-{
-    adapter.setServiceInterface(&service);
-    for (int connection = 0; connection < 3; ++connection)
-        adapter.onServiceConnected(); // afterwards the set of ids has room for another twelve
-    const Watch watch(0);
-    EXPECT_NO_THROW(adapter.onServiceConnected());
+    if (sizeof(std::size_t) == 4)
+        GTEST_SKIP() << "no string is that long";
+    adapter_.setServiceInterface(&service_);
+    std::string zone;
+    const auto setLength = [&](std::uint64_t length) {
+        std::memcpy(reinterpret_cast<char*>(&zone) + sizeof(void*), &length, sizeof(length));
+    };
+    setLength(std::uint64_t{1} << 32);
+    EXPECT_THROW(adapter_.cmdTimezoneSet(ids_, zone), std::bad_alloc);
+    setLength(0);
 }
 
 } // namespace
