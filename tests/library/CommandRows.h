@@ -9,7 +9,7 @@
 #include <chronal/MessageRecords.h>
 #include <chronal/UserAdapter.h>
 
-/// One call of a command, and everything that it has to bring about.
+/// One call of a command, and the message that it has to send.
 struct CommandRow
 {
     const char* name;
@@ -17,9 +17,8 @@ struct CommandRow
     std::uint32_t resourceId;
     std::uint32_t operationId;
     const nubEndianTable_t* table;
-    const char* values; ///< of the record's members, in the order of its table
-    const char* frame;  ///< on the wire, in hexadecimal, its component and message ids zero
-    const char* information = nullptr; ///< the debug line
+    const char* values;         ///< of the record's members, in the order of its table
+    const char* line = nullptr; ///< the debug line
 };
 
 /// The padding of every time that a row passes to a command.

@@ -1,166 +1,157 @@
+#include "../support/NullMiddleware.h"
 #include "CommandRows.h"
 #include "Desk.h"
 
+#include <algorithm>
 #include <cstring>
+#include <sstream>
+#include <thread>
 
 namespace {
 
-using desk::adapterLine;
-using desk::BareAdapter;
-using desk::DebugLines;
-using fabric::MsgIds;
-using fabric::SerializableMessageEvent;
-using ::testing::_;
 using ::testing::ElementsAre;
-using ::testing::InSequence;
-using ::testing::Ref;
-using ::testing::Return;
+using ::testing::IsEmpty;
 
-std::string textOf(const nubDeserString_t& field)
-{
-    if (!field.chars)
-        return "null";
-    EXPECT_EQ(field.chars[field.length], '\0');
-    std::string characters(field.chars, field.length);
-    for (char& character : characters)
-        character = character ? character : '.';
-    return std::to_string(field.length) + ':' + characters;
-}
-
+/// Replaces a member of a record by zeros, its padding too.
 template <typename Value>
-Value take(unsigned char* bytes)
+Value take(unsigned char* member)
 {
     Value value;
-    std::memcpy(&value, bytes, sizeof(value));
-    std::memset(bytes, 0, sizeof(value));
+    std::memcpy(&value, member, sizeof(value));
+    std::memset(member, 0, sizeof(value));
     return value;
 }
 
-/// The members of a record in the order of its table. What is left of `bytes` is padding; a time
-/// has taken its own along if it is a caller's.
-std::string valuesOf(std::vector<unsigned char>& bytes, const nubEndianTable_t& table)
+/// The length and the characters, with a dot for each NUL.
+std::string textOf(const nubDeserString_t& string)
 {
-    std::string values;
+    if (!string.chars)
+        return "null";
+    std::string characters(string.chars, string.length + 1);
+    std::replace(characters.begin(), characters.end(), '\0', '.');
+    return std::to_string(string.length) + ':' + characters;
+}
+
+/// Takes the members out of a record, in the order of its table, and leaves the padding, except
+/// that of a caller's time.
+std::string takeValues(unsigned char* record, const nubEndianTable_t& table)
+{
+    std::ostringstream values;
     for (const nubEndianEntry_t* entry = table.entries; entry->code != 0; ++entry) {
-        unsigned char* const at = bytes.data() + (entry->code & 0xffff);
-        values += values.empty() ? "" : " ";
-        if (entry->code >> 16 == 4)
-            values += std::to_string(take<std::int32_t>(at));
-        else if (entry->argument.table == &__nub_EndianTable_nubDeserString_t) {
-            values += textOf(take<nubDeserString_t>(at));
+        unsigned char* const member = record + (entry->code & 0xffff);
+        values << (entry == table.entries ? "" : " ");
+        if (entry->code >> 16 == 4) {
+            values << take<std::int32_t>(member);
+        } else if (entry->argument.table == &__nub_EndianTable_nubOsalTime_t) {
+            const nubOsalTime_struct time = {take<std::int64_t>(member),
+                                             take<std::int32_t>(member + 8)};
+            values << desk::text(time);
+            EXPECT_EQ(take<std::uint32_t>(member + 12), time.seconds ? paddingOfCaller : 0);
         } else {
-            const auto seconds = take<std::int64_t>(at);
-            values += desk::text({seconds, take<std::int32_t>(at + 8)});
-            EXPECT_EQ(take<std::uint32_t>(at + 12), seconds != 0 ? paddingOfCaller : 0) << values;
+            values << textOf(take<nubDeserString_t>(member));
         }
     }
-    return values;
+    return values.str();
 }
 
-class Command : public ::testing::TestWithParam<CommandRow>, public desk::Desk<BareAdapter>
+class Command : public ::testing::TestWithParam<CommandRow>, protected desk::Desk<desk::BareAdapter>
 {
 protected:
-    MsgIds ids = {1, 2};
-    DebugLines debug;
-
-    void attach() { adapter.setServiceInterface(&service); }
     void send() { GetParam().send(adapter, ids); }
+
+    /// The note of a debug line of this command.
+    std::string line(const std::string& code, const std::string& message) const
+    {
+        return code + ' ' + GetParam().name + "(): " + message;
+    }
+
+    /// Expects the notes of one message, and nothing else.
+    void expectOneMessage()
+    {
+        const CommandRow& row = GetParam();
+        const fabric::MsgMeta identity = {500, row.resourceId, row.operationId, 0};
+        std::vector<std::string> notes = {"getServiceId", "sendEvent " + desk::text(identity) +
+                                                              ", flags 0, from -1 77"};
+        if (row.line && journal.linesWanted)
+            notes.insert(notes.begin(), line("cb0fa0", row.line));
+        EXPECT_EQ(journal.take(), notes);
+    }
 };
 
-TEST_P(Command, SendsItsRecordUnderItsIdentity)
+TEST_P(Command, SendsOneMessage)
 {
-    const CommandRow& row = GetParam();
-    std::unique_ptr<SerializableMessageEvent> event;
-    std::size_t linesBeforeServiceId = 99;
     attach();
-    {
-        InSequence inOrder;
-        EXPECT_CALL(service, getServiceId).WillOnce([&] {
-            linesBeforeServiceId = debug.lines.size();
-            return std::uint32_t(serviceId);
-        });
-        EXPECT_CALL(application, sendEvent(Ref(ids), 0, _))
-            .WillOnce([&](MsgIds&, int, SerializableMessageEvent* sent) {
-                EXPECT_EQ(sent->data.use_count(), 2);
-                event.reset(sent);
-                return 0;
-            });
-    }
     send();
+    expectOneMessage();
+}
 
-    ASSERT_TRUE(event);
-    EXPECT_EQ(event->meta.serviceId, std::uint32_t(serviceId));
-    EXPECT_EQ(event->meta.resourceId, row.resourceId);
-    EXPECT_EQ(event->meta.operationId, row.operationId);
-    EXPECT_EQ(event->meta.kind, 0);
-    EXPECT_EQ(event->sender.node, -1);
-    EXPECT_EQ(event->sender.componentId, std::uint32_t(componentId));
-    EXPECT_EQ(ids, (MsgIds{1, 2}));
-
-    ASSERT_EQ(event->data.use_count(), 1);
-    EXPECT_EQ(event->data->releaseWord, 0U);
-    ASSERT_EQ(event->data->endianTable, row.table);
-    const auto* const record = static_cast<unsigned char*>(event->data->payload);
-    std::vector<unsigned char> bytes(record, record + row.table->size);
-    EXPECT_EQ(valuesOf(bytes, *row.table), row.values);
+TEST_P(Command, SendsItsRecord)
+{
+    attach();
+    send();
+    ASSERT_EQ(application.sent->data.use_count(), 1);
+    const fabric::SerializableMessageData& data = *application.sent->data;
+    EXPECT_EQ(data.releaseWord, 0U);
+    ASSERT_EQ(data.endianTable, GetParam().table);
+    const auto* const record = static_cast<unsigned char*>(data.payload);
+    std::vector<unsigned char> bytes(record, record + data.endianTable->size);
+    EXPECT_EQ(takeValues(bytes.data(), *data.endianTable), GetParam().values);
     EXPECT_EQ(bytes, std::vector<unsigned char>(bytes.size())) << "other padding is zero";
-
-    if (row.information)
-        EXPECT_THAT(debug.lines, ElementsAre(adapterLine("cb0fa0", row.name, row.information)));
-    else
-        EXPECT_THAT(debug.lines, ElementsAre());
-    EXPECT_EQ(linesBeforeServiceId, debug.lines.size());
 }
 
-TEST_P(Command, WritesOneLineAndCallsNothingWithoutAServiceInterface)
-{
-    send();
-    EXPECT_THAT(debug.lines,
-                ElementsAre(adapterLine("cb0bb8", GetParam().name,
-                                        "Unable to send command, not yet connected.")));
-}
-
-TEST_P(Command, LeavesTheEventToAMiddlewareThatFails)
+TEST_P(Command, PassesTheIdsOnUntouched)
 {
     attach();
-    std::unique_ptr<SerializableMessageEvent> event;
-    EXPECT_CALL(service, getServiceId);
-    EXPECT_CALL(application, sendEvent).WillOnce([&](MsgIds&, int, SerializableMessageEvent* sent) {
-        event.reset(sent);
-        return -3;
-    });
     send();
-    EXPECT_EQ(event->data.use_count(), 1);
-    EXPECT_THAT(debug.lines.back(),
-                adapterLine("cb0bb8", GetParam().name, "Error sending message event: -3."));
+    EXPECT_EQ(application.sentIds, &ids);
+    EXPECT_EQ(ids, (fabric::MsgIds{1, 2}));
 }
 
-TEST_P(Command, WritesNothingWhenNoLineIsEnabled)
+TEST_P(Command, IsRefusedWithoutAServiceInterface)
 {
-    fabric::host::setDebugSwitches("");
     send();
+    EXPECT_THAT(journal.take(),
+                ElementsAre(line("cb0bb8", "Unable to send command, not yet connected.")));
+}
+
+TEST_P(Command, ReportsANegativeResult)
+{
     attach();
-    EXPECT_CALL(service, getServiceId);
-    EXPECT_CALL(application, sendEvent).WillOnce([](MsgIds&, int, SerializableMessageEvent* sent) {
-        delete sent;
-        return -1;
-    });
+    application.result = -3;
     send();
-    EXPECT_THAT(debug.lines, ElementsAre());
+    EXPECT_EQ(journal.take().back(), line("cb0bb8", "Error sending message event: -3."));
+    EXPECT_EQ(application.sent->data.use_count(), 1) << "the event stays the middleware's";
+}
+
+TEST_P(Command, DoesNotReportAPositiveResult)
+{
+    attach();
+    application.result = 1;
+    send();
+    expectOneMessage();
+}
+
+TEST_P(Command, WritesNoUnwantedLine)
+{
+    journal.linesWanted = false;
+    application.result = -3;
+    send();
+    EXPECT_THAT(journal.take(), IsEmpty());
+    attach();
+    send();
+    expectOneMessage();
 }
 
 TEST_P(Command, PassesOnWhatTheMiddlewareThrows)
 {
     attach();
-    EXPECT_CALL(service, getServiceId).WillOnce([]() -> std::uint32_t { throw 1; });
-    EXPECT_THROW(send(), int);
-    EXPECT_CALL(service, getServiceId).WillOnce(Return(3));
-    EXPECT_CALL(application, sendEvent)
-        .WillOnce([](MsgIds&, int, SerializableMessageEvent* sent) -> int {
-            delete sent;
-            throw 2;
-        });
-    EXPECT_THROW(send(), int);
+    for (const char* const thrower : {"getServiceId", "sendEvent"}) {
+        journal.onNote = [&](const std::string& call) {
+            if (call.find(thrower) == 0)
+                throw thrower;
+        };
+        EXPECT_THROW(send(), const char*);
+    }
 }
 
 std::string nameOf(const ::testing::TestParamInfo<CommandRow>& info)
@@ -169,5 +160,24 @@ std::string nameOf(const ::testing::TestParamInfo<CommandRow>& info)
 }
 
 INSTANTIATE_TEST_SUITE_P(All, Command, ::testing::ValuesIn(commandRows), nameOf);
+
+// For the thread sanitizer.
+TEST(Commands, MayBeSentByManyThreads)
+{
+    fabric::StateHolder holder;
+    desk::NullApplication application(holder);
+    desk::NullComponent component;
+    desk::NullService service;
+    desk::BareAdapter adapter(application, component);
+    adapter.setServiceInterface(&service);
+    const auto sendAll = [&] {
+        fabric::MsgIds ids = {};
+        for (const CommandRow& row : commandRows)
+            row.send(adapter, ids);
+    };
+    std::thread other(sendAll);
+    sendAll();
+    other.join();
+}
 
 } // namespace

@@ -1,9 +1,7 @@
 #ifndef TESTS_LIBRARY_DESK_H
 #define TESTS_LIBRARY_DESK_H
 
-#include <algorithm>
 #include <cstdint>
-#include <fstream>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -14,123 +12,106 @@
 
 #include <chronal/MessageRecords.h>
 #include <chronal/UserAdapter.h>
-#include <fabric-host/DebugSink.h>
 
-// What the tests of the library put around an adapter: a mocked middleware, an adapter that writes
-// down its callbacks, and the debug lines as they come.
+#include "Journal.h"
 
 namespace desk {
 
-class MockComponent : public fabric::AbstractComponent
+constexpr std::uint32_t componentId = 77;
+constexpr int firstHandlerId = -5; ///< so that negative ids and 0 are among those of a connection
+
+class Application : public fabric::AbstractApplication
 {
 public:
-    explicit MockComponent(std::uint32_t id) : AbstractComponent(id) {}
-    MOCK_METHOD(int, addEventHandler, (const fabric::MsgMeta&, int, const fabric::EventHandler&),
-                (override));
-    MOCK_METHOD(void, removeEventHandler, (int), (override));
+    using AbstractApplication::AbstractApplication;
+
+    int addEventHandler(const fabric::MsgMeta& key, int flags,
+                        const fabric::EventHandler& handler) override
+    {
+        return add("application ", key, flags, handler);
+    }
+    int sendEvent(fabric::MsgIds& ids, int flags, fabric::SerializableMessageEvent* event) override
+    {
+        sent.reset(event);
+        sentIds = &ids;
+        Journal::note("sendEvent " + text(event->meta) + ", flags " + std::to_string(flags) +
+                      ", from " + std::to_string(event->sender.node) + ' ' +
+                      std::to_string(event->sender.componentId));
+        return result;
+    }
+    int add(const std::string& where, const fabric::MsgMeta& key, int flags,
+            const fabric::EventHandler& handler)
+    {
+        Journal::note(where + text(key) + ", flags " + std::to_string(flags));
+        handlers.push_back(handler);
+        return firstHandlerId - 1 + static_cast<int>(handlers.size());
+    }
+
+    std::vector<fabric::EventHandler> handlers;             ///< its own and its component's
+    std::unique_ptr<fabric::SerializableMessageEvent> sent; ///< the last one
+    const fabric::MsgIds* sentIds = nullptr;
+    int result = 0; ///< of sendEvent()
 };
 
-class MockApplication : public fabric::AbstractApplication
+class Component : public fabric::AbstractComponent
 {
 public:
-    explicit MockApplication(fabric::StateHolder& holder) : AbstractApplication(holder) {}
-    MOCK_METHOD(int, addEventHandler, (const fabric::MsgMeta&, int, const fabric::EventHandler&),
-                (override));
-    MOCK_METHOD(int, sendEvent, (fabric::MsgIds&, int, fabric::SerializableMessageEvent*),
-                (override));
+    explicit Component(Application& owner) : AbstractComponent(desk::componentId), owner_(owner) {}
+    int addEventHandler(const fabric::MsgMeta& key, int flags,
+                        const fabric::EventHandler& handler) override
+    {
+        return owner_.add("component ", key, flags, handler);
+    }
+    void removeEventHandler(int id) override { Journal::note("remove " + std::to_string(id)); }
+
+private:
+    Application& owner_;
 };
 
-class MockService : public fabric::ServiceInterface
+class Service : public fabric::ServiceInterface
 {
 public:
-    MOCK_METHOD(std::uint32_t, getServiceId, (), (override));
+    explicit Service(std::uint32_t id) : nextId_(id) {}
+    std::uint32_t getServiceId() override
+    {
+        Journal::note("getServiceId");
+        return nextId_++; // another one each time, as after a restart
+    }
+
+private:
+    std::uint32_t nextId_;
 };
 
-inline std::string text(const nubOsalTime_struct& time)
-{
-    std::ostringstream out;
-    out << '{' << time.seconds << ' ' << time.microseconds << '}';
-    return out.str();
-}
-
-/// Overrides nothing: what an application gets that is interested in nothing.
+/// Overrides no callback.
 class BareAdapter : public chronal::UserAdapter
 {
 public:
     using UserAdapter::UserAdapter;
 };
 
-/// Writes down each callback with its arguments.
+/// Notes each callback with its arguments.
 class RecordingAdapter : public chronal::UserAdapter
 {
 public:
     using UserAdapter::UserAdapter;
 
-    std::vector<std::string> calls;
-
-protected:
-    using Ids = fabric::MsgIds;
-    using Time = nubOsalTime_struct;
-    using Source = chronal::ReferenceTimeId;
-
-    void onReplyResult(const Ids& ids, int result) override { note("onReplyResult", ids, result); }
-    void onReplyTimeRefInfo(const Ids& ids, const Time& deviation, const Time& utc,
-                            const Time& local, const Source& source, bool flag, int value) override
-    {
-        note("onReplyTimeRefInfo", ids, deviation, utc, local, source.id, flag, value);
-    }
-    void onNotifyCurrentTime(const Ids& ids, const Time& deviation, const Time& utc,
-                             const Time& local, int flag, int value) override
-    {
-        note("onNotifyCurrentTime", ids, deviation, utc, local, flag, value);
-    }
-    void onNotifyDeviationChange(const Ids& ids, const Time& deviation, const Time& utc,
-                                 const Time& local) override
-    {
-        note("onNotifyDeviationChange", ids, deviation, utc, local);
-    }
-    void onNotifyTimezoneChange(const Ids& ids, const std::string& zone, const Time& time) override
-    {
-        note("onNotifyTimezoneChange", ids, zone, time);
-    }
-    void onReplyTimeRefAt(const Ids& ids, const Time& utc, const Time& local,
-                          const Source& source) override
-    {
-        note("onReplyTimeRefAt", ids, utc, local, source.id);
-    }
-    void onReplyTimeAt(const Ids& ids, const Time& utc, const Time& local) override
-    {
-        note("onReplyTimeAt", ids, utc, local);
-    }
-    void onReplyUtcDeviationInfo(const Ids& ids, const Time& deviation, const Time& utc,
-                                 const Time& local, const Source& source) override
-    {
-        note("onReplyUtcDeviationInfo", ids, deviation, utc, local, source.id);
-    }
-    void onReplyDateTimeSettingsInfo(const Ids& ids, const Time& time0, const Time& time1,
-                                     const Time& time2, const Time& time3, const Time& time4,
-                                     const int& value, const std::string& server, const bool& flag1,
-                                     const bool& flag2, const bool& sync) override
-    {
-        note("onReplyDateTimeSettingsInfo", ids, time0, time1, time2, time3, time4, value, server,
-             flag1, flag2, sync);
-    }
-    void onReplyTimezoneInfo(const Ids& ids, const std::string& zone, const Time& time) override
-    {
-        note("onReplyTimezoneInfo", ids, zone, time);
-    }
-    void onNotifyDtvTimeChange(const Ids& ids, const Time& time) override
-    {
-        note("onNotifyDtvTimeChange", ids, time);
-    }
-    void onNotifyDSTChange(const Ids& ids, int dst) override
-    {
-        note("onNotifyDSTChange", ids, dst);
-    }
+    std::vector<std::string> calls; ///< those of all threads, unlike the journal's
+    const fabric::MsgIds* lastIds = nullptr;
 
 private:
-    static std::string show(const Time& time) { return text(time); }
-    static std::string show(const std::string& characters) { return '"' + characters + '"'; }
+    using Ids = const fabric::MsgIds&;
+    using Time = const nubOsalTime_struct&;
+    using Source = const chronal::ReferenceTimeId&;
+    using Text = const std::string&;
+
+    static std::string show(Time time) { return text(time); }
+    static std::string show(Text characters)
+    {
+        std::string shown = "\"";
+        for (const char each : characters)
+            shown += each ? std::string(1, each) : "\\0";
+        return shown + '"';
+    }
     static std::string show(bool truth) { return truth ? "true" : "false"; }
     static std::string show(int number) { return std::to_string(number); }
     static std::string show(chronal::referenceTimeId_enum source)
@@ -139,83 +120,59 @@ private:
     }
 
     template <typename... Arguments>
-    void note(const char* callback, const Ids& ids, const Arguments&... arguments)
+    void note(const char* callback, Ids ids, const Arguments&... arguments)
     {
         std::ostringstream out;
-        out << callback << " [" << ids.originId << '/' << ids.messageId << ']';
+        out << callback;
         (void)(out << ... << (' ' + show(arguments)));
         calls.push_back(out.str());
+        lastIds = &ids;
+        Journal::note(out.str());
     }
+
+protected:
+#define NOTES(callback, parameters, ...)                                                           \
+    void callback parameters override { note(#callback, ids, __VA_ARGS__); }
+    // clang-format off
+    NOTES(onReplyResult, (Ids ids, int result), result)
+    NOTES(onReplyTimeRefInfo, (Ids ids, Time deviation, Time utc, Time local, Source source,
+                               bool flag, int value),
+          deviation, utc, local, source.id, flag, value)
+    NOTES(onNotifyCurrentTime, (Ids ids, Time deviation, Time utc, Time local, int flag, int value),
+          deviation, utc, local, flag, value)
+    NOTES(onNotifyDeviationChange, (Ids ids, Time deviation, Time utc, Time local),
+          deviation, utc, local)
+    NOTES(onNotifyTimezoneChange, (Ids ids, Text zone, Time time), zone, time)
+    NOTES(onReplyTimeRefAt, (Ids ids, Time utc, Time local, Source source), utc, local, source.id)
+    NOTES(onReplyTimeAt, (Ids ids, Time utc, Time local), utc, local)
+    NOTES(onReplyUtcDeviationInfo, (Ids ids, Time deviation, Time utc, Time local, Source source),
+          deviation, utc, local, source.id)
+    NOTES(onReplyDateTimeSettingsInfo, (Ids ids, Time time0, Time time1, Time time2, Time time3,
+                                        Time time4, const int& value, Text server,
+                                        const bool& flag1, const bool& flag2, const bool& sync),
+          time0, time1, time2, time3, time4, value, server, flag1, flag2, sync)
+    NOTES(onReplyTimezoneInfo, (Ids ids, Text zone, Time time), zone, time)
+    NOTES(onNotifyDtvTimeChange, (Ids ids, Time time), time)
+    NOTES(onNotifyDSTChange, (Ids ids, int dst), dst)
+    // clang-format on
+#undef NOTES
 };
 
-/// All debug lines, as long as it lives, as "code text".
-class DebugLines
-{
-public:
-    DebugLines()
-    {
-        fabric::host::setDebugSwitches("*:65535");
-        fabric::host::setDebugSink([this](std::uint32_t code, const std::string& line) {
-            std::ostringstream out;
-            out << std::hex << code << ' ' << line;
-            lines.push_back(out.str());
-        });
-    }
-    ~DebugLines()
-    {
-        fabric::host::setDebugSink(nullptr);
-        fabric::host::setDebugSwitches("");
-    }
-    DebugLines(const DebugLines&) = delete;
-    DebugLines& operator=(const DebugLines&) = delete;
-
-    std::vector<std::string> lines;
-};
-
-/// The statement of the adapter's source that covers the line whose number a debug line carries.
-inline std::string statementOf(const std::string& debugLine)
-{
-    std::ifstream source(ADAPTER_SOURCE);
-    std::string statement;
-    std::string line;
-    for (int left = std::stoi(debugLine.substr(debugLine.find(':') + 1)); left > 0; --left) {
-        if (line.find_first_of(";{}") != std::string::npos)
-            statement.clear();
-        std::getline(source, line);
-        statement += line;
-    }
-    while (line.find(';') == std::string::npos && std::getline(source, line))
-        statement += line;
-    return statement.substr(std::min(statement.size(), statement.find_first_not_of(' ')));
-}
-
-/// Matches a line of the adapter: code, function name, text up to its number, and the number. Its
-/// line number is one of the statement that writes it.
-inline ::testing::Matcher<std::string>
-adapterLine(const std::string& code, const std::string& function, const std::string& message)
-{
-    using namespace ::testing;
-    const std::string words = message.substr(0, message.find_first_of("-0123456789"));
-    return AllOf(MatchesRegex(code + " api-chronal-service-adapter:[1-9][0-9]*:" + function +
-                              "\\(\\): " + message + "\n"),
-                 ResultOf(statementOf, AllOf(StartsWith("nubDebugOutput0("),
-                                             HasSubstr("%s:%d:%s(): " + words))));
-}
-
-/// A mocked middleware around one adapter.
+/// An adapter with a middleware that notes each call.
 template <typename Adapter>
 struct Desk
 {
-    static constexpr std::uint32_t serviceId = 0xC0FFEE;
-    static constexpr std::uint32_t componentId = 77;
-
     fabric::StateHolder holder;
-    ::testing::StrictMock<MockApplication> application{holder};
-    ::testing::StrictMock<MockComponent> component{componentId};
-    ::testing::StrictMock<MockService> service;
+    Journal journal{&holder.mutex};
+    Application application{holder};
+    Component component{application};
+    Service service{500};
     Adapter adapter{application, component};
+    fabric::MsgIds ids = {1, 2};
 
-    Desk() { ON_CALL(service, getServiceId).WillByDefault(::testing::Return(serviceId)); }
+    ~Desk() { journal.onNote = nullptr; } // it may refer to variables of the test
+
+    void attach() { adapter.setServiceInterface(&service); }
 };
 
 } // namespace desk

@@ -1,81 +1,62 @@
 #include "Desk.h"
-#include "Interposed.h"
 
 #include <cstring>
 #include <memory>
 
 namespace {
 
-using fabric::Event;
+using desk::releaseNote;
 using fabric::EventHandler;
 using fabric::SerializableMessageData;
 using fabric::SerializableMessageEvent;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
 
-constexpr std::size_t word = sizeof(void*);
+constexpr fabric::MsgMeta released = {0xFFFFFFFFU, 0, 0, 0xFF};
+const nubEndianTable_t* const table = &__nub_EndianTable_chronalMsgTimezone_t;
 
-class Envelope : public ::testing::Test
+TEST(Envelope, ReleasesItsPayloadWithTheLastOwner)
 {
-protected:
-    Envelope() { interposed::releases = &releases; }
-    ~Envelope() override { interposed::releases = nullptr; }
-
-    std::vector<interposed::Release> releases;
-};
-
-TEST_F(Envelope, ReleasesItsPayloadThroughTheMiddlewareOnce)
-{
-    const nubEndianTable_t& table = __nub_EndianTable_chronalMsgTimezone_t;
-    auto data = SerializableMessageData::create(sizeof(chronalMsgTimezone_t), table);
-    void* const payload = data->payload;
+    desk::Journal journal;
+    auto data = SerializableMessageData::create(table->size, *table);
+    const void* const payload = data->payload;
     {
         const SerializableMessageEvent event({1, 2, 3, 0}, {-1, 4}, data);
         data.reset();
-        EXPECT_TRUE(releases.empty()) << "the event is an owner too";
+        EXPECT_THAT(journal.take(), IsEmpty());
     }
-    ASSERT_EQ(releases.size(), 1U);
-    const interposed::Release& release = releases[0];
-    EXPECT_EQ(release.word, 0U);
-    EXPECT_EQ(release.release.serviceId, 0xFFFFFFFFU);
-    EXPECT_EQ(release.release.resourceId, 0U);
-    EXPECT_EQ(release.release.operationId, 0U);
-    EXPECT_EQ(release.release.kind, 0xFF);
-    EXPECT_EQ(release.table, &table);
-    EXPECT_EQ(release.payload, payload);
+    EXPECT_THAT(journal.take(), ElementsAre(releaseNote(0, released, table, payload)));
 }
 
-TEST_F(Envelope, ReleasesANullPayloadToo)
+TEST(Envelope, ReleasesANullPayloadToo)
 {
+    desk::Journal journal;
     {
-        const SerializableMessageData data(nullptr, 17, &__nub_EndianTable_chronalCmdDummy_t);
+        const SerializableMessageData data(nullptr, 17, table);
     }
-    ASSERT_EQ(releases.size(), 1U);
-    EXPECT_EQ(releases[0].word, 17U);
-    EXPECT_EQ(releases[0].payload, nullptr);
+    EXPECT_THAT(journal.take(), ElementsAre(releaseNote(17, released, table, nullptr)));
 }
 
-TEST_F(Envelope, OutlivesAMiddlewareThatDestroysTheEventAtOnce)
+TEST(Envelope, OutlivesAMiddlewareThatDestroysTheEventAtOnce)
 {
     desk::Desk<desk::BareAdapter> desk;
-    desk.adapter.setServiceInterface(&desk.service);
-    EXPECT_CALL(desk.service, getServiceId);
-    EXPECT_CALL(desk.application, sendEvent)
-        .WillOnce([this](fabric::MsgIds&, int, SerializableMessageEvent* event) {
-            delete event;
-            EXPECT_TRUE(releases.empty()) << "the command still holds the payload";
-            return 0;
-        });
-    fabric::MsgIds ids = {};
-    desk.adapter.cmdTimezoneSet(ids, "Europe/Berlin");
-    EXPECT_EQ(releases.size(), 1U);
+    desk.attach();
+    const void* payload = nullptr;
+    desk.journal.onNote = [&](const std::string& call) {
+        if (call.find("sendEvent") != 0)
+            return;
+        payload = desk.application.sent->data->payload;
+        desk.application.sent.reset();
+        EXPECT_EQ(desk.journal.take().back(), call) << "there is another owner";
+    };
+    desk.adapter.cmdTimezoneSet(desk.ids, "Europe/Berlin");
+    EXPECT_THAT(desk.journal.take(), ElementsAre(releaseNote(0, released, table, payload)));
 }
 
-// --------------------------------------------------------------------------- handler objects ---
-
-class Target : public desk::BareAdapter
+struct Target
 {
-public:
-    using BareAdapter::BareAdapter;
-
+    virtual ~Target() = default;
     int receive(const SerializableMessageEvent& event)
     {
         received = &event;
@@ -85,64 +66,53 @@ public:
     const SerializableMessageEvent* received = nullptr;
 };
 
-class MoreDerivedTarget : public Target
+struct DerivedTarget : Target
 {
-public:
-    using Target::Target;
 };
 
 class Handler : public ::testing::Test
 {
 protected:
-    ~Handler() override { interposed::symbolsAreUnknown = false; }
-
-    desk::Desk<MoreDerivedTarget> desk;
-    Target* target = &desk.adapter;
-    SerializableMessageEvent event{{}, {}, nullptr};
+    DerivedTarget target_;
+    EventHandler handler_{static_cast<Target*>(&target_), &Target::receive};
+    EventHandler nobodys_{static_cast<Target*>(nullptr), &Target::receive};
+    SerializableMessageEvent event_{{}, {}, nullptr};
 };
 
 TEST_F(Handler, PassesTheEventAndTheResultThrough)
 {
-    const EventHandler handler(target, &Target::receive);
-    EXPECT_EQ(handler.boundCaller().invoke(event), -17);
-    EXPECT_EQ(target->received, &event);
-    EXPECT_EQ(handler.boundCaller().getObject(), target);
+    EXPECT_EQ(handler_.boundCaller().invoke(event_), -17);
+    EXPECT_EQ(target_.received, &event_);
 }
 
 TEST_F(Handler, IsIndependentOfTheOneItIsCopiedFrom)
 {
-    auto original = std::make_unique<EventHandler>(target, &Target::receive);
+    auto original = std::make_unique<EventHandler>(handler_);
     const EventHandler copy(*original);
-    EventHandler assigned(static_cast<Target*>(nullptr), &Target::receive);
+    EventHandler assigned(nobodys_);
     assigned = *original;
     std::memset(static_cast<void*>(original.get()), 0xA5, sizeof(*original));
     ::operator delete(original.release());
 
     for (const EventHandler* handler : {&copy, static_cast<const EventHandler*>(&assigned)}) {
-        target->received = nullptr;
-        const auto* const caller = reinterpret_cast<const char*>(&handler->boundCaller());
-        EXPECT_EQ(caller, reinterpret_cast<const char*>(handler) + 2 * word);
-        EXPECT_EQ(handler->boundCaller().invoke(event), -17);
-        EXPECT_EQ(target->received, &event);
+        EXPECT_EQ(handler->boundCaller().invoke(event_), -17);
+        EXPECT_EQ(handler->boundCaller().getObject(), &target_);
     }
 }
 
-TEST_F(Handler, NamesTheDynamicTypeAndTheMethod)
+TEST_F(Handler, NamesTheDynamicTypeOfItsObject)
 {
-    const EventHandler handler(target, &Target::receive);
-    EXPECT_EQ(handler.boundCaller().getClassName(), typeid(MoreDerivedTarget).name());
-    const EventHandler adapterHandler(static_cast<chronal::UserAdapter*>(target),
-                                      &chronal::UserAdapter::callReplyResult);
-    EXPECT_THAT(adapterHandler.boundCaller().getMethodName(),
-                ::testing::HasSubstr("callReplyResult"));
+    EXPECT_EQ(handler_.boundCaller().getClassName(), typeid(DerivedTarget).name());
+    EXPECT_EQ(nobodys_.boundCaller().getClassName(), "fabric::Arg1Method");
 }
 
-TEST_F(Handler, FallsBackWhenItCannotTellAName)
+TEST_F(Handler, NamesItsMethod)
 {
-    const EventHandler handler(static_cast<Target*>(nullptr), &Target::receive);
-    EXPECT_EQ(handler.boundCaller().getClassName(), "fabric::Arg1Method");
-    EXPECT_EQ(handler.boundCaller().getObject(), nullptr);
-    interposed::symbolsAreUnknown = true;
+    const EventHandler handler(static_cast<chronal::UserAdapter*>(nullptr),
+                               &chronal::UserAdapter::callReplyResult);
+    EXPECT_THAT(handler.boundCaller().getMethodName(), HasSubstr("callReplyResult"));
+    desk::Journal journal;
+    journal.symbolsKnown = false;
     EXPECT_EQ(handler.boundCaller().getMethodName(), "fabric::No name");
 }
 
