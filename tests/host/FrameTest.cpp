@@ -71,7 +71,7 @@ TEST(Frame, MalformedFramesAreRefusedWithTheReason)
         {[](FrameBytes& frame) { frame[19] = 1; }, "reserved bytes are not zero"},
         {[](FrameBytes& frame) { frame[59] = 3; }, "ask: string length past the end"},
         {[](FrameBytes& frame) { frame[56] = 0xff; }, "ask: string length past the end"},
-        {[](FrameBytes& frame) { frame[59] = 1; }, "ask: bytes behind the record"},
+        {[](FrameBytes& frame) { frame[59] = 1; }, "ask: bytes after the record"},
         {[](FrameBytes& frame) { frame.resize(58), frame[3] = 58; }, "ask: body too short"},
     };
     for (const auto& [spoil, expected] : rows) {

@@ -129,7 +129,7 @@ TEST_F(SessionTest, ReportsAndMessagesArriveInOrderAndBadFramesAreRefused)
     EXPECT_THAT(wire->journal.await(4), ElementsAre("open", "close", "open", "close"));
     EXPECT_THAT(lines.await(3),
                 ElementsAre(HasSubstr("not connected"), HasSubstr("shorter than a header"),
-                            HasSubstr("refused: a command")));
+                            HasSubstr("refused: it is a command")));
     EXPECT_EQ(2U, session->counters().framesRefused);
     EXPECT_EQ(2, wire->refusals);
 }

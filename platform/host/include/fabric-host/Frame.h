@@ -12,7 +12,7 @@
 #include <fabric/Export.h>
 #include <fabric/SerializableMessage.h>
 
-/// Messages as they travel. Every number is big-endian, whatever the host.
+/// The wire format of messages. Every number is big-endian, whatever the host.
 ///
 ///      0           4           8          12          16  17  18  20
 ///     +-----------+-----------+-----------+-----------+---+---+-----+
@@ -22,9 +22,9 @@
 ///     +-----------+-----------+-----------+-----------+
 ///     20          24          28          32          36
 ///
-/// `length` counts the whole frame. The body holds what the record's table names, in the table's
-/// order: a scalar as it is, a nested record in its place, a string as its length (32 bits) and
-/// its characters without a NUL. Padding does not travel.
+/// `length` counts the whole frame. The body holds the members that the record's table lists, in
+/// the table's order: a nested record as its members, a string as its 32-bit length followed by
+/// its characters without a NUL. Padding is not sent.
 namespace fabric {
 namespace host {
 
@@ -37,22 +37,22 @@ constexpr bool isFrameLength(std::size_t length) noexcept
     return length >= frameHeaderSize && length <= maxFrameSize;
 }
 
-/// The length that a frame of at least four bytes gives.
+/// Reads the length field of a frame, which must have at least four bytes.
 inline std::size_t lengthOfFrame(const std::uint8_t* start) noexcept
 {
     return boost::endian::load_big_u32(start);
 }
 
-/// Writes a message of the catalogue as a frame. A string without characters travels as an empty
-/// one, whatever its length says. Returns 0, or a negative error number: -EINVAL for an identity
-/// that the catalogue does not have or another record than that identity's, -EMSGSIZE for a message
-/// that is longer than a frame; `reason` then says what was wrong.
+/// Encodes a message of the catalogue into `frame`. A string whose `chars` is null is sent as
+/// empty, whatever its length. Returns 0, or a negative error number with the cause in `reason`:
+/// -EINVAL for an identity that is not in the catalogue or a record that does not belong to it,
+/// -EMSGSIZE for a message over maxFrameSize.
 FABRIC_API int encodeFrame(const SerializableMessageEvent& event, const MessageCatalogue& catalogue,
                            FrameBytes& frame, std::string& reason);
 
-/// Builds the message that a frame holds, in host byte order; each of its strings has `chars`, with
-/// a NUL behind them, an empty one too. Null for a frame that is not valid: `reason` then says what
-/// was wrong. Trusts nothing in the frame, and allocates no more than its size calls for.
+/// Decodes a frame into a message in host byte order. Every string has NUL-terminated `chars`, even
+/// an empty one. Returns null for an invalid frame, with the cause in `reason`. Trusts nothing in
+/// the frame; its allocations are bounded by the sizes of the frame and of its record.
 FABRIC_API std::unique_ptr<SerializableMessageEvent>
 decodeFrame(FrameView frame, const MessageCatalogue& catalogue, std::string& reason);
 

@@ -24,7 +24,7 @@ namespace host {
 /// One encoded message, header included.
 using FrameBytes = std::vector<std::uint8_t>;
 
-/// The bytes of a frame that somebody else keeps.
+/// A non-owning view of a frame's bytes.
 struct FrameView
 {
     FrameView(const std::uint8_t* bytes, std::size_t count) : data(bytes), size(count) {}
@@ -34,58 +34,57 @@ struct FrameView
     std::size_t size;
 };
 
-/// What a link reports to its session, always on the session's loop. The listener does not call
-/// the link from inside, except for send().
+/// Receives a link's reports, always on the session's loop. It must not call the link from inside a
+/// report, except for send().
 class LinkListener
 {
 public:
     virtual void linkUp() = 0;
-    /// Could not be opened: `error` is a positive error number. The link may try again on its own.
+    /// The link could not be opened; `error` is a positive error number. It may retry on its own.
     virtual void linkFailed(int error) = 0;
-    /// Was up and is no more; `reason` is 0 for an orderly close, else an error number. Nothing of
-    /// that connection comes afterwards. The link may come up again on its own.
+    /// The link was up and went down; `reason` is 0 for an orderly close, else an error number. No
+    /// frame of that connection follows. The link may come up again on its own.
     virtual void linkDown(int reason) = 0;
-    /// False refuses the frame, and the link goes down with EBADMSG; with ENOMEM after
-    /// std::bad_alloc. The bytes are valid until the call returns; they need not be a frame at all.
+    /// Returning false refuses the frame and takes the link down with EBADMSG; std::bad_alloc does
+    /// so with ENOMEM. The bytes are unchecked, and valid until the call returns.
     virtual bool frameReceived(FrameView frame) = 0;
 
 protected:
     ~LinkListener() {}
 };
 
-/// The application's end of a connection to a service: carries whole frames and knows nothing of
-/// their contents. This is the seam between the session and a transport.
-///
-/// The session calls everything but send() on its loop.
+/// The client's end of a connection to a service. It carries whole frames without interpreting
+/// them, so that a session works over any transport. The session calls everything except send() on
+/// its loop.
 class FABRIC_API Link
 {
 public:
     virtual ~Link();
 
-    /// Starts to connect; the outcome is reported to `listener`, possibly before this returns. One
-    /// thread runs `loop`. Both outlive the connection. Throws std::bad_alloc or
-    /// std::system_error; the link is not open then.
+    /// Starts connecting and reports the outcome to `listener`, possibly before it returns. One
+    /// thread runs `loop`. Both arguments outlive the connection. Throws std::bad_alloc or
+    /// std::system_error, leaving the link closed.
     virtual void open(boost::asio::io_context& loop, LinkListener& listener) = 0;
 
-    /// Hands over what has been received, lets the service have what is queued, for a second at
-    /// most, and goes down without a report; a debug line tells how many frames were given up.
+    /// Delivers the frames received so far, sends the queued ones for up to a second, and closes
+    /// the connection without a report. A debug line counts the frames that were not sent.
     virtual void close() = 0;
 
-    /// Sends or queues a copy of a frame: 0, or a negative error number (-ENOTCONN, -EAGAIN when
-    /// the queue is full, or whatever else keeps it from going). Never blocks. Any thread.
+    /// Sends or queues a copy of a frame. Returns 0 or a negative error number, for example
+    /// -ENOTCONN, or -EAGAIN when the queue is full. Never blocks. Thread-safe.
     virtual int send(FrameView frame) = 0;
 
-    /// Whether the link tries again on its own after linkFailed() and linkDown(); false here.
+    /// Returns true if the link retries after linkFailed() and linkDown(); false by default.
     virtual bool reconnects() const noexcept;
 };
 
-/// In characters; what the address of a Unix-domain socket has room for.
+/// The longest path of a Unix-domain socket in bytes, without the NUL.
 constexpr std::size_t longestSocketPath = sizeof(sockaddr_un::sun_path) - 1;
 
-/// A link to the service that listens at a Unix-domain socket. From its opening to its closing it
-/// connects whenever the service can be reached, and reports the first of equal failures in a row.
-/// The service has to run as this process's user, as root, or as `trustedUser`; another one fails
-/// with EPERM.
+/// Creates a link to the service that listens at a Unix-domain socket. While open, the link
+/// connects whenever the service is reachable, and reports only the first of consecutive equal
+/// failures. The service must run as this process's user, root or `trustedUser`; otherwise the link
+/// fails with EPERM.
 FABRIC_API std::unique_ptr<Link> newSocketLink(const std::string& path,
                                                uid_t trustedUser = static_cast<uid_t>(-1));
 

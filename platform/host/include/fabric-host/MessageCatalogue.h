@@ -11,49 +11,48 @@
 namespace fabric {
 namespace host {
 
-/// The kinds of a message, as they stand in an identity.
+/// The values of MsgMeta::kind.
 constexpr std::uint8_t kindCommand = 0;
 constexpr std::uint8_t kindNotification = 1;
 constexpr std::uint8_t kindReply = 2;
 
-/// One message that a service and its applications exchange.
+/// Describes one type of message between a service and its clients.
 struct MessageType
 {
     const char* name; ///< for debug lines and logs
     std::uint32_t resourceId;
     std::uint32_t operationId;
     std::uint8_t kind;
-    const nubEndianTable_t* table; ///< the table of its record
+    const nubEndianTable_t* table; ///< describes its record
 };
 
 struct RecordLayout;
 
-/// All messages of one service: it tells the record type of a received frame, and a frame of any
-/// other identity is malformed.
+/// Lists all message types of one service and finds them by identity. A frame of any other identity
+/// is malformed.
 class FABRIC_API MessageCatalogue
 {
 public:
-    /// A service's id, and its `number` messages, which outlive the catalogue. Throws
-    /// std::bad_alloc.
+    /// `messages` has `number` elements and outlives the catalogue. Throws std::bad_alloc.
     MessageCatalogue(std::uint32_t service, const MessageType* messages, std::size_t number);
     ~MessageCatalogue();
 
     MessageCatalogue(const MessageCatalogue&) = delete;
     MessageCatalogue& operator=(const MessageCatalogue&) = delete;
 
-    /// Null for an identity that the service does not have.
+    /// Returns null for an identity that is not in the catalogue.
     const MessageType* find(std::uint32_t resourceId, std::uint32_t operationId,
                             std::uint8_t kind) const noexcept;
 
-    /// For conversion: the layout of the record of one of `types`.
+    /// Returns the record layout of one of `types`, for conversion.
     const RecordLayout& layoutOf(const MessageType& type) const noexcept;
 
-    const std::uint32_t serviceId; ///< the service's id in every identity
+    const std::uint32_t serviceId; ///< MsgMeta::serviceId of every message
     const MessageType* const types;
     const std::size_t count;
 
 private:
-    const std::unique_ptr<RecordLayout[]> layouts_; // of each type
+    const std::unique_ptr<RecordLayout[]> layouts_; // parallel to types
 };
 
 } // namespace host

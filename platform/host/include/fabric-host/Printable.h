@@ -8,10 +8,10 @@
 namespace fabric {
 namespace host {
 
-/// Foreign text, made safe for a terminal or a log. Control characters, characters that are
-/// invisible or change the direction or the lines of text, and bytes that are not UTF-8 become
-/// visible escapes such as "\x1b" and "\u202e"; so do the ASCII characters in `special`, which a
-/// quoted text needs. Everything else, letters of any script among it, stays.
+/// Makes untrusted text safe for a terminal or a log. Control characters, characters that are
+/// invisible, break lines or change the direction of text, and bytes that are not UTF-8 become
+/// escapes such as "\x1b" and "\u202e". So do the ASCII characters in `special`, such as the quotes
+/// around the text. All other text, in any script, is unchanged.
 FABRIC_API std::string printable(const std::string& text, const std::string& special = "");
 
 } // namespace host

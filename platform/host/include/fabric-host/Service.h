@@ -12,31 +12,31 @@
 namespace fabric {
 namespace host {
 
-/// Names one connected application to a service; never used twice in the life of a server.
+/// Identifies one connected client to a service. An id is not reused while the host lives.
 typedef std::uint32_t ClientId;
 
-/// The road from a service to its clients. Called on the service's thread only.
+/// Sends a service's messages to its clients. Called on the service's thread only.
 class ClientSender
 {
 public:
-    /// Sends a reply or notification to one client and destroys the event. The event's ids travel
-    /// as they are. A client that cannot take it is disconnected; the service hears of that through
-    /// Service::clientDisconnected(), after the call in progress. An event for a client that is
-    /// gone, or that is not in the catalogue, goes nowhere.
+    /// Sends a reply or notification with unchanged ids to one client and destroys the event. If it
+    /// cannot be queued, the client is disconnected, which Service::clientDisconnected() reports
+    /// after the call in progress. An event that is not in the catalogue, or is for a disconnected
+    /// client, is discarded.
     virtual void send(ClientId client, std::unique_ptr<SerializableMessageEvent> event) = 0;
 
-    /// Ends the connection to a client, which is told the error number `reason` if its transport
-    /// carries one. The service hears of it as above. Ignored for a client that is gone.
+    /// Closes the connection to a client, passing on the error number `reason` if the transport can
+    /// carry it. The service is notified as above. Ignored for a disconnected client.
     virtual void drop(ClientId client, int reason) = 0;
 
 protected:
     ~ClientSender() {}
 };
 
-/// A service that the host platform can make reachable. All its operations are called on one
-/// thread, one at a time; it needs no lock and starts no thread of its own. An exception out of an
-/// operation is reported as a debug line; the service and its clients live on. Only a client is
-/// disconnected that could not be told to the service, or for whose command there was no memory.
+/// A service that a ServiceHost makes reachable. Its operations are called on one thread, one at a
+/// time, so it needs no locks or threads of its own. An exception from an operation is written as a
+/// debug line, and the host continues. It costs a client its connection only if clientConnected()
+/// threw it, or if memory ran out for the client's command.
 class FABRIC_API Service
 {
 public:
@@ -44,23 +44,23 @@ public:
 
     virtual ~Service();
 
-    /// The same object every time; outlives the service.
+    /// Returns the same object every time; it outlives the service.
     virtual const MessageCatalogue& catalogue() const = 0;
 
-    /// The outlet stays valid until the service is destroyed. Called once, first.
+    /// Called once, before the operations below. `outlet` is valid while the host lives.
     virtual void start(ClientSender& outlet) = 0;
 
     virtual void clientConnected(ClientId client) = 0;
     virtual void clientDisconnected(ClientId client) = 0;
 
-    /// A command of a client. Its identity is in the catalogue, its record is complete and in host
-    /// byte order, its strings hold exactly their length and a NUL; the values are whatever the
-    /// client sent.
+    /// Handles a client's command. Its identity is in the catalogue, its record is complete and in
+    /// host byte order, and each string has `length` characters and a NUL. The values are
+    /// unchecked.
     virtual void commandReceived(ClientId client, const SerializableMessageEvent& command) = 0;
 
-    /// Does what is due and returns the time at which it wants to be called again at the latest;
-    /// TimePoint::max() for never. Called after the operations above as well, once for those that
-    /// were waiting together, and possibly for no reason; each call may return a later time.
+    /// Does the work that is due. Returns the latest time for the next call, which replaces that of
+    /// the previous one; TimePoint::max() means never. Also called after the operations above, once
+    /// per batch, and possibly when nothing is due.
     virtual TimePoint runDue() = 0;
 };
 

@@ -12,51 +12,51 @@
 namespace fabric {
 namespace host {
 
-/// How often something happened since the host was made.
+/// Counts events since the host was created.
 struct ServiceCounters
 {
     std::uint64_t framesRefused;  ///< malformed, or not a command of the service
-    std::uint64_t clientsDropped; ///< for a refused frame, for not reading, or by the service
+    std::uint64_t clientsDropped; ///< by the service, or for bad frames, not reading, no memory
 };
 
-/// Makes a service reachable: for sessions of this process in memory, for other processes of the
-/// same user over a Unix-domain socket, or both. One loop serves all clients; it is run by run(),
-/// or by a thread of the host's own after start().
+/// Makes a service reachable in memory for sessions of this process, over a Unix-domain socket for
+/// other processes of the same user, or both. One loop serves all clients, on the thread that calls
+/// run() or, after start(), on a thread of the host's own.
 ///
-/// No client can hold up the others: each is read from in short turns, and not at all while its
-/// answers wait to be taken, nor, for a quarter of a second at most, while others have to catch up
-/// with what it has them notified of. One that sends anything but a command of the service is
-/// disconnected, and so is one for which 1024 notifications or 256 KiB wait. Of more than 256
-/// clients the last ones are disconnected at once. A debug line tells why.
+/// No client can hold up the others: each is read from in short turns, and not while it leaves its
+/// replies unread. A client whose commands notify others also waits for them to catch up, for up to
+/// 250 ms. A client is disconnected if it sends anything but a command of the service, or if 1024
+/// messages or 256 KiB are queued for it. Connections beyond 256 clients are closed at once. A
+/// debug line gives the reason.
 class FABRIC_API ServiceHost
 {
 public:
     /// `service` outlives the host.
     explicit ServiceHost(Service& service);
 
-    /// Stops a thread that start() has made, as stop() does, and waits for its end.
+    /// Stops the thread that start() created, as stop() does, and waits for its end.
     ~ServiceHost();
 
     ServiceHost(const ServiceHost&) = delete;
     ServiceHost& operator=(const ServiceHost&) = delete;
 
-    /// Listens at `path`, for this user alone, until the host stops. The directory has to exist. A
-    /// socket left behind by a service that is gone is replaced; a socket in use, and whatever is
-    /// not a socket, stays. Before run() or start(). Throws std::runtime_error that names the path
-    /// and what is wrong.
+    /// Listens at `path`, for this user only, until the host stops. Call it before run() or
+    /// start(). The directory must exist. A stale socket is replaced; a socket in use, or a file
+    /// that is not a socket, is left alone. Throws std::runtime_error that names the path and the
+    /// cause.
     void listen(const std::string& path);
 
-    /// Serves on this thread until the host is stopped. Once; not after start().
+    /// Serves on the calling thread until the host is stopped. Call it once, and not after start().
     void run();
 
-    /// Serves on a thread of the host's own. Once; not after run().
+    /// Serves on a thread of the host's own. Call it once, and not after run().
     void start();
 
-    /// Ends the service in good order: removes the socket, and lets the clients have what waits for
-    /// them, for a second at most; told twice, it does not wait. Any thread.
+    /// Shuts the service down: removes the socket, and sends what is queued for up to a second. A
+    /// second call does not wait for that. Thread-safe.
     void stop() noexcept;
 
-    /// Any thread.
+    /// Thread-safe.
     ServiceCounters counters() const noexcept;
 
 private:
@@ -66,7 +66,7 @@ private:
     const std::unique_ptr<Impl> impl_;
 };
 
-/// A link to a service of this process, which keeps the host alive. Any thread.
+/// Creates a link to a service in this process. The link keeps the host alive. Thread-safe.
 FABRIC_API std::unique_ptr<Link> newMemoryLink(std::shared_ptr<ServiceHost> host);
 
 } // namespace host

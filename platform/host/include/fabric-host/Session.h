@@ -17,39 +17,38 @@ namespace host {
 class Link;
 class MessageCatalogue;
 
-/// How often something happened since the session was made. A count wraps where size_t ends, which
-/// on 32-bit hosts is after 4 294 967 295.
+/// Counts events since the session was created. On 32-bit hosts a count wraps after 4 294 967 295.
 struct SessionCounters
 {
     std::uint64_t framesSent;
     std::uint64_t framesReceived;
-    std::uint64_t framesRefused; ///< malformed, a command, of an identity that the service does not
-                                 ///< have, or one for which there was no memory
-    std::uint64_t messagesUnhandled; ///< well-formed, but nobody had registered for them
-    std::uint64_t exceptionsCaught;  ///< out of callbacks
+    std::uint64_t framesRefused;     ///< malformed, a command, of an unknown identity, or received
+                                     ///< when memory was exhausted
+    std::uint64_t messagesUnhandled; ///< well-formed, but no handler was registered
+    std::uint64_t exceptionsCaught;  ///< thrown by callbacks
 };
 
-/// What a host application has in the place of the device's middleware: one application with one
-/// component, the interface of one service, and one dispatch thread, which delivers connection
-/// reports, replies and notifications in order.
+/// Replaces the device's middleware on a host: provides one application with one component, the
+/// interface of one service, and one dispatch thread, which delivers connection reports, replies
+/// and notifications in order.
 ///
-/// All operations may be called from any thread, also from inside a callback, unless they say
+/// All operations may be called from any thread, including inside a callback, unless stated
 /// otherwise.
 ///
-/// Each session is an application of its own to the service. A reply goes to the session that sent
-/// the command, and there to every adapter, as does a notification; both carry no adapter's name.
+/// The service sees each session as a separate client. A reply is delivered to the session that
+/// sent the command. Within a session, replies and notifications reach every adapter, since neither
+/// names one.
 ///
-/// The ids of a command are filled in before it goes, so they are known when its reply arrives,
-/// which may be before the command has returned. A command that could not be sent leaves {0, 0},
-/// which no reply carries.
+/// The ids of a command are set before it is sent, because its reply may arrive before sendEvent()
+/// returns. A command that could not be sent leaves {0, 0}, which no reply carries.
 class FABRIC_API Session
 {
 public:
-    /// A session over `link`. `catalogue` tells the service's messages and outlives the session.
+    /// Does not open `link` yet. `catalogue` lists the service's messages and outlives the session.
     Session(std::unique_ptr<Link> link, const MessageCatalogue& catalogue);
 
-    /// Closes the connection as disconnect() does, detaches the clients that are still attached and
-    /// ends the dispatch thread. Not from inside a callback.
+    /// Closes the connection as disconnect() does, detaches the remaining clients and ends the
+    /// dispatch thread. Must not be called inside a callback.
     ~Session();
 
     Session(const Session&) = delete;
@@ -59,26 +58,25 @@ public:
     AbstractComponent& component();
     ServiceInterface& service();
 
-    /// From now on reports the connection to `client`; a connection that already stands is reported
-    /// at once, on the dispatch thread. `client` stays alive until it is detached. A client that is
-    /// attached already stays attached once. Throws std::bad_alloc, having changed nothing.
+    /// Reports the connection to `client` from now on. If it is up already, that is reported at
+    /// once, on the dispatch thread. `client` must live until it is detached. Ignored for a client
+    /// that is attached. Throws std::bad_alloc, having changed nothing.
     void attach(ClientInterface& client);
 
-    /// Ends the reports to `client`. If the connection stands, the client is told first that it is
-    /// gone, on the dispatch thread, with reason 0. When it has returned, no report is running or
-    /// will come; called inside a callback of that client, too, it returns when the client has been
-    /// told. A client that is not attached is ignored.
+    /// Ends the reports to `client`. If the connection is up, the client is first notified of its
+    /// end, on the dispatch thread, with reason 0. When this returns, no report is running or will
+    /// follow; called inside a callback of that client, it returns as soon as the client is
+    /// notified. Ignored for a client that is not attached.
     void detach(ClientInterface& client);
 
-    /// Opens the connection, also one that was lost; returns at once, the clients are told the
-    /// outcome, a lack of memory or descriptors among it. Nothing happens if it stands already, or
-    /// if it is lost and its link tries again on its own.
+    /// Opens the connection, or reopens a lost one. Returns at once; the outcome, including a lack
+    /// of memory or descriptors, is reported to the clients. Has no effect on a connection that is
+    /// up, or that its link restores on its own.
     void connect() noexcept;
 
-    /// Closes the connection: at once for commands, and for the clients when they are told, with
-    /// reason 0. What has been received by then is still delivered first; nothing is delivered
-    /// after the report. Commands sent by then still reach the service: a service that does not
-    /// take them is waited for, for a second at most, and a debug line tells how many were given
+    /// Closes the connection. Further commands fail with -ENOTCONN. Messages received so far are
+    /// still delivered, then the clients are notified with reason 0, and nothing is delivered after
+    /// that. Queued commands are still sent, for up to a second; a debug line counts those given
     /// up.
     void disconnect() noexcept;
 

@@ -30,18 +30,17 @@ namespace {
 constexpr std::uint32_t hostCategory = 204;
 constexpr std::size_t categories = 0x10000;
 
-/// One word for each category: lines of a lower level are wanted. So 0 is off, and a check needs
-/// one load.
+/// A category's lines are enabled if their level is below its limit; 0 disables all.
 std::atomic<std::uint32_t> limits[categories];
 
 struct Sink
 {
     std::mutex mutex;
     DebugSink call;
-    std::string line; ///< usually has room for one already
+    std::string line; ///< keeps its memory from line to line
 };
 
-/// Never destroyed, since threads may write lines until the process ends.
+/// The sink is never destroyed, since threads may write lines until the process ends.
 Sink& sink() noexcept
 {
     alignas(Sink) static unsigned char place[sizeof(Sink)];
@@ -49,7 +48,7 @@ Sink& sink() noexcept
     return theSink;
 }
 
-/// Reads a decimal number of 16 bits.
+/// Reads a decimal 16-bit number. Returns false if `text` is not one.
 bool readNumber(std::string_view text, std::uint32_t& number) noexcept
 {
     const char* const end = text.data() + text.size();
@@ -58,8 +57,8 @@ bool readNumber(std::string_view text, std::uint32_t& number) noexcept
 }
 
 /// Calls `take` with the category, which may be `*`, and the limit of each switch in `text`, and
-/// `unreadable` with each part that is not one. Needs no memory: debug lines are written where
-/// there may be none.
+/// `unreadable` with each invalid entry. Does not allocate, since debug lines also report a lack
+/// of memory.
 template <typename Take, typename Unreadable>
 void forEachSwitch(std::string_view text, Take take, Unreadable unreadable)
 {
@@ -77,7 +76,7 @@ void forEachSwitch(std::string_view text, Take take, Unreadable unreadable)
     }
 }
 
-/// The switch of a single category takes precedence over `*`, wherever it stands.
+/// Lets the switch of a single category override `*`, in any order.
 template <typename Unreadable>
 void setLimits(std::string_view switches, Unreadable unreadable)
 {
@@ -101,7 +100,7 @@ void setLimits(std::string_view switches, Unreadable unreadable)
         [](std::string_view) {});
 }
 
-/// Defers thread cancellation, which unwinds the stack: callers may be noexcept.
+/// Defers thread cancellation: it unwinds the stack, which would terminate a noexcept caller.
 class Uncancelled
 {
 public:
@@ -115,7 +114,7 @@ private:
     int before_ = PTHREAD_CANCEL_ENABLE;
 };
 
-/// Reads NUB_DEBUG, once.
+/// Applies NUB_DEBUG on the first call.
 void readEnvironment() noexcept
 {
     static const bool done = [] {
@@ -123,10 +122,10 @@ void readEnvironment() noexcept
         const char* const text = std::getenv("NUB_DEBUG");
         setLimits(text ? text : "", [](std::string_view part) {
             const auto complain = [&] {
-                std::fprintf(stderr, "NUB_DEBUG: cannot read '%s', CATEGORY:LEVEL expected\n",
+                std::fprintf(stderr, "NUB_DEBUG: cannot read '%s', expected CATEGORY:LEVEL\n",
                              printable(std::string(part)).c_str());
             };
-            callGuarded(complain, [](const char*) {}); // ignored in silence without memory for it
+            callGuarded(complain, [](const char*) {}); // without memory, stay silent
         });
         return true;
     }();
@@ -139,7 +138,7 @@ bool wanted(std::uint32_t code) noexcept
     return (code & 0xffff) < limits[code >> 16].load(std::memory_order_relaxed);
 }
 
-/// True when a sink has taken the line.
+/// Returns true if a sink accepted the line.
 bool writeToSink(std::uint32_t code, std::string_view line)
 {
     Sink& target = sink();
@@ -157,13 +156,13 @@ void writePlainLine(std::uint32_t code, std::string_view line)
         if (written < 0 && errno == EINTR)
             continue;
         if (written <= 0)
-            return; // there is nowhere left to complain
+            return; // there is nowhere left to report it
         line.remove_prefix(static_cast<std::size_t>(written));
     }
 }
 
-/// A line may hold foreign text, such as that of an application's exception. Without memory to make
-/// that printable, the line is left out.
+/// Escapes untrusted text in the line, such as an application's exception message. Drops the line
+/// if there is no memory for that.
 void writeLine(std::uint32_t code, std::string_view line)
 {
     const std::string_view text = line.substr(0, line.size() - (line.back() == '\n' ? 1 : 0));
@@ -173,8 +172,7 @@ void writeLine(std::uint32_t code, std::string_view line)
                 [](const char*) {});
 }
 
-/// Writes the line in full, whatever its length; cuts it only if there is no memory for it. Keeps
-/// errno.
+/// Writes the whole line, truncating it only if there is no memory for it. Preserves errno.
 void format(std::uint32_t code, const char* form, std::va_list arguments)
 {
     const Uncancelled writing;
@@ -184,7 +182,7 @@ void format(std::uint32_t code, const char* form, std::va_list arguments)
     std::array<char, 512> shortLine;
     const int needed = std::vsnprintf(shortLine.data(), shortLine.size(), form, arguments);
     const std::size_t length =
-        static_cast<std::size_t>(std::max(needed, 0)); // < 0: no valid format
+        static_cast<std::size_t>(std::max(needed, 0)); // negative for an invalid format
     if (length >= shortLine.size()) {
         if (char* const longLine = static_cast<char*>(std::malloc(length + 1))) {
             std::vsnprintf(longLine, length + 1, form, again);
@@ -213,10 +211,10 @@ void setDebugSink(DebugSink newSink)
 
 void setDebugSwitches(const std::string& switches)
 {
-    readEnvironment(); // which must not come later and undo this
+    readEnvironment(); // a later first reading would undo this
     setLimits(switches, [](std::string_view part) {
         throw std::invalid_argument("debug switches: cannot read '" + std::string(part) +
-                                    "', CATEGORY:LEVEL expected");
+                                    "', expected CATEGORY:LEVEL");
     });
 }
 

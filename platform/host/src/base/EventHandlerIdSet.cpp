@@ -11,7 +11,7 @@ void EventHandlerIdSet::addHandler(int handlerId)
     try {
         handlerIds_.push_back(handlerId);
     } catch (...) {
-        // A handler that the set does not know would outlive it.
+        // A handler that is not in the set would never be removed.
         component_.removeEventHandler(handlerId);
         throw;
     }

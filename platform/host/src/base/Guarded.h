@@ -12,8 +12,7 @@
 
 namespace fabric::host {
 
-/// Calls foreign code. An exception out of it goes to `report`, as text, and no further; false
-/// then.
+/// Calls code that may throw. Passes the text of an exception to `report` and returns false.
 template <typename Call, typename Report>
 bool callGuarded(Call&& call, Report&& report)
 {
@@ -21,7 +20,7 @@ bool callGuarded(Call&& call, Report&& report)
         call();
         return true;
     } catch (abi::__forced_unwind&) {
-        throw; // the thread is being cancelled, which must not be held up
+        throw; // thread cancellation must continue
     } catch (const std::exception& exception) {
         report(exception.what());
     } catch (...) {
@@ -30,7 +29,7 @@ bool callGuarded(Call&& call, Report&& report)
     return false;
 }
 
-/// The error number of the exception being handled, or `otherwise` if it has none.
+/// Returns the error number of the exception being handled, or `otherwise` if it has none.
 inline int currentError(int otherwise) noexcept
 {
     try {
@@ -39,7 +38,7 @@ inline int currentError(int otherwise) noexcept
         return ENOMEM;
     } catch (const std::system_error& error) {
         return error.code().value();
-    } catch (const boost::system::system_error& error) { // Asio's, of which the above is no base
+    } catch (const boost::system::system_error& error) { // Asio's; not derived from the above
         return error.code().value();
     } catch (...) {
         return otherwise;

@@ -4,7 +4,7 @@
 #include <fabric/AbstractComponent.h>
 #include <fabric/ServiceInterface.h>
 
-// The destructors anchor each interface's table in this library.
+// Out-of-line destructors place each interface's virtual table in this library.
 
 namespace fabric {
 

@@ -5,7 +5,6 @@
 
 namespace fabric::host {
 
-/// Levels of the host platform's own debug lines.
 enum LogLevel : std::uint32_t
 {
     logError = 3000,
@@ -13,8 +12,8 @@ enum LogLevel : std::uint32_t
     logMessage = 5000
 };
 
-/// Writes a debug line of the host platform's category, 204, if the level is wanted. Any thread;
-/// keeps errno.
+/// Writes a debug line in the host platform's category, 204, if its level is enabled. Thread-safe;
+/// preserves errno.
 void log(LogLevel level, const char* format, ...) noexcept __attribute__((format(printf, 2, 3)));
 
 } // namespace fabric::host

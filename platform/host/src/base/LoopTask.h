@@ -13,8 +13,8 @@
 
 namespace fabric::host {
 
-/// A function that any thread can have run on a loop. However often it is scheduled before it runs,
-/// it runs once. Scheduling needs no memory, so it always succeeds.
+/// Runs a function on a loop at the request of any thread. Requests made before it runs result in
+/// one run. Scheduling never allocates, so it cannot fail.
 class LoopTask
 {
 public:
@@ -24,13 +24,13 @@ public:
         state_->function = std::move(function);
     }
 
-    /// On the loop's thread, or when none runs the loop any more. A scheduled task does not run.
+    /// Cancels a scheduled run. Call it on the loop's thread, or when no thread runs the loop.
     ~LoopTask() { state_->cancelled = true; }
 
     LoopTask(const LoopTask&) = delete;
     LoopTask& operator=(const LoopTask&) = delete;
 
-    /// Any thread, as long as the task lives.
+    /// Thread-safe while the task exists.
     void schedule() noexcept
     {
         if (state_->setScheduled(true))
@@ -45,7 +45,7 @@ public:
 private:
     struct State
     {
-        /// Returns what it was. With the mutex goes the operation's memory from thread to thread.
+        /// Returns the previous value. The mutex also orders the threads' access to `memory`.
         bool setScheduled(bool now) noexcept
         {
             const std::lock_guard<std::mutex> lock(mutex);

@@ -12,14 +12,14 @@
 
 namespace fabric::host {
 
-/// Calls a function on a loop at a time that may be moved. Setting it needs no memory, so it always
-/// succeeds. Used on the loop's thread only.
+/// Calls a function on a loop at a time that can be changed. Setting it never allocates, so it
+/// cannot fail. Use it on the loop's thread only.
 class LoopTimer
 {
 public:
     using TimePoint = boost::asio::steady_timer::time_point;
 
-    /// The timer waits from the start, if only for never: Asio then has a place for it.
+    /// Waits from the start, for a time that never comes, so that Asio allocates its entry here.
     LoopTimer(boost::asio::io_context& loop, std::function<void()> function)
         : state_(std::make_shared<State>(loop, std::move(function)))
     {
@@ -35,14 +35,14 @@ public:
     LoopTimer(const LoopTimer&) = delete;
     LoopTimer& operator=(const LoopTimer&) = delete;
 
-    /// Replaces the time that was set; TimePoint::max() for never. A time that is later than the
-    /// one before costs nothing until then.
+    /// Replaces the time; TimePoint::max() means never. A later time costs nothing until the
+    /// earlier one is reached.
     void expireAt(TimePoint when) noexcept
     {
         state_->wanted = when;
         if (when < state_->awaited) {
             state_->awaited = TimePoint::min();
-            state_->timer.cancel(); // the handler sets it anew
+            state_->timer.cancel(); // its handler waits for the new time
         }
     }
     void expireAfter(std::chrono::milliseconds wait) noexcept

@@ -8,8 +8,8 @@
 
 namespace fabric::host {
 
-/// Memory of one asynchronous operation at a time, so that starting it again cannot fail for want
-/// of memory. Asio returns the memory before it calls the operation's handler.
+/// Provides the memory of one asynchronous operation at a time, so that starting it again cannot
+/// fail. Asio frees the memory before it calls the operation's handler.
 class OperationMemory final : public std::pmr::memory_resource
 {
 private:
@@ -34,11 +34,11 @@ private:
         return this == &other;
     }
 
-    alignas(std::max_align_t) unsigned char storage_[320]; // Asio 1.74 needs up to 200 bytes
+    alignas(std::max_align_t) unsigned char storage_[320]; // Boost 1.74 needs up to 200 bytes
     bool used_ = false;
 };
 
-/// A completion handler whose operation lies in memory of its owner.
+/// A completion handler whose operation Asio allocates from `memory`.
 template <typename Function>
 struct PreallocatedHandler
 {

@@ -4,7 +4,7 @@ namespace {
 
 constexpr std::int32_t microsecondsPerSecond = 1000000;
 
-/// A sub-second field taken apart: whole seconds, rounded down, and the rest of 0 to 999999.
+/// Splits a sub-second field into whole seconds, rounded down, and the rest, 0 to 999999.
 struct Fraction
 {
     explicit Fraction(std::int32_t microseconds) noexcept
@@ -25,7 +25,7 @@ struct Fraction
 void nubOsalNormalizeTime(nubOsalTime_struct* time)
 {
     const Fraction fraction(time->microseconds);
-    // Unsigned, since the sum may leave the range and is to wrap.
+    // Added as unsigned numbers, since the sum has to wrap on overflow.
     time->seconds = static_cast<std::int64_t>(static_cast<std::uint64_t>(time->seconds) +
                                               static_cast<std::uint64_t>(fraction.carry));
     time->microseconds = fraction.rest;
@@ -36,8 +36,8 @@ int nubOsalCompareTime(const nubOsalTime_struct* left, const nubOsalTime_struct*
     const Fraction leftFraction(left->microseconds);
     const Fraction rightFraction(right->microseconds);
 
-    // Both carries go to the right, so that no value is too large to be compared: where the sum
-    // leaves the range, its direction is the answer.
+    // Both carries are added on the right, so that any two values can be compared: if the sum
+    // overflows, the carry's sign decides.
     const std::int32_t carry = rightFraction.carry - leftFraction.carry;
     std::int64_t rightSeconds;
     if (__builtin_add_overflow(right->seconds, carry, &rightSeconds))

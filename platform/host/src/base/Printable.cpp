@@ -11,14 +11,14 @@ namespace {
 
 struct Character
 {
-    std::uint32_t code; ///< the byte itself if it begins no UTF-8 character
-    std::size_t length; ///< in bytes; 0 if it begins none
+    std::uint32_t code; ///< the byte itself if it does not start a UTF-8 character
+    std::size_t length; ///< in bytes; 0 for such a byte
 };
 
 Character characterAt(const std::string& text, std::size_t position)
 {
     const auto byte = [&](std::size_t index) {
-        return static_cast<unsigned char>(text[position + index]); // the NUL behind the end, too
+        return static_cast<unsigned char>(text[position + index]); // may be the NUL after the end
     };
     const std::uint32_t first = byte(0);
     if (first < 0x80)
@@ -45,7 +45,7 @@ bool isVisible(std::uint32_t code)
     } hidden[] = {
         {0x0000, 0x001f},   {0x007f, 0x009f}, // control characters
         {0x00ad, 0x00ad},                     // soft hyphen
-        {0x0600, 0x0605},                     // signs that span the digits behind them
+        {0x0600, 0x0605},                     // signs that span the digits after them
         {0x061c, 0x061c},                     // Arabic letter mark
         {0x115f, 0x1160},                     // fillers
         {0x180b, 0x180f},                     // Mongolian separators
@@ -55,7 +55,7 @@ bool isVisible(std::uint32_t code)
         {0x2800, 0x2800},                     // blank Braille pattern
         {0x3164, 0x3164},                     // filler
         {0xfe00, 0xfe0f},                     // variation selectors
-        {0xfeff, 0xfeff},                     // zero width, too
+        {0xfeff, 0xfeff},                     // byte order mark, zero width
         {0xfff0, 0xfffb},                     // annotations
         {0x1d173, 0x1d17a},                   // musical controls
         {0xe0000, 0xe0fff},                   // tags, further selectors

@@ -8,8 +8,8 @@
 
 namespace fabric::host {
 
-/// Writes about trouble that may go on: at most one line a second, with the number of those that
-/// were left out. For one thread.
+/// Logs errors that may recur, at most one line a second, and counts the lines left out in between.
+/// Not thread-safe.
 class RateLimitedLog
 {
 public:

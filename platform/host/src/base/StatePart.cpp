@@ -7,7 +7,8 @@ namespace fabric {
 StateHolder::StateHolder()
 {
     if (const int error = pthread_mutex_init(&mutex, nullptr))
-        throw std::system_error(error, std::generic_category(), "state holder's mutex");
+        throw std::system_error(error, std::generic_category(),
+                                "cannot create the state holder's mutex");
 }
 
 StateHolder::~StateHolder() { pthread_mutex_destroy(&mutex); }

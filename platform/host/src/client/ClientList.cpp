@@ -114,7 +114,7 @@ template <typename Report>
 void ClientList::reportEach(bool from, bool to, Report report)
 {
     std::unique_lock<std::mutex> lock(mutex_);
-    const std::uint64_t last = lastSerial_; // clients that are attached meanwhile come later
+    const std::uint64_t last = lastSerial_; // leaves out clients attached meanwhile
     std::uint64_t serial = 0;
     const auto isNext = [&](const Entry& each) {
         return each.serial > serial && each.serial <= last && each.notified == from;
@@ -132,11 +132,11 @@ void ClientList::reportEach(bool from, bool to, Report report)
 template <typename Report>
 void ClientList::call(std::unique_lock<std::mutex>& lock, ClientInterface& client, Report report)
 {
-    // Asked for beforehand: the client may be gone when an exception arrives.
+    // Read beforehand, since the client may be destroyed when its callback throws.
     const char* const name = typeid(client).name();
     const auto reportException = [&](const char* what) {
         ++exceptions_;
-        log(logError, "fabric-host: exception out of a connection report to %s: %s\n", name, what);
+        log(logError, "fabric-host: exception from a connection report to %s: %s\n", name, what);
     };
     const Running here = {&client, running_};
     running_ = &here;

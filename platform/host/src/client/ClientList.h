@@ -12,66 +12,65 @@
 
 namespace fabric::host {
 
-/// The attached clients of one session, and what each has been told of the connection. Reports are
-/// made on the dispatch thread only, with no lock held; a client may attach and detach any client
-/// from inside.
+/// Keeps the clients of one session and reports the connection to them. Reports run on the dispatch
+/// thread without a lock held; a client may attach and detach any client inside one.
 class ClientList
 {
 public:
-    /// Any thread; ignores a client that is in the list. reportToNewClients() has to follow on the
-    /// dispatch thread. Throws std::bad_alloc; the list is unchanged then.
+    /// Ignores a client that is in the list. Has to be followed by reportToNewClients() on the
+    /// dispatch thread. Throws std::bad_alloc, leaving the list unchanged. Thread-safe.
     void attach(ClientInterface& client);
 
-    /// Detaching, in three steps: begin, have detachLeaving() called on the dispatch thread, which
-    /// tells the client that the connection is gone if it has been told that it stands, and, on
-    /// another thread, wait for that and for a report that is running. beginDetach() is false when
-    /// there is nothing to wait for.
+    /// A client is detached in three steps. beginDetach() returns false if nothing is left to do.
+    /// detachLeaving(), on the dispatch thread, notifies the client that the connection is down if
+    /// it knew it to be up. awaitDetached(), on another thread, waits for that and for a running
+    /// report.
     bool beginDetach(ClientInterface& client) noexcept;
     void detachLeaving();
     void awaitDetached(ClientInterface& client) noexcept;
 
-    /// On the dispatch thread.
+    /// Called on the dispatch thread.
     void detachAll();
 
-    /// The dispatch thread ends, in whatever way: nobody waits for it any longer.
+    /// Releases the threads in awaitDetached(), since the dispatch thread is ending.
     void dispatchEnded() noexcept;
 
     void reportUp();
     void reportFailed(int error);
     void reportDown(int reason);
 
-    /// Tells the clients that were attached to a connection that stands already.
+    /// Notifies clients that were attached while the connection was up.
     void reportToNewClients();
 
-    /// Out of reports, so far. Any thread.
+    /// Returns the number of exceptions from reports so far. Thread-safe.
     std::uint64_t exceptions() const noexcept { return exceptions_; }
 
 private:
     struct Entry
     {
         ClientInterface* client;
-        std::uint64_t serial; // ascending, so that a list that changes can be walked
-        bool notified;        // that the connection stands
+        std::uint64_t serial; // ascending, so that a changing list can be walked
+        bool notified;        // that the connection is up
         bool leaving;         // is being detached
     };
     using Entries = std::vector<Entry>;
 
-    /// A report that is being made; one may be made inside another.
+    /// A running report. Reports nest when a client detaches another inside one.
     struct Running
     {
         const ClientInterface* client;
         const Running* outer;
     };
 
-    /// With the mutex held.
+    /// These two need the mutex held.
     Entries::iterator find(const ClientInterface& client) noexcept;
     bool isRunning(const ClientInterface& client) const noexcept;
 
-    /// Calls `report` with each client whose `notified` is `from`, having made it `to`.
+    /// Sets `notified` to `to` for each client where it is `from`, and calls `report` with it.
     template <typename Report>
     void reportEach(bool from, bool to, Report report);
 
-    /// Entered and left with the lock held, which is given up during the call.
+    /// Needs the lock held and releases it during the call.
     template <typename Report>
     void call(std::unique_lock<std::mutex>& lock, ClientInterface& client, Report report);
 

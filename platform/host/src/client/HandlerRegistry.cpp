@@ -20,8 +20,8 @@ bool matches(const MsgMeta& key, const MsgMeta& message) noexcept
 
 } // namespace
 
-/// The time in which a handler runs and its removal has to wait. Entered and left with the lock
-/// held, which is given up in between.
+/// Marks a handler as running, so that its removal waits. Needs the lock held and releases it for
+/// its own lifetime.
 class HandlerRegistry::Call
 {
 public:
@@ -90,7 +90,7 @@ Delivery HandlerRegistry::deliver(const Event& event)
         if (next == registrations_.end() || next->id > last)
             return delivery;
         id = next->id;
-        // A copy, since the handler may remove its own registration.
+        // Copied, since the handler may remove its own registration.
         const EventHandler handler = next->handler;
         const Call call(*this, lock, id);
         ++delivery.handlers;
@@ -111,10 +111,10 @@ bool HandlerRegistry::invoke(int id, const EventHandler& handler, const Event& e
     const EventHandler::Caller& caller = handler.boundCaller();
     return callGuarded([&] { caller.invoke(event); },
                        [&](const char* what) {
-                           // A handler that is gone may have taken its object along, which only its
-                           // class name needs.
+                           // If the handler was removed, its object may be destroyed, which only
+                           // getClassName() uses.
                            const bool there = isRegistered(id);
-                           log(logError, "fabric-host: exception out of %s::%s: %s\n",
+                           log(logError, "fabric-host: exception from %s::%s: %s\n",
                                there ? caller.getClassName().c_str() : "(removed)",
                                caller.getMethodName().c_str(), what);
                        });

@@ -11,33 +11,33 @@
 
 namespace fabric::host {
 
-/// The object on which handlers are registered.
+/// Distinguishes the objects on which handlers are registered.
 enum class Receiver
 {
-    application, ///< of notifications
-    component    ///< of replies
+    application, ///< receives notifications
+    component    ///< receives replies
 };
 
-/// What became of one message.
+/// Counts the handlers called for one message and the exceptions they threw.
 struct Delivery
 {
     std::size_t handlers;
     std::size_t exceptions;
 };
 
-/// The handlers of one session, and their calls. No handler is called with a lock held.
+/// Keeps and calls the handlers of one session. No handler is called with a lock held.
 class HandlerRegistry
 {
 public:
-    /// Any thread. Returns the handler's id.
+    /// Returns the handler's id. Thread-safe.
     int add(Receiver receiver, const MsgMeta& key, const EventHandler& handler);
 
-    /// Any thread; ignores an unknown id. Waits while the handler is running, but not on the
-    /// dispatch thread, where that handler is further down the stack.
+    /// Ignores an unknown id. Waits while the handler is running, except on the dispatch thread,
+    /// where it would wait for itself. Thread-safe.
     void remove(int id, bool onDispatchThread);
 
-    /// Calls the message's handlers in order of their registration, except for those that are added
-    /// or removed meanwhile. On the dispatch thread only. Exceptions out of handlers are reported.
+    /// Calls the message's handlers in order of registration, except for those added or removed
+    /// meanwhile. Logs exceptions from handlers. Call it on the dispatch thread only.
     Delivery deliver(const Event& event);
 
 private:
@@ -52,7 +52,7 @@ private:
 
     class Call;
 
-    /// With the mutex held: the first registration behind an id.
+    /// Returns the first registration after an id. Needs the mutex held.
     Registrations::iterator behind(int id) noexcept;
     bool isRegistered(int id);
     bool invoke(int id, const EventHandler& handler, const Event& event);
@@ -61,7 +61,7 @@ private:
     std::condition_variable callEnded_;
     Registrations registrations_; // in ascending order of ids
     int lastId_ = 0;
-    int running_ = 0; // the handler being called, or 0
+    int running_ = 0; // id of the handler being called, or 0
 };
 
 } // namespace fabric::host

@@ -33,11 +33,11 @@ namespace asio = boost::asio;
 
 constexpr MsgIds noIds = {0, 0};
 
-/// A link that reconnects, but could not even be opened for lack of memory or descriptors, is
-/// opened again so often.
+/// Delays reopening a link that reconnects but could not be opened for lack of memory or
+/// descriptors: brief for the user, long enough to leave the processor to others.
 constexpr std::chrono::milliseconds retryAfter(100);
 
-/// The next number of a sequence that leaves out 0.
+/// Returns the next number of a sequence that skips 0.
 std::uint32_t nextNumber(std::atomic<std::uint32_t>& last) noexcept
 {
     const std::uint32_t number = ++last;
@@ -50,7 +50,7 @@ std::uint32_t newComponentId() noexcept
     return nextNumber(last);
 }
 
-/// A running number in this process, from a start that differs from process to process.
+/// Counts up from a random start, so that ids of different processes are unlikely to collide.
 std::uint32_t newOriginId()
 {
     static std::atomic<std::uint32_t> last{std::random_device()()};
@@ -59,7 +59,7 @@ std::uint32_t newOriginId()
 
 } // namespace
 
-/// The session's three objects for the application are thin fronts of this one.
+/// Implements the session. The application, component and service are thin fronts of it.
 class Session::Impl final : private LinkListener
 {
 public:
@@ -85,11 +85,11 @@ private:
     class Component;
     class Service;
 
-    /// What other threads want of the loop. A later wish replaces the one that it makes obsolete.
+    /// Requests of other threads to the loop. disconnect() cancels a pending connect().
     struct Requests
     {
         bool close = false;
-        bool open = false; ///< after closing
+        bool open = false; ///< handled after `close`
         bool end = false;
     };
 
@@ -115,7 +115,7 @@ private:
     const std::uint32_t originId_ = newOriginId();
     std::atomic<std::uint32_t> lastMessageId_{0};
 
-    // 64-bit atomics are not to be had on every target.
+    // Not every target has 64-bit atomics.
     std::atomic<std::size_t> framesSent_{0};
     std::atomic<std::size_t> framesReceived_{0};
     std::atomic<std::size_t> framesRefused_{0};
@@ -129,17 +129,17 @@ private:
     asio::io_context loop_{1};
     asio::executor_work_guard<asio::io_context::executor_type> work_{loop_.get_executor()};
     const std::unique_ptr<Link> link_;
-    bool opened_ = false; // the loop's, like the next
+    bool opened_ = false; // used on the loop only, like the next two
     bool lost_ = false;   // opened, but down since linkDown()
-    int openError_ = 0;   // why it could not even be opened
+    int openError_ = 0;   // error of the last attempt to open the link, or 0
 
     std::mutex requestsMutex_;
-    Requests requests_;               // guarded by the mutex
-    std::atomic<bool> closed_{false}; // by disconnect(), until the link comes up again
+    Requests requests_;               // guarded by requestsMutex_
+    std::atomic<bool> closed_{false}; // from disconnect() until the link is up again
     LoopTask handleRequests_{loop_, [this] { handleRequests(); }};
 
 public:
-    // Behind what they use.
+    // Declared after the members they use.
     const std::unique_ptr<AbstractApplication> application;
     const std::unique_ptr<AbstractComponent> component;
     const std::unique_ptr<ServiceInterface> service;
@@ -331,7 +331,7 @@ int Session::Impl::sendEvent(MsgIds& ids, int flags,
     }
 }
 
-/// Empty for a command.
+/// Returns an empty text for a valid command.
 std::string Session::Impl::commandFault(int flags, const SerializableMessageEvent* event) const
 {
     if (flags != 0)
@@ -351,7 +351,7 @@ int Session::Impl::encodeAndSend(MsgIds& ids, const SerializableMessageEvent& ev
         log(logError, "fabric-host: message not sent: %s\n", reason.c_str());
         return error;
     }
-    // Both before it goes, since the reply may arrive before send() returns.
+    // Both are set before sending, since the reply may arrive before send() returns.
     ids = event.ids;
     ++framesSent_;
     if (const int error = closed_ ? -ENOTCONN : link_->send(frame)) {
@@ -401,7 +401,7 @@ bool Session::Impl::onDispatchThread() const noexcept
 
 void Session::Impl::dispatch()
 {
-    // A callback may end this thread.
+    // The destructor runs even if a callback ends this thread.
     struct Ended
     {
         ~Ended() { clients.dispatchEnded(); }
@@ -414,7 +414,7 @@ void Session::Impl::dispatch()
         else if (loop_.run_one_for(retryAfter) == 0)
             openLink();
     };
-    // Whatever an exception interrupts is lost; the loop goes on.
+    // After an exception the rest of that event is lost, and the loop continues.
     while (!loop_.stopped())
         callGuarded(handleEvent, [](const char* what) {
             log(logError, "fabric-host: exception in a session's loop: %s\n", what);
@@ -432,7 +432,7 @@ bool Session::Impl::frameReceived(FrameView frame)
     }
 }
 
-/// False when the frame was refused.
+/// Returns false if the frame was refused.
 bool Session::Impl::deliver(FrameView frame)
 {
     std::string reason;
@@ -440,7 +440,7 @@ bool Session::Impl::deliver(FrameView frame)
     if (!event)
         return refuseFrame(reason.c_str());
     if (event->meta.kind == kindCommand)
-        return refuseFrame("a command");
+        return refuseFrame("it is a command");
 
     const Delivery delivery = handlers_.deliver(*event);
     handlerExceptions_ += delivery.exceptions;
@@ -453,7 +453,7 @@ bool Session::Impl::deliver(FrameView frame)
     return true;
 }
 
-/// Always false.
+/// Always returns false.
 bool Session::Impl::refuseFrame(const char* reason) noexcept
 {
     ++framesRefused_;

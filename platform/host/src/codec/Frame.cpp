@@ -15,7 +15,7 @@ namespace {
 
 namespace endian = boost::endian;
 
-/// Copies one scalar, which may lie at any address, between record and frame.
+/// Copies one scalar, possibly unaligned, between record and frame in either direction.
 template <typename Word>
 inline void transfer(void* to, const void* from) noexcept
 {
@@ -31,7 +31,7 @@ inline std::uint8_t* put(std::uint8_t* out, std::uint32_t word) noexcept
     return out + sizeof(word);
 }
 
-/// A string without characters travels as an empty one, whatever its length says.
+/// Reads a string of a record. One whose `chars` is null is empty, whatever its length.
 inline nubDeserString_t stringAt(const std::uint8_t* item) noexcept
 {
     nubDeserString_t text;
@@ -41,15 +41,15 @@ inline nubDeserString_t stringAt(const std::uint8_t* item) noexcept
     return text;
 }
 
-/// Reads the record of that layout out of the body of a frame, up to `end`. Null, or a description
-/// of the fault.
+/// Decodes a frame's body, from `in` to `end`, into a record. Returns null, or a description of the
+/// fault.
 const char* decodeBody(const RecordLayout& layout, std::uint8_t* record, const std::uint8_t* in,
                        const std::uint8_t* end)
 {
     const std::size_t size = static_cast<std::size_t>(end - in);
     if (size < layout.frameSize)
         return "body too short for its record";
-    // What is left for the characters of its strings; all else is in the frame from here on.
+    // Left for the characters of the strings; the frame is long enough for all other members.
     std::size_t characters = size - layout.frameSize;
 
     for (const RecordMember& member : layout.members) {
@@ -80,7 +80,7 @@ const char* decodeBody(const RecordLayout& layout, std::uint8_t* record, const s
             break;
         }
     }
-    return characters == 0 ? nullptr : "bytes behind the record";
+    return characters == 0 ? nullptr : "bytes after the record";
 }
 
 std::string describe(const MsgMeta& meta)
@@ -90,7 +90,7 @@ std::string describe(const MsgMeta& meta)
            ", kind " + std::to_string(meta.kind);
 }
 
-/// Null, and the reason, for an identity that the catalogue does not have.
+/// Returns null, with the cause in `reason`, for an identity that is not in the catalogue.
 const MessageType* typeOf(const MsgMeta& meta, const MessageCatalogue& catalogue,
                           std::string& reason)
 {
@@ -104,20 +104,20 @@ const MessageType* typeOf(const MsgMeta& meta, const MessageCatalogue& catalogue
     return type;
 }
 
-/// Kind, version and two bytes of zero share a word of the header.
+/// Kind, version and two zero bytes share one word of the header.
 inline std::uint32_t kindAndVersion(std::uint8_t kind) noexcept
 {
     return std::uint32_t{kind} << 24 | std::uint32_t{frameVersion} << 16;
 }
 
-/// Whether length, version and reserved bytes are valid; does not look at the body.
+/// Checks a frame's length, version and reserved bytes, but not its body.
 bool isFrame(FrameView frame) noexcept
 {
     return isFrameLength(frame.size) && lengthOfFrame(frame.data) == frame.size &&
            endian::load_big_u32(frame.data + 16) == kindAndVersion(frame.data[16]);
 }
 
-/// Describes the fault of a header that isFrame() rejects.
+/// Describes why isFrame() rejects a frame.
 std::string headerFault(FrameView frame)
 {
     const std::string start = "frame of " + std::to_string(frame.size) + " bytes ";
@@ -135,7 +135,7 @@ std::string headerFault(FrameView frame)
     return "reserved bytes are not zero";
 }
 
-/// The type of the message, which has the record of its identity. Null, and the reason, otherwise.
+/// Returns the message's type; null, with the cause in `reason`, unless its record is of that type.
 const MessageType* typeOf(const SerializableMessageEvent& event, const MessageCatalogue& catalogue,
                           std::string& reason)
 {
@@ -144,7 +144,7 @@ const MessageType* typeOf(const SerializableMessageEvent& event, const MessageCa
         return nullptr;
     if (!event.data || !event.data->payload || !event.data->endianTable)
         reason = std::string(type->name) + " has no payload";
-    // Compared by the entries, which exist once even where an executable has a copy of the table.
+    // Entries are compared, since they exist only once even if an executable copies the table.
     else if (event.data->endianTable->entries != type->table->entries)
         reason = std::string(type->name) + " has a payload of another record";
     else

@@ -14,7 +14,7 @@ RecordLayout layoutOfRecord(const nubEndianTable_t& table)
         layout.members.push_back(member);
         if (member.kind == RecordMember::string)
             layout.strings.push_back(member.offset);
-        // A string's length precedes its characters.
+        // A string's fixed part is its 32-bit length.
         layout.frameSize +=
             member.kind == RecordMember::word64 ? sizeof(std::uint64_t) : sizeof(std::uint32_t);
     });

@@ -9,7 +9,7 @@
 
 namespace fabric::host {
 
-/// A scalar or a string of a record, or of one nested in it.
+/// Locates a scalar or a string in a record or in a record nested in it.
 struct RecordMember
 {
     enum Kind : std::uint32_t
@@ -20,10 +20,10 @@ struct RecordMember
     };
 
     Kind kind;
-    std::uint32_t offset; ///< inside the outermost record
+    std::uint32_t offset; ///< from the start of the outermost record
 };
 
-/// Calls `visit` with each member of a record, in the order in which they travel.
+/// Calls `visit` with each member of a record, in wire order.
 template <typename Visit>
 void forEachMember(const nubEndianTable_t& table, const Visit& visit, std::uint32_t base = 0)
 {
@@ -46,12 +46,12 @@ void forEachMember(const nubEndianTable_t& table, const Visit& visit, std::uint3
     }
 }
 
-/// The members of a record, found by one walk for all messages that have it.
+/// Keeps the members of a record, so that its table is not walked again for every message.
 struct RecordLayout
 {
     std::vector<RecordMember> members;
     std::vector<std::uint32_t> strings; ///< offsets of the members that are strings
-    std::size_t frameSize = 0;          ///< size of the record in a frame, without characters
+    std::size_t frameSize = 0;          ///< size of the body without the strings' characters
 };
 
 } // namespace fabric::host

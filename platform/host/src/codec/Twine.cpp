@@ -13,16 +13,16 @@ namespace {
 
 constexpr std::uint32_t noString = UINT32_MAX;
 
-/// A record that has one string at most, as nearly all do: the walk of its table, which each
-/// release would repeat, is made once. Written once, before `table`.
+/// Caches where a record has its string, so that a release need not walk the table. Nearly all
+/// records have at most one string; others are not cached.
 struct KnownRecord
 {
-    std::uint32_t string = noString; ///< its offset
+    std::uint32_t string = noString; ///< its offset; written once, before `table`
     std::atomic<const nubEndianTable_t*> table{nullptr};
 };
 
-/// Each by the address of its table. A record that finds its place taken is walked every time,
-/// which costs only time.
+/// Indexed by a hash of the table's address. A record whose entry is in use is walked every time,
+/// which is only slower.
 KnownRecord knownRecords[64];
 
 KnownRecord& placeOf(const nubEndianTable_t& table) noexcept
@@ -38,7 +38,7 @@ void release(void* payload, std::uint32_t offset) noexcept
     string->chars = nullptr;
 }
 
-/// Kept out of the release that runs for every message.
+/// Not inlined, so that the release that runs for every message stays short.
 [[gnu::noinline]] void releaseByWalk(const nubEndianTable_t& table, void* payload) noexcept
 {
     std::uint32_t last = noString;

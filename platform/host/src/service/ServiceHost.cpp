@@ -33,24 +33,24 @@ namespace {
 
 namespace asio = boost::asio;
 
-/// Far more than a device has applications, and a quarter of the descriptors that a process usually
-/// may have.
+/// Far exceeds the number of applications on a device, and takes a quarter of the 1024 descriptors
+/// that a process usually may open.
 constexpr std::size_t maxClients = 256;
 
-/// A service whose runDue() fails cannot say when to call it again. A timer that cannot be made is
-/// tried again as seldom.
+/// Delays the next runDue() after one that threw and so returned no time, and after a timer that
+/// could not be created. Neither is likely to recover sooner.
 constexpr std::chrono::seconds retryAfter(1);
 
-/// How long a client that notifies others waits for one of them to read.
+/// Limits how long a client that notifies others waits for one to read; ample unless it is stuck.
 constexpr std::chrono::milliseconds patience(250);
 
 constexpr Service::TimePoint never = Service::TimePoint::max();
 
-/// For some forty messages, fewer than the usual size: an answer waits behind those that others
-/// brought about, and whoever brings about more than a client reads is soon held up.
+/// Holds some forty messages, fewer than the default: a reply waits behind fewer notifications, and
+/// a client that causes more of them than others read is held up sooner.
 constexpr int sendBuffer = 16 * 1024;
 
-/// More memory than this is not kept for the messages to come.
+/// A larger buffer is freed after use, since nearly all messages fit in this size.
 constexpr std::size_t usualFrame = 4096;
 
 } // namespace
@@ -74,8 +74,8 @@ public:
     }
     ServiceCounters counters() const noexcept { return {framesRefused_, clientsDropped_}; }
 
-    /// The client's end of a new connection in memory. Throws std::bad_alloc, or std::system_error
-    /// when the service has ended. Any thread.
+    /// Returns the client's end of a new connection in memory. Throws std::bad_alloc, or
+    /// std::system_error if the service has ended. Thread-safe.
     std::shared_ptr<FrameStream> connect(asio::io_context& clientLoop);
 
 private:
@@ -102,7 +102,7 @@ private:
     int callService(const char* operation, Call call);
 
     Service& service_;
-    std::atomic<std::size_t> framesRefused_{0}; // 64-bit atomics are not to be had on every target
+    std::atomic<std::size_t> framesRefused_{0}; // not every target has 64-bit atomics
     std::atomic<std::size_t> clientsDropped_{0};
 
     asio::io_context loop_{1};
@@ -110,24 +110,23 @@ private:
     std::shared_ptr<SocketListener> listener_;
 
     std::mutex pendingMutex_;
-    std::vector<std::shared_ptr<FrameStream>> pending_; // connections; guarded by the mutex
-    bool ended_ = false;                                // also: the loop runs no more
+    std::vector<std::shared_ptr<FrameStream>> pending_; // guarded by pendingMutex_
+    bool ended_ = false;                                // likewise; true once the loop has ended
 
     std::map<ClientId, std::unique_ptr<Client>> clients_;
-    std::map<ClientId, std::unique_ptr<Client>>
-        disconnected_; // the service has not heard of it yet
+    std::map<ClientId, std::unique_ptr<Client>> disconnected_; // not yet reported to the service
     ClientId lastClient_ = 0;
     ClientId commanding_ = 0;              // sender of the command in progress
-    Service::TimePoint heldUntil_ = never; // some client, unless read earlier
-    FrameBytes outgoing_;                  // its memory serves one frame after the other
+    Service::TimePoint heldUntil_ = never; // when held clients are checked again
+    FrameBytes outgoing_;                  // reused for every frame
     RateLimitedLog errorLog_;
-    std::atomic<int> stops_{0}; // how often the host has been told
+    std::atomic<int> stops_{0}; // calls of stop()
     bool finishing_ = false;
 
-    // Made when they are first needed: a loop without timers and sockets wakes up faster.
+    // Created when first needed: a loop without timers and sockets wakes up faster.
     std::optional<LoopTimer> due_;
     std::optional<LoopTimer> linger_;
-    Service::TimePoint untimed_ = never; // to be waited for without a timer
+    Service::TimePoint untimed_ = never; // next runDue() if no timer could be created
     LoopTask reportDisconnected_{loop_, [this] { reportDisconnected(); }};
     LoopTask acceptPending_{loop_, [this] { acceptPending(); }};
     LoopTask stop_{loop_, [this] { finish(); }};
@@ -165,16 +164,16 @@ private:
     Service::TimePoint awaitedUntil_ = never;
 };
 
-/// A client whose commands notify others faster than they read waits for them.
+/// Makes a client whose commands notify others faster than they read wait for them.
 bool ServiceHost::Impl::Client::mayRead()
 {
-    awaitedUntil_ = never; // it reads: nothing waits for it
+    awaitedUntil_ = never; // it keeps up, so no client waits for it
     notifies_ = notifies_ && host_.holdNotifiers();
     return !notifies_;
 }
 
-/// How long clients that notify this one wait for it to read; never for one that keeps up, and in
-/// the past for one that has been waited for in vain.
+/// Returns the time until which clients that notify this one wait for it to read: `never` if it
+/// keeps up, and a past time if it did not read in time.
 Service::TimePoint ServiceHost::Impl::Client::awaitedUntil(Service::TimePoint now)
 {
     if (!stream_->isCongested())
@@ -199,7 +198,7 @@ ServiceHost::Impl::~Impl()
 void ServiceHost::Impl::listen(const std::string& path)
 {
     listener_ = std::make_shared<SocketListener>(loop_, path, [this](SocketStream::Socket socket) {
-        boost::system::error_code ignored; // the usual size works as well
+        boost::system::error_code ignored; // the default size works, too
         socket.set_option(asio::socket_base::send_buffer_size(sendBuffer), ignored);
         welcome(std::make_shared<SocketStream>(loop_, std::move(socket), FrameStream::throttled));
     });
@@ -216,7 +215,7 @@ void ServiceHost::Impl::run()
         else if (loop_.run_one_until(untimed_) == 0)
             runDue();
     };
-    // Whatever an exception interrupts has been reported and is lost; the loop goes on.
+    // After an exception the rest of that event is lost, and the loop continues.
     while (!loop_.stopped())
         callGuarded(handleEvent, [this](const char* what) {
             errorLog_.log("exception in a service's loop", what);
@@ -224,7 +223,7 @@ void ServiceHost::Impl::run()
     end();
 }
 
-/// Nobody waits for a loop that runs no more.
+/// Closes all connections, so that no client waits for a loop that has ended.
 void ServiceHost::Impl::end()
 {
     {
@@ -258,7 +257,7 @@ void ServiceHost::Impl::acceptPending()
     for (const std::shared_ptr<FrameStream>& stream : offers)
         callGuarded([&] { welcome(stream); },
                     [&](const char* what) {
-                        errorLog_.log("client lost", what);
+                        errorLog_.log("cannot serve a client", what);
                         stream->close(ENOMEM);
                     });
 }
@@ -289,7 +288,7 @@ bool ServiceHost::Impl::receive(ClientId client, FrameView frame)
         drop(client, ENOMEM, "out of memory");
     else if (!accepted)
         drop(client, EBADMSG, "its frame was refused");
-    return true; // a client whose frame was refused is gone already
+    return true; // the client of a refused frame has been dropped already
 }
 
 bool ServiceHost::Impl::handle(ClientId client, FrameView frame)
@@ -308,11 +307,11 @@ bool ServiceHost::Impl::handle(ClientId client, FrameView frame)
         callService("commandReceived", [&] { service_.commandReceived(client, *command); });
     commanding_ = 0;
     if (error == ENOMEM)
-        drop(client, ENOMEM, "out of memory"); // it need not wait for an answer
+        drop(client, ENOMEM, "out of memory"); // or it would wait for a reply in vain
     return true;
 }
 
-/// Always false.
+/// Always returns false.
 bool ServiceHost::Impl::refuse(ClientId client, const char* reason)
 {
     ++framesRefused_;
@@ -328,14 +327,14 @@ void ServiceHost::Impl::send(ClientId client, std::unique_ptr<SerializableMessag
     std::string reason;
     const auto encode = [&] {
         if (event->meta.kind == kindCommand)
-            reason = "a command";
+            reason = "it is a command";
         else
             encodeFrame(*event, service_.catalogue(), outgoing_, reason);
     };
     if (!callGuarded(encode, [](const char*) {}))
         return drop(client, ENOMEM, "out of memory");
     if (!reason.empty()) {
-        log(logError, "fabric-host: message of the service not sent: %s\n", reason.c_str());
+        log(logError, "fabric-host: message from the service not sent: %s\n", reason.c_str());
         return;
     }
     const auto sender = client == commanding_ ? clients_.end() : clients_.find(commanding_);
@@ -367,8 +366,8 @@ void ServiceHost::Impl::ended(ClientId client, int reason)
     remove(client);
 }
 
-/// The client lives until the service has heard of its end, after the call in progress. Null for a
-/// client that is gone already.
+/// Keeps the client alive until its end is reported to the service, after the call in progress.
+/// Returns null for a client that was removed already.
 FrameStream* ServiceHost::Impl::remove(ClientId client)
 {
     auto node = clients_.extract(client);
@@ -407,12 +406,12 @@ void ServiceHost::Impl::runDue()
         due_->expireAt(next);
     };
     const bool timed =
-        callGuarded(set, [this](const char* what) { errorLog_.log("service not timed", what); });
+        callGuarded(set, [this](const char* what) { errorLog_.log("cannot set a timer", what); });
     untimed_ = timed ? never : Service::TimePoint::clock::now() + retryAfter;
 }
 
-/// Whether clients that notify others wait for one of them. When they need not any longer, they are
-/// read from again.
+/// Returns true while clients that notify others have to wait for one to read. Resumes reading from
+/// them when they no longer have to.
 bool ServiceHost::Impl::holdNotifiers()
 {
     const auto now = Service::TimePoint::clock::now();
@@ -443,14 +442,14 @@ void ServiceHost::Impl::finish()
     reportDisconnected_.schedule();
 }
 
-/// Calls the service. Returns 0, or an error number for an exception, which has been reported.
+/// Calls the service. Returns 0, or an error number for an exception, which is logged.
 template <typename Call>
 int ServiceHost::Impl::callService(const char* operation, Call call)
 {
     int error = 0;
     callGuarded(call, [&](const char* what) {
         error = currentError(ECANCELED);
-        log(logError, "fabric-host: exception out of the service's %s: %s\n", operation, what);
+        log(logError, "fabric-host: exception from the service's %s: %s\n", operation, what);
     });
     return error;
 }

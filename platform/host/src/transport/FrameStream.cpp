@@ -6,8 +6,8 @@
 namespace fabric::host {
 namespace {
 
-/// Longer than a handful of commands take, so that few turns are cut short, and short enough that
-/// many busy streams each wait no longer than a person notices.
+/// Longer than a handful of commands needs, so that few turns are cut short, and short enough that
+/// nobody notices the wait even among many busy streams.
 constexpr std::chrono::microseconds turnLength(50);
 
 } // namespace
@@ -20,9 +20,9 @@ void FrameStream::start(FrameListener& listener)
 
 void FrameStream::takeTurn()
 {
-    if (!listener_) // the other end has been faster than start()
+    if (!listener_) // the other end sent something before start()
         return;
-    const std::shared_ptr<FrameStream> self = shared_from_this(); // the listener may drop it
+    const std::shared_ptr<FrameStream> self = shared_from_this(); // the listener may release it
     const auto end = std::chrono::steady_clock::now() + turnLength;
     try {
         FrameView frame = {nullptr, 0};
@@ -46,13 +46,13 @@ void FrameStream::takeTurn()
 
 void FrameStream::deliverReceived()
 {
-    // What is held is at most what was taken from a full queue, and another one.
+    // At most two full queues are waiting: one already swapped out, and another behind it.
     FrameView frame = {nullptr, 0};
     try {
         for (std::size_t i = 0; i < 2 * maxQueuedFrames && isOpen() && listener_; ++i)
             if (!nextFrame(frame) || !listener_->frameReceived(frame))
                 return;
-    } catch (const std::bad_alloc&) { // ends the connection, which is about to be closed anyway
+    } catch (const std::bad_alloc&) { // the connection is about to be closed anyway
     }
 }
 

@@ -13,45 +13,45 @@
 
 namespace fabric::host {
 
-/// Bounds of what waits to be sent in one direction of a connection. The bytes hold the longest
-/// frame four times; a thousand commands are a burst that an application may well send at once.
+/// Limits the send queue in one direction of a connection. An application may well send a thousand
+/// commands in one burst; the bytes hold four frames of maximum size.
 constexpr std::size_t maxQueuedFrames = 1024;
 constexpr std::size_t maxQueuedBytes = 256 * 1024;
 
-/// How long an end that closes in good order waits for the other one to take what is queued.
+/// Limits how long an orderly close waits for the other end to read what is queued.
 constexpr std::chrono::seconds lingerTimeout(1);
 
-/// Is told, on the stream's loop, what arrives over a stream.
+/// Receives what arrives over a stream. Called on the stream's loop.
 class FrameListener
 {
 public:
-    /// False refuses the frame, which ends the connection with EBADMSG; std::bad_alloc ends it with
-    /// ENOMEM. `frame` is valid until the call returns; it need not be a frame at all.
+    /// Returning false refuses the frame and ends the connection with EBADMSG; std::bad_alloc ends
+    /// it with ENOMEM. `frame` is unchecked, and valid until the call returns.
     virtual bool frameReceived(FrameView frame) = 0;
 
-    /// Whether the next frame may come. After false none comes before FrameStream::resume().
+    /// Returns true if the next frame may come. After false, reading pauses; see resume().
     virtual bool mayRead() { return true; }
 
-    /// No more frames come before others have had their turn.
+    /// The stream's turn is over; other streams come next.
     virtual void turnEnded() {}
 
-    /// The connection has ended; `reason` is 0 if the other end closed it in good order. The last
-    /// call; none follows close().
+    /// The connection has ended; `reason` is 0 if the other end closed it in good order. No frame
+    /// follows. Not called after close().
     virtual void ended(int reason) = 0;
 
 protected:
     ~FrameListener() {}
 };
 
-/// One end of a connection that carries frames. Belongs to the thread that runs its loop, except
-/// for send(). Always owned by a shared_ptr.
+/// One end of a connection that carries frames. Use it on its loop's thread only, except for
+/// send(). A shared_ptr must own it.
 class FrameStream : public std::enable_shared_from_this<FrameStream>
 {
 public:
     enum Flow
     {
         freeFlow, ///< reads whatever arrives
-        throttled ///< reads nothing while what it sent waits to be taken
+        throttled ///< does not read while isCongested()
     };
 
     virtual ~FrameStream() = default;
@@ -59,32 +59,33 @@ public:
     FrameStream(const FrameStream&) = delete;
     FrameStream& operator=(const FrameStream&) = delete;
 
-    /// Has the loop read from now on; `listener` outlives the connection or close(). Once.
+    /// Starts reading. `listener` must live until the connection ends or close(). Call it once.
     void start(FrameListener& listener);
 
-    /// The listener may read again.
+    /// Resumes reading after FrameListener::mayRead() has returned false.
     void resume() noexcept { turn_.schedule(); }
 
-    /// Whether what was sent waits to be taken. A throttled stream takes a turn when it has gone.
+    /// Returns true while too much waits for the other end to read it. Afterwards a throttled
+    /// stream takes a turn.
     virtual bool isCongested() = 0;
 
-    /// Sends or queues a copy of the frame: 0, or a negative error number: -ENOTCONN, -EAGAIN when
-    /// the queue is full, -ENOMEM, or why the other end cannot be reached any more. Never blocks.
-    /// Any thread.
+    /// Sends or queues a copy of the frame. Returns 0 or a negative error number: -ENOTCONN,
+    /// -EAGAIN if the queue is full, -ENOMEM, or the error that broke the connection. Never blocks.
+    /// Thread-safe.
     virtual int send(FrameView frame) = 0;
 
-    /// Sends no more, and tells the other end so once everything queued has gone.
+    /// Accepts no more frames, and signals the end of the stream after the queued ones.
     virtual void shutdownSend() = 0;
 
-    /// Waits until the other end has taken what is queued, for lingerTimeout at most. Returns how
-    /// many frames it has not taken.
+    /// Waits until the queue has been sent, for lingerTimeout at most. Returns the number of frames
+    /// left in it.
     virtual std::size_t drain() = 0;
 
-    /// Hands over all that has arrived by now, before close().
+    /// Delivers the frames received so far. Called before close().
     void deliverReceived();
 
-    /// Ends the connection without a report here. `reason` is for the other end, if the transport
-    /// can tell it.
+    /// Closes the connection without a report to the listener. The other end receives `reason` if
+    /// the transport can carry it.
     virtual void close(int reason) = 0;
 
     virtual bool isOpen() const noexcept = 0;
@@ -95,22 +96,22 @@ protected:
     {
     }
 
-    /// Gives `frame` the next one that has arrived, valid until the next call; false if there is
-    /// none yet.
+    /// Sets `frame` to the next received frame, valid until the next call. Returns false if there
+    /// is none yet.
     virtual bool nextFrame(FrameView& frame) = 0;
 
-    /// Calls takeTurn() when more has arrived, or ends the connection if nothing more will.
+    /// Calls takeTurn() when more arrives, or ends the connection if nothing more will.
     virtual void awaitInput() = 0;
 
-    /// Hands over the frames that have arrived, for a short time: other streams on the loop have
-    /// their turn in between.
+    /// Delivers the frames that have arrived, for a short time, so that other streams on the loop
+    /// get their turn.
     void takeTurn();
 
-    /// Closes, with a report here.
+    /// Closes the connection with a report to the listener.
     void end(int reason);
 
     const Flow flow_;
-    LoopTask turn_; ///< takes another turn
+    LoopTask turn_; ///< calls takeTurn()
 
 private:
     FrameListener* listener_ = nullptr;

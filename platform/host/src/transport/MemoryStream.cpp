@@ -10,21 +10,21 @@
 namespace fabric::host {
 namespace {
 
-/// A side that answers stops to read when so much waits: what one more command brings about then
-/// still has a place.
+/// A throttled end stops reading when its queue is half full, so that the messages caused by one
+/// more command still fit.
 constexpr std::size_t congestedFrames = maxQueuedFrames / 2;
 constexpr std::size_t congestedBytes = maxQueuedBytes / 2;
 
-/// More is not kept for the frames to come.
+/// A larger buffer is freed after a burst; a few frames at a time fit easily in this size.
 constexpr std::size_t usualSize = 16 * 1024;
 
 } // namespace
 
-/// One end, as the other one sees it.
+/// The state of one end that the other end uses, too.
 struct MemoryStream::Side
 {
-    /// Has its own mutex, so that the thread that is woken up need not wait for the one that the
-    /// sender still holds.
+    /// Locks a mutex of its own, so that the woken thread need not wait for one that the sender
+    /// still holds.
     void wake() noexcept
     {
         const std::lock_guard<std::mutex> lock(wakeMutex);
@@ -32,12 +32,12 @@ struct MemoryStream::Side
             turn->schedule();
     }
 
-    std::mutex mutex; ///< guards what follows
-    FrameBytes bytes; ///< frames for this end, one after the other
+    std::mutex mutex; ///< guards the members up to `reason`
+    FrameBytes bytes; ///< consecutive frames for this end
     std::size_t frames = 0;
-    bool senderWaits = false; ///< until the frames are taken
+    bool senderWaits = false; ///< for this end to read
     bool closed = false;      ///< nothing more will be sent to this end
-    bool refused = false;     ///< this end takes nothing more
+    bool refused = false;     ///< this end accepts nothing more
     int reason = 0;           ///< why it was closed
 
     std::mutex wakeMutex;
@@ -156,7 +156,7 @@ void MemoryStream::close(int reason)
     closeSending(reason);
 }
 
-/// Wakes the other end, which also looks again for room to send.
+/// Wakes the other end, which may also be waiting for room to send.
 void MemoryStream::closeSending(int reason)
 {
     {

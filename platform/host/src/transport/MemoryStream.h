@@ -9,26 +9,26 @@
 
 namespace fabric::host {
 
-/// Frames between two threads of this process.
+/// Carries frames between two threads of this process.
 class MemoryStream final : public FrameStream
 {
     struct Side;
     struct Channel;
 
 public:
-    /// The two ends of a new connection: the client's, and the service's, which is throttled. Any
-    /// thread; an end may be destroyed here as long as neither has sent anything.
+    /// Creates the two ends of a connection: the client's, and the service's, which is throttled.
+    /// Thread-safe. The caller may destroy an end on this thread until either has sent something.
     static std::pair<std::shared_ptr<FrameStream>, std::shared_ptr<FrameStream>>
     newPair(boost::asio::io_context& clientLoop, boost::asio::io_context& serviceLoop);
 
-    /// For newPair().
+    /// Called by newPair() only.
     MemoryStream(boost::asio::io_context& loop, Flow flow, std::shared_ptr<Channel> channel,
                  Side& here, Side& other);
     ~MemoryStream() override;
 
     int send(FrameView frame) override;
     void shutdownSend() override { closeSending(0); }
-    /// Frames that were sent stay in memory until the other end takes them.
+    /// Nothing needs sending: frames stay in memory until the other end reads them.
     std::size_t drain() override { return 0; }
     void close(int reason) override;
     bool isCongested() override;
@@ -45,7 +45,7 @@ private:
     Side& here_;
     Side& other_;
     std::atomic<bool> open_{true};
-    FrameBytes taken_; ///< from the channel
+    FrameBytes taken_; ///< received frames, swapped out of the channel
     std::size_t begin_ = 0;
 };
 

@@ -24,11 +24,11 @@ namespace {
 namespace asio = boost::asio;
 using Protocol = asio::local::stream_protocol;
 
-/// Others hold the lock for a moment only, unless one of them has been stopped in it.
+/// Other services hold the lock for a moment only, unless stopped while they hold it.
 constexpr std::chrono::seconds longestLock(1);
 constexpr std::chrono::milliseconds lockRetry(10);
 
-/// Throws what every failure of SocketFile throws.
+/// Throws every failure of SocketFile.
 [[noreturn]] void fail(const std::string& path, const std::string& what)
 {
     throw std::runtime_error(path + ": " + what);
@@ -36,10 +36,9 @@ constexpr std::chrono::milliseconds lockRetry(10);
 
 [[noreturn]] void fail(const std::string& path, int error) { fail(path, std::strerror(error)); }
 
-/// Keeps services of this user from replacing the same socket at the same time. The lock is a file
-/// of its own beside the socket: a directory can be locked by anybody who may read it. Without
-/// effect where a file that is not such a lock has the name: only this user's services have to
-/// agree.
+/// Keeps this user's services from replacing the same socket at the same time. The lock is a file
+/// beside the socket, since anyone who may read the directory could lock the directory itself. It
+/// has no effect if another kind of file has its name.
 class PathLock
 {
 public:
@@ -51,7 +50,7 @@ public:
                 fail(socket,
                      std::string("cannot create a file in its directory: ") + std::strerror(error));
             if (std::chrono::steady_clock::now() >= deadline)
-                fail(socket, "another service is starting here, and has been for a second");
+                fail(socket, "another service is starting here and takes more than a second");
             std::this_thread::sleep_for(lockRetry);
         }
     }
@@ -67,7 +66,7 @@ public:
     PathLock& operator=(const PathLock&) = delete;
 
 private:
-    /// 0, or an error number: EWOULDBLOCK while another service holds the lock.
+    /// Returns 0 or an error number: EWOULDBLOCK while another service holds the lock.
     int acquire() noexcept
     {
         const int file = ::open(name_.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
@@ -90,8 +89,8 @@ private:
     int file_ = -1;
 };
 
-/// Close-on-exec: a child that inherited the socket would keep the connection open. Returns 0 or an
-/// error number.
+/// Opens the socket close-on-exec, since a child that inherited it would keep the connection open.
+/// Returns 0 or an error number.
 template <class Socket>
 int openSocket(Socket& socket)
 {
@@ -120,7 +119,7 @@ int connectTo(const std::string& path, Protocol::socket& socket)
     socket.native_non_blocking(true, error);
     if (error)
         return error.value();
-    // Asio would wait for a queue that is full, and take that for a connection.
+    // If the accept queue is full, Asio would wait for the socket and report a connection.
     const int result =
         ::connect(socket.native_handle(), endpoint.data(), static_cast<socklen_t>(endpoint.size()));
     return result == 0 ? 0 : errno;
@@ -138,7 +137,7 @@ SocketFile::SocketFile(const std::string& path, Protocol::acceptor& acceptor) : 
     removeStale();
     if (const int failure = openSocket(acceptor))
         fail(name_, failure);
-    // The file gets the mode of the socket, so nobody else can open it at any time.
+    // bind() gives the file the socket's mode, so other users can never open it.
     if (::fchmod(acceptor.native_handle(), S_IRUSR | S_IWUSR) != 0)
         fail(name_, errno);
     boost::system::error_code error;
@@ -151,7 +150,7 @@ SocketFile::SocketFile(const std::string& path, Protocol::acceptor& acceptor) : 
     }
 }
 
-/// Remembers the file, too, so that no other is removed in its place. Returns 0 or an error number.
+/// Also remembers the file, so that no other is removed instead. Returns 0 or an error number.
 int SocketFile::listen(Protocol::acceptor& acceptor)
 {
     struct stat made = {};

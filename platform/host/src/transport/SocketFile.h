@@ -9,20 +9,20 @@
 
 namespace fabric::host {
 
-/// Connects, without ever waiting: a service that does not accept has failed with EAGAIN. Returns 0
-/// or a positive error number.
+/// Connects without blocking. Returns 0 or a positive error number: EAGAIN if the service's accept
+/// queue is full.
 int connectTo(const std::string& path, boost::asio::local::stream_protocol::socket& socket);
 
-/// The name of a listening socket in the file system, for as long as the object lives.
+/// Owns the file of a listening socket.
 class SocketFile
 {
 public:
-    /// Listens at `path`, for this user alone. The directory has to exist. A socket left behind by
-    /// a service that is gone is replaced; a socket in use, and whatever is not a socket, stays.
-    /// Throws std::runtime_error that names the path and what is wrong.
+    /// Listens at `path`, for this user only. The directory must exist. A stale socket is replaced;
+    /// a socket in use, or a file that is not a socket, is left alone. Throws std::runtime_error
+    /// that names the path and the cause.
     SocketFile(const std::string& path, boost::asio::local::stream_protocol::acceptor& acceptor);
 
-    /// Removes the socket, unless another one has taken its place.
+    /// Removes the socket, unless another file has replaced it.
     ~SocketFile();
 
     SocketFile(const SocketFile&) = delete;

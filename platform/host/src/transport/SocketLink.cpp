@@ -20,11 +20,12 @@
 namespace fabric::host {
 namespace {
 
-/// A service that restarts is found again soon; one that stays away costs little.
+/// Short at first, to find a restarted service soon; longer later, so that an absent one costs
+/// little.
 constexpr std::chrono::milliseconds firstDelay(50);
 constexpr std::chrono::milliseconds longestDelay(2000);
 
-/// Connects again and again, from the opening of the link to its closing.
+/// Reconnects for as long as it is open.
 class SocketLink final : public StreamLink
 {
 public:
@@ -49,9 +50,9 @@ private:
     const std::string path_;
     const uid_t trustedUser_;
     boost::asio::io_context* loop_ = nullptr;
-    std::optional<LoopTimer> retry_; ///< while the link is open
+    std::optional<LoopTimer> retry_; ///< set while the link is open
     std::chrono::milliseconds delay_ = firstDelay;
-    int reported_ = 0; ///< error number of the failures in a row
+    int reported_ = 0; ///< error number of the last failure, 0 after a success
 };
 
 void SocketLink::open(boost::asio::io_context& loop, LinkListener& listener)
@@ -118,7 +119,7 @@ bool SocketLink::frameReceived(FrameView frame)
 {
     if (!listener().frameReceived(frame))
         return false;
-    delay_ = firstDelay; // a peer that sends anything else is tried less and less often
+    delay_ = firstDelay; // a peer that sends anything else is retried less and less often
     return true;
 }
 

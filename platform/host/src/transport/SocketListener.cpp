@@ -14,7 +14,7 @@
 namespace fabric::host {
 namespace {
 
-/// A shortage of descriptors or memory is looked at again so often.
+/// Delays accepting after a shortage of descriptors or memory, so that the loop does not spin.
 constexpr std::chrono::milliseconds retryAfter(100);
 
 } // namespace
@@ -61,7 +61,8 @@ void SocketListener::accept()
         owned = true;
         accepted_(std::move(socket));
     };
-    callGuarded(welcome, [this](const char* what) { errorLog_.log("client lost", what); });
+    callGuarded(welcome,
+                [this](const char* what) { errorLog_.log("cannot serve a client", what); });
     if (!owned)
         ::close(descriptor);
     awaitConnection();
@@ -72,7 +73,7 @@ void SocketListener::failed(int error)
     // The connection may be gone again by the time it is accepted.
     if (error == EAGAIN || error == EINTR || error == ECONNABORTED)
         return awaitConnection();
-    errorLog_.log("no client accepted", std::strerror(error));
+    errorLog_.log("cannot accept a client", std::strerror(error));
     retry_.expireAfter(retryAfter);
 }
 

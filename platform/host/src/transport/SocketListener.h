@@ -14,24 +14,24 @@
 
 namespace fabric::host {
 
-/// Accepts connections at a socket of the file system. Belongs to the loop's thread.
+/// Accepts connections at a Unix-domain socket. Use it on the loop's thread only.
 class SocketListener : public std::enable_shared_from_this<SocketListener>
 {
 public:
     using Socket = boost::asio::local::stream_protocol::socket;
 
-    /// Listens from now on; once started, `accepted` gets the connections and may throw. Throws
-    /// std::runtime_error that names the path and what is wrong: see SocketFile.
+    /// Listens from now on. After start() each connection is passed to `accepted`, which may throw.
+    /// Throws std::runtime_error as SocketFile does.
     SocketListener(boost::asio::io_context& loop, const std::string& path,
                    std::function<void(Socket)> accepted);
 
-    /// Once; the listener is owned by a shared_ptr.
+    /// Call it once; a shared_ptr must own the listener.
     void start() { awaitConnection(); }
 
     SocketListener(const SocketListener&) = delete;
     SocketListener& operator=(const SocketListener&) = delete;
 
-    /// Removes the socket.
+    /// Stops listening and removes the socket.
     void close();
 
 private:

@@ -20,7 +20,7 @@ namespace {
 
 namespace asio = boost::asio;
 
-/// Room for many frames of the usual size; a longer one gets more for as long as it takes.
+/// Holds many frames of typical size; the buffer grows for as long as a longer one needs it.
 constexpr std::size_t usualSize = 4096;
 
 } // namespace
@@ -41,7 +41,7 @@ bool SocketStream::nextFrame(FrameView& frame)
         return false;
     const std::uint8_t* const start = &input_[begin_];
     const std::size_t length = lengthOfFrame(start);
-    // What cannot be a frame is handed over as it is, for the listener to refuse.
+    // If the length is invalid, all input is delivered as one frame, which the listener refuses.
     frame = {start, isFrameLength(length) ? length : available};
     if (frame.size > available) {
         wanted_ = frame.size;
@@ -83,8 +83,8 @@ void SocketStream::received(const boost::system::error_code& error, std::size_t 
     takeTurn();
 }
 
-/// At the end of what the other end has sent. A peer that has died leaves nothing of its socket;
-/// one that merely has no more to send still has the other direction open.
+/// Returns the reason for the end of input. A peer that died has closed both directions; one that
+/// called shutdownSend() still reads.
 int SocketStream::reasonOfEnd()
 {
     const std::lock_guard<std::mutex> lock(mutex_);
@@ -102,7 +102,7 @@ int SocketStream::send(FrameView frame)
         return -sendError_;
     if (state_ != State::open)
         return -ENOTCONN;
-    // At once if possible: waking the loop up costs more than sending.
+    // Send at once if possible, since waking the loop costs more than sending.
     const bool first = queuedFrames_ == 0;
     const std::size_t sent = first ? sendNow(frame.data, frame.size) : 0;
     if (sent == frame.size)
@@ -114,7 +114,7 @@ int SocketStream::send(FrameView frame)
     try {
         append(frame.data + sent, frame.size - sent);
     } catch (const std::bad_alloc&) {
-        if (sent != 0) // the other end cannot make sense of what follows half a frame
+        if (sent != 0) // the other end cannot recover from half a frame
             fail(ENOMEM);
         return -ENOMEM;
     }
@@ -123,7 +123,7 @@ int SocketStream::send(FrameView frame)
     return 0;
 }
 
-/// Returns how many bytes the socket has taken.
+/// Returns how many bytes the socket accepted.
 std::size_t SocketStream::sendNow(const std::uint8_t* bytes, std::size_t size) noexcept
 {
     std::size_t sent = 0;
@@ -161,7 +161,7 @@ void SocketStream::sendQueued() noexcept
         if (--queuedFrames_ != 0)
             firstEnd_ += lengthOfFrame(&queue_[firstEnd_]);
     if (queuedFrames_ == 0) {
-        std::vector<std::uint8_t>().swap(queue_); // a burst's memory is given back
+        std::vector<std::uint8_t>().swap(queue_); // frees the memory of a burst
         sent_ = 0;
     } else if (sent_ > maxQueuedBytes) {
         queue_.erase(queue_.begin(), queue_.begin() + static_cast<std::ptrdiff_t>(sent_));
@@ -170,8 +170,7 @@ void SocketStream::sendQueued() noexcept
     }
 }
 
-/// Sends no more. Reading goes on to the end of what has already arrived, which ends the
-/// connection.
+/// Stops sending. Input that has already arrived is still read; its end ends the connection.
 void SocketStream::fail(int error) noexcept
 {
     state_ = State::failed;
@@ -232,8 +231,8 @@ std::size_t SocketStream::drain()
     std::array<std::uint8_t, usualSize> ignored;
     while (queuedFrames_ != 0 && isOpen() && sendError_ == 0 && left.count() > 0) {
         ::poll(&state, 1, static_cast<int>(left.count()));
-        // A peer that waits for its answers to be read reads no more itself, so they are read, and
-        // lost. At their end there would be something to read for ever.
+        // A throttled peer does not read until its replies are read, so read and discard them. At
+        // the end of input, POLLIN would be set forever.
         if ((state.revents & POLLIN) != 0 &&
             ::recv(socket_.native_handle(), ignored.data(), ignored.size(), MSG_DONTWAIT) == 0)
             state.events = POLLOUT;
@@ -250,7 +249,7 @@ void SocketStream::close(int)
     if (!isOpen())
         return;
     state_ = State::closed;
-    // Also for a child process that was forked with this end.
+    // Also ends the connection for a forked child that still has this descriptor.
     ::shutdown(socket_.native_handle(), SHUT_RDWR);
     boost::system::error_code ignored;
     socket_.close(ignored);

@@ -13,7 +13,7 @@
 
 namespace fabric::host {
 
-/// Frames over a socket.
+/// Carries frames over a socket.
 class SocketStream final : public FrameStream
 {
 public:
@@ -32,8 +32,8 @@ private:
     enum class State
     {
         open,
-        finishing, ///< sends what is queued, and takes no more
-        failed,    ///< sends no more, but reads to the end of what has arrived
+        finishing, ///< sends what is queued, but accepts no more
+        failed,    ///< does not send, but reads what has already arrived
         closed
     };
 
@@ -45,7 +45,7 @@ private:
     void roomAvailable(const boost::system::error_code& error);
     void awaitRoom();
 
-    // With the mutex held.
+    // These need the mutex held.
     std::size_t sendNow(const std::uint8_t* bytes, std::size_t size) noexcept;
     bool hasRoomFor(std::size_t size) const noexcept;
     void append(const std::uint8_t* bytes, std::size_t size);
@@ -54,21 +54,21 @@ private:
 
     Socket socket_;
     std::vector<std::uint8_t> input_;
-    std::size_t begin_ = 0;  ///< of what has arrived and has not been handed over
-    std::size_t end_ = 0;    ///< of what has arrived
-    std::size_t wanted_ = 0; ///< bytes from begin_ on that are needed to go on
+    std::size_t begin_ = 0;  ///< start of the input not yet delivered
+    std::size_t end_ = 0;    ///< end of the input
+    std::size_t wanted_ = 0; ///< bytes needed from begin_ on to continue
     bool reading_ = false;
     OperationMemory readMemory_;
 
-    std::mutex mutex_; ///< guards what follows, and the socket against being closed
+    std::mutex mutex_; ///< guards the members below and the closing of socket_
     std::atomic<State> state_{State::open};
     int sendError_ = 0;
-    std::vector<std::uint8_t> queue_; ///< frames, the first of which may have gone in part
-    std::size_t sent_ = 0;            ///< of queue_
+    std::vector<std::uint8_t> queue_; ///< frames, the first of which may be partly sent
+    std::size_t sent_ = 0;            ///< bytes of queue_ already sent
     std::size_t queuedFrames_ = 0;
-    std::size_t firstEnd_ = 0; ///< of the first queued frame, in queue_
+    std::size_t firstEnd_ = 0; ///< end of the first queued frame in queue_
     OperationMemory writeMemory_;
-    LoopTask awaitRoom_; ///< waits until the socket takes more
+    LoopTask awaitRoom_; ///< waits until the socket is writable
 };
 
 } // namespace fabric::host

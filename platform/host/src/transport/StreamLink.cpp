@@ -32,7 +32,7 @@ void StreamLink::close()
 int StreamLink::send(FrameView frame)
 {
     if (!isFrameLength(frame.size) || lengthOfFrame(frame.data) != frame.size)
-        return -EBADMSG; // the other end would take it apart in another place
+        return -EBADMSG; // the other end would lose the frame boundaries
     const std::lock_guard<std::mutex> lock(mutex_);
     return stream_ ? stream_->send(frame) : -ENOTCONN;
 }

@@ -10,7 +10,7 @@
 
 namespace fabric::host {
 
-/// A link that has a stream while it is up.
+/// Implements a link over a FrameStream.
 class StreamLink : public Link, protected FrameListener
 {
 public:
@@ -21,7 +21,8 @@ protected:
     void setListener(LinkListener& listener) noexcept { listener_ = &listener; }
     LinkListener& listener() const noexcept { return *listener_; }
 
-    /// The link is up. Commands can be sent before the listener hears of it; answers come later.
+    /// Brings the link up. Commands can be sent before the listener is notified; replies come
+    /// after.
     void connected(const std::shared_ptr<FrameStream>& stream);
 
     bool frameReceived(FrameView frame) override;
