@@ -12,7 +12,7 @@ namespace chronal::sim {
 
 namespace {
 
-// The machine's UTC may be set, so no wait goes on for longer than this without another look.
+// The machine's UTC may be set and advances during suspension, so no wait is longer than this.
 constexpr Span longestWait = std::chrono::minutes(1);
 
 Span machineTime()
@@ -37,7 +37,6 @@ public:
 
     TimePoint steady() const override { return std::chrono::steady_clock::now(); }
 
-    // The machine's UTC may be set, and goes on while the machine is suspended.
     TimePoint steadyAfter(Span wait) const override
     {
         return steady() + std::clamp(wait, Span::zero(), longestWait);
@@ -53,7 +52,7 @@ ScaledClock::ScaledClock(Utc start, double speed)
 {
 }
 
-// Floating-point, until the result is certain to fit into a Span.
+// Computes in floating point until the result is certain to fit into a Span.
 Utc ScaledClock::utc() const
 {
     const Span elapsed = std::chrono::duration_cast<Span>(steady() - startSteady_);

@@ -7,8 +7,8 @@
 
 namespace chronal::sim {
 
-/// The time of the simulation. Its UTC may be set and may run at any speed; its steady time only
-/// ever goes forward, and is that of the caller of Service::runDue().
+/// The time of the simulation. UTC may be set and may run at any speed. Steady time only moves
+/// forward, and Service::runDue() returns times of it.
 class Clock
 {
 public:
@@ -20,8 +20,8 @@ public:
     virtual Utc utc() const = 0;
     virtual TimePoint steady() const = 0;
 
-    /// The time at which to check whether utc() has advanced by `wait`. It may be too early, though
-    /// never now unless `wait` is zero or negative, and it is never more than a minute late.
+    /// The time at which to check whether utc() has advanced by `wait`. It may be too early, but
+    /// lies after steady() if `wait` is positive, and is never more than a minute late.
     virtual TimePoint steadyAfter(Span wait) const = 0;
 };
 
@@ -29,7 +29,7 @@ public:
 class ScaledClock final : public Clock
 {
 public:
-    /// `speed` is positive.
+    /// `speed` must be positive.
     ScaledClock(Utc start, double speed);
 
     Utc utc() const override;
@@ -42,7 +42,7 @@ private:
     const double speed_;
 };
 
-/// The machine's clocks. They go on after 2038, even where time_t has 32 bits.
+/// The machine's clocks. They continue past 2038, even where time_t has 32 bits.
 const Clock& systemClock();
 
 } // namespace chronal::sim

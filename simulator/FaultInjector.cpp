@@ -15,13 +15,13 @@ std::string named(fabric::host::ClientId client) { return "client " + std::to_st
 
 } // namespace
 
-/// Calls `text` for a line. Without memory for it there is another line in its place.
+/// Logs the line that `text` returns, or a substitute if memory runs out.
 template <class Text>
 void FaultInjector::note(Text text) const noexcept
 {
     if (!log_)
         return;
-    std::string line = "(out of memory)"; // allocates nothing
+    std::string line = "(out of memory)"; // short enough not to be allocated
     try {
         line = text();
     } catch (const std::bad_alloc&) {
@@ -29,8 +29,8 @@ void FaultInjector::note(Text text) const noexcept
     log_(line);
 }
 
-FaultInjector::FaultInjector(fabric::host::Service& service, const Faults& wanted, Log sink)
-    : service_(service), faults_(wanted), log_(std::move(sink))
+FaultInjector::FaultInjector(fabric::host::Service& service, const Faults& faults, Log log)
+    : service_(service), faults_(faults), log_(std::move(log))
 {
 }
 

@@ -14,19 +14,19 @@ namespace chronal::sim {
 
 struct Faults
 {
-    std::size_t dropAfter = 0;     ///< commands, after which a client is disconnected; 0 for never
+    std::size_t dropAfter = 0;     ///< commands until a client is disconnected; 0 for never
     std::set<std::string> refused; ///< names of commands that are answered with -EACCES
 };
 
-/// A service with faults, to rehearse what its clients do about them, and with a line for every
-/// message.
+/// Adds faults to a service, to rehearse how its clients handle them, and logs connections and
+/// messages.
 class FaultInjector final : public fabric::host::Service, private fabric::host::ClientSender
 {
 public:
-    /// Does not throw.
+    /// Must not throw.
     using Log = std::function<void(const std::string& line)>;
 
-    /// `service` outlives this one. An empty `log` costs nothing.
+    /// `service` must outlive this object. With an empty `log`, no lines are made.
     FaultInjector(fabric::host::Service& service, const Faults& faults, Log log);
 
     const fabric::host::MessageCatalogue& catalogue() const override;
@@ -52,7 +52,7 @@ private:
     const Faults faults_;
     const Log log_;
     fabric::host::ClientSender* outlet_ = nullptr;
-    std::map<ClientId, std::size_t> commands_; ///< received of each client that is connected
+    std::map<ClientId, std::size_t> commands_; ///< received from each connected client
 };
 
 } // namespace chronal::sim

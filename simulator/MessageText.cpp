@@ -106,7 +106,7 @@ void listPayload(std::string& line, const void* payload)
     list(Fields(line), *static_cast<const Record*>(payload));
 }
 
-// In the order of the catalogue.
+// Indexed like the catalogue's types.
 constexpr void (*payloads[])(std::string& line, const void* payload) = {
 #define CHRONAL_SIM_PAYLOAD(name, record, resource, operation, kind) listPayload<record>,
     CHRONAL_SIM_MESSAGES(CHRONAL_SIM_PAYLOAD)

@@ -9,8 +9,8 @@ namespace chronal::sim {
 
 /// A message of the catalogue as one line: its name, its ids, and the fields of its record by name.
 ///
-/// Records do not tell points in time from spans. A time within a hundred hours of 1970 is printed
-/// as a span, which it almost always is. Characters that a terminal would interpret are escaped.
+/// Records do not distinguish points in time from spans. A time within a hundred hours of 1970 is
+/// printed as a span, because it nearly always is one. Control characters are escaped.
 std::string messageText(const fabric::SerializableMessageEvent& message);
 
 } // namespace chronal::sim

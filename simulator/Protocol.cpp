@@ -11,7 +11,7 @@ constexpr char localtimeAt[] = "cmdLocaltimeAt";
 
 bool isTimeAt(const fabric::host::MessageType& type)
 {
-    return type.name == cmdTimeAt.name; // the catalogue's copy has the same
+    return type.name == cmdTimeAt.name; // the catalogue's copy shares the pointer
 }
 
 } // namespace

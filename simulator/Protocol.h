@@ -19,8 +19,8 @@
 /// callbacks of chronal::UserAdapter.
 namespace chronal::sim {
 
-// Name, record, resource, operation, kind. cmdLocaltimeAt and cmdUTCTimeAt send the same message,
-// cmdTimeAt.
+// The columns are name, record, resource, operation and kind. cmdLocaltimeAt and cmdUTCTimeAt send
+// the same message, cmdTimeAt.
 #define CHRONAL_SIM_MESSAGES(ROW)                                                                  \
     ROW(cmdRefTimeSet, chronalMsgCmdRefTimeData_t, resourceRefTime, operationSet, kindCommand)     \
     ROW(cmdRefLocalTimeSet, chronalMsgCmdRefTimeData_t, resourceRefLocalTime, operationSet,        \
@@ -85,11 +85,11 @@ struct Message : fabric::host::MessageType
 CHRONAL_SIM_MESSAGES(CHRONAL_SIM_DECLARE)
 #undef CHRONAL_SIM_DECLARE
 
-/// All messages, and the service's id.
+/// All messages and the service's id.
 const fabric::host::MessageCatalogue& catalogue();
 
-/// The name of a message. A command has the name of the operation that sends it, so cmdTimeAt has
-/// one of two names. Null for a message that is not in the catalogue.
+/// Returns the name of a message, or null if it is not in the catalogue. A command has the name of
+/// the operation that sends it, so cmdTimeAt has one of two names.
 const char* nameOf(const fabric::SerializableMessageEvent& message);
 
 /// Every name that nameOf() may return for a command.
@@ -102,7 +102,7 @@ struct Content
     boost::shared_ptr<fabric::SerializableMessageData> data;
 };
 
-/// Makes the content of a message: `fill` gets its zero-filled record.
+/// Makes the content of a message; `fill` gets its zero-filled record.
 template <class Record, class Fill>
 Content compose(const Message<Record>& message, Fill fill)
 {

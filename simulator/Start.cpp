@@ -21,7 +21,7 @@ namespace chronal::sim {
 
 namespace {
 
-/// The simulated service on a thread of its own.
+/// The simulated service, running on a thread of its own.
 struct RunningService
 {
     RunningService() { host.start(); }

@@ -16,8 +16,8 @@ namespace chronal::sim {
 
 namespace {
 
-/// It takes a hundred times as long to read a zone as to set one that is known. More than these are
-/// hardly in use at a time; one has up to 8 KiB.
+/// Reading a zone takes a hundred times as long as setting a known one. More than this many are
+/// rarely in use at a time, and each takes up to 8 KiB.
 constexpr std::size_t mostKnownZones = 16;
 
 chronalMsgReplyTime_t times(referenceTimeId_enum id, Utc utc, Span deviation)
@@ -180,10 +180,10 @@ void TimeService::commandReceived(ClientId client, const fabric::SerializableMes
             return candidate.resourceId == command.meta.resourceId &&
                    candidate.operationId == command.meta.operationId;
         });
-    // Replies and notifications are in the catalogue, too, some with the ids of a command.
+    // The catalogue also has replies and notifications, some with a command's ids.
     if (command.meta.kind != detail::kindCommand || handler == std::end(handlers))
         return;
-    // All memory for the answer before anything is changed, so that a change is always answered.
+    // The answer is allocated before anything changes, so that every change is answered.
     afterAnswer_.clear();
     if (!result_.data)
         result_ = compose(replyResult, [](chronalMsgReplyResult_t&) {});
@@ -411,7 +411,7 @@ Content TimeService::timezoneSet(const chronalMsgTimezone_t& command)
     return result(0);
 }
 
-/// Null for a zone that does not exist. The one used last is the first of the known ones.
+/// Returns null for a zone that does not exist. Keeps the most recently used zone first.
 std::shared_ptr<const Zone> TimeService::knownZone(const std::string& name)
 {
     const auto known = std::find_if(knownZones_.begin(), knownZones_.end(),
@@ -463,7 +463,7 @@ std::optional<Utc> TimeService::utcOf(const Source& source) const
 
 Utc TimeService::rtcUtc() const
 {
-    return *utcOf(sources_.at(referenceTimeRtc)); // which always has a time
+    return *utcOf(sources_.at(referenceTimeRtc)); // RTC always has a time
 }
 
 chronalMsgReplyTime_t TimeService::timesOf(referenceTimeId_enum id) const
@@ -528,14 +528,14 @@ void TimeService::startSources()
                                   {referenceTimeAtsc, timeless}};
 }
 
-/// Does not throw, whatever happens.
+/// Does not throw: commandReceived() has allocated the record.
 Content TimeService::result(int code)
 {
     static_cast<chronalMsgReplyResult_t*>(result_.data->payload)->result = code;
     return std::exchange(result_, Content());
 }
 
-/// A client that there is no memory to notify is disconnected, and the others are notified.
+/// Disconnects the client if there is no memory to notify it; other clients are still notified.
 template <class Make>
 void TimeService::notify(ClientId client, Make content)
 {
@@ -553,7 +553,7 @@ void TimeService::notifyAll(const Content& content)
         notify(client, [&] { return content; });
 }
 
-/// Tries again when it is called again, if there is no memory.
+/// If it throws std::bad_alloc, the next call tries again.
 void TimeService::notifyDeviation()
 {
     const Period current = sources_.at(referenceTimeRtc).rule.periodAt(rtcUtc());

@@ -22,7 +22,7 @@
 
 namespace chronal::sim {
 
-/// The longest name of a zone or a server that is taken, in bytes; longer than any real one.
+/// The longest accepted name of a zone or a server, in bytes. Real names are shorter.
 inline constexpr std::size_t longestText = 255;
 
 struct Options
@@ -36,69 +36,68 @@ struct Options
 /// Five sources each keep a time that runs on. RTC and NTP start with the true time; DVB, teletext
 /// and ATSC have none until they are set. A source's deviation from UTC is the zone's until one
 /// that has been announced for the source comes into force; that one holds until the next
-/// announced change. What has been announced is dropped when the zone is set or the time is
-/// initialised.
+/// announced change. Announcements are dropped when the zone is set or the time is initialised.
 ///
-/// A clock, the machine's or a source's, that leaves the years 1970 to 9999 goes on at their other
-/// end; what that changes of the deviation is notified after the next command.
+/// A clock, the machine's or a source's, that leaves the years 1970 to 9999 continues at their
+/// other end; clients are notified of a changed deviation after the next command.
 ///
-/// Every command is answered to its sender, with the command's ids; notifications follow the
-/// answer. "Result" is replyResult with 0. A refusal is replyResult with a negative error number,
-/// and nothing has changed then. A source that does not exist is refused with -EINVAL, as are
-/// absolute times outside of the years 1970 to 9999 and deviations of more than 24 hours. Times
-/// need not be in normal form.
+/// The service answers every command to its sender, with the command's ids; notifications follow
+/// the answer. "Result" is replyResult with 0. A refusal is replyResult with a negative error
+/// number, and changes nothing. A source that does not exist is refused with -EINVAL, as are
+/// absolute times outside the years 1970 to 9999 and deviations of more than 24 hours. Times need
+/// not be normalised.
 ///
 /// | command (cmd...)             | effect                        | answer, refusals              |
 /// |------------------------------|-------------------------------|-------------------------------|
 /// | RefTimeSet                   | the source's UTC is time1;    | Result; -EBUSY when locked    |
-/// |                              | value is kept; time2 is its   |                               |
-/// |                              | deviation, or says nothing:   |                               |
-/// |                              | zero or a marker              |                               |
-/// | RefLocalTimeSet              | the same, time1 being local:  | Result; -EBUSY when locked;   |
-/// |                              | UTC by time2, else by the     | -EINVAL for a local time that |
-/// |                              | deviation in force; of two    | a change skips                |
-/// |                              | UTC the earlier               |                               |
+/// |                              | value is stored; time2 is its |                               |
+/// |                              | deviation, unless it is zero  |                               |
+/// |                              | or a marker                   |                               |
+/// | RefLocalTimeSet              | the same with a local time1,  | Result; -EBUSY when locked;   |
+/// |                              | converted by time2, else by   | -EINVAL for a local time that |
+/// |                              | the rule in force, to the     | a change skips                |
+/// |                              | earlier UTC of two            |                               |
 /// | RefTimeFetch                 |                               | replyTimeRefInfo: the times   |
 /// |                              |                               | and value; flag 1 with a time |
 /// | NextTimeDeviationChangeSet   | announces deviation time2     | Result; -EBUSY when locked    |
-/// |                              | from UTC time1 on, in place   |                               |
-/// |                              | of what is pending            |                               |
+/// |                              | from UTC time1 on; replaces   |                               |
+/// |                              | pending changes               |                               |
 /// | SendDaylightsavingInfo       | announces daylight saving     | Result; -EBUSY when locked;   |
 /// |                              | from UTC time1 to time2 with  | -EINVAL unless time1 < time2  |
 /// |                              | deviation time4, and time3    |                               |
-/// |                              | afterwards, in place of what  |                               |
-/// |                              | is pending                    |                               |
+/// |                              | afterwards; replaces pending  |                               |
+/// |                              | changes                       |                               |
 /// | NextTimeDeviationChangeFetch |                               | replyUtcDeviationInfo: UTC    |
 /// |                              |                               | and local time of the next    |
 /// |                              |                               | change, the deviation after   |
 /// |                              |                               | it; deviationInvalid for none |
 /// | RefTimeSubscribe             | notifyCurrentTime each period | Result, also when subscribed  |
-/// | RefTimeUnsubscribe           | no more of that               | Result, also when not         |
+/// | RefTimeUnsubscribe           | ends the subscription         | Result, also when not         |
 /// |                              |                               | subscribed                    |
-/// | RefTimeLock, RefTimeUnlock   | for everybody, until undone   | Result, also when so already  |
+/// | RefTimeLock, RefTimeUnlock   | for all clients, until undone | Result, also when so already  |
 /// | RefTimeAt                    |                               | replyTimeRefAt: UTC time1,    |
 /// |                              |                               | and local time by the         |
 /// |                              |                               | source's deviation at that    |
 /// |                              |                               | time                          |
 /// | UTCTimeAt, LocaltimeAt       |                               | replyTimeAt: UTC and local    |
-/// |                              |                               | time by the zone, of two UTC  |
-/// |                              |                               | the earlier; -EINVAL for a    |
+/// |                              |                               | time by the zone, the earlier |
+/// |                              |                               | UTC of two; -EINVAL for a     |
 /// |                              |                               | local time that a transition  |
 /// |                              |                               | skips                         |
-/// | DateTimeSettingsSet          | keeps time1 to time4, value,  | Result; -EINVAL for text over |
+/// | DateTimeSettingsSet          | stores time1 to time4, value, | Result; -EINVAL for text over |
 /// |                              | text (the NTP server); flag1, | 255 characters, or empty with |
 /// |                              | flag2 unless -1: automatic    | NTP in use                    |
 /// |                              | time, NTP use                 |                               |
-/// | TimezoneSyncEnableSet        | keeps the word                | Result                        |
+/// | TimezoneSyncEnableSet        | stores the word               | Result                        |
 /// | DateTimeNtpSet               | NTP server and NTP use        | Result; -EINVAL as above      |
 /// | DateTimeNtpStart             | the NTP source gets the true  | Result; -EPERM with NTP not   |
 /// |                              | time                          | in use; -EBUSY when locked    |
 /// | DateTimeAutoTimeSet          | automatic time on or off      | Result                        |
 /// | DateTimeSettingsFetch        |                               | replyDateTimeSettingsInfo:    |
-/// |                              |                               | all of these; time0: the      |
+/// |                              |                               | all of these; time0 is the    |
 /// |                              |                               | RTC's UTC                     |
-/// | TimezoneSet                  | sets the zone, drops what was | Result; -ENOENT for an        |
-/// |                              | announced                     | unknown zone; -EINVAL for     |
+/// | TimezoneSet                  | sets the zone, drops all      | Result; -ENOENT for an        |
+/// |                              | announcements                 | unknown zone; -EINVAL for     |
 /// |                              |                               | more than 255 characters      |
 /// | TimezoneFetch                |                               | replyTimezoneInfo: the zone,  |
 /// |                              |                               | the RTC's UTC                 |
@@ -113,20 +112,20 @@ struct Options
 ///
 /// | notification          | to                | when                                             |
 /// |-----------------------|-------------------|--------------------------------------------------|
-/// | notifyDtvTimeChange   | everybody         | the DVB or ATSC source has been set              |
-/// | notifyTimezoneChange  | everybody         | the zone has become another one                  |
-/// | notifyDeviationChange | everybody         | the RTC's deviation has become another one, by a |
-/// |                       |                   | command or by the passing of time                |
-/// | notifyDSTChange       | everybody         | the same with its daylight-saving state; 1 or 0  |
+/// | notifyDtvTimeChange   | all clients       | the DVB or ATSC source has been set              |
+/// | notifyTimezoneChange  | all clients       | the zone has changed                             |
+/// | notifyDeviationChange | all clients       | the RTC's deviation has changed, by a command or |
+/// |                       |                   | by the passing of time                           |
+/// | notifyDSTChange       | all clients       | the same for its daylight-saving state; 1 or 0   |
 /// | notifyCurrentTime     | each subscriber   | each period after subscribing; periods missed    |
 /// |                       | of the source     | are skipped                                      |
 ///
-/// Those of one occasion come in the order of this table, with originId 0 and a running messageId.
-/// A client that disconnects loses its subscriptions; its locks stay.
+/// Notifications of one occasion come in the order of this table, with originId 0 and a running
+/// messageId. A client that disconnects loses its subscriptions; its locks stay.
 class TimeService final : public fabric::host::Service
 {
 public:
-    /// `clock` outlives the service. Throws std::invalid_argument that names the option at fault.
+    /// `clock` must outlive the service. Throws std::invalid_argument that names the wrong option.
     explicit TimeService(const Options& options = Options(), const Clock& clock = systemClock());
 
     const fabric::host::MessageCatalogue& catalogue() const override;
@@ -142,7 +141,7 @@ private:
 
     struct Source
     {
-        std::optional<Span> ahead; ///< of the true time; nothing without a time
+        std::optional<Span> ahead; ///< of the true time; nullopt without a time
         std::int32_t value;
         bool locked;
         DeviationRule rule;
@@ -161,7 +160,7 @@ private:
     struct Handler;
     static const Handler handlers[];
 
-    // One for each command: carries it out and gives the answer.
+    // Each function carries out one command and returns the answer.
     Content refTimeSet(const chronalMsgCmdRefTimeData_t& command);
     Content refLocalTimeSet(const chronalMsgCmdRefTimeData_t& command);
     Content refTimeFetch(const chronalMsgCmdRefTimeId_t& command);
@@ -213,11 +212,11 @@ private:
     std::uint32_t lastNotification_;
     std::set<ClientId> clients_;
     std::map<std::pair<ClientId, referenceTimeId_enum>, TimePoint> subscriptions_; ///< next due
-    TimePoint firstDue_ = TimePoint::max();               ///< no subscription is due before
-    std::vector<std::shared_ptr<const Zone>> knownZones_; ///< the one used last comes first
-    Content result_ = {};              ///< the record of the next result, if there is one
-    std::vector<Content> afterAnswer_; ///< notifications that the command in progress brings about
-    Period told_;                      ///< the RTC's, as far as the clients have heard
+    TimePoint firstDue_ = TimePoint::max();               ///< no subscription is due earlier
+    std::vector<std::shared_ptr<const Zone>> knownZones_; ///< most recently used first
+    Content result_ = {};              ///< allocated in advance for the next result
+    std::vector<Content> afterAnswer_; ///< notifications caused by the command in progress
+    Period told_;                      ///< the RTC's period when clients were last notified
 };
 
 } // namespace chronal::sim

@@ -8,11 +8,11 @@ namespace {
 
 using std::chrono::seconds;
 
-// The bounds are part of the range.
+// Both bounds are inclusive.
 std::optional<Span> readWithin(const nubOsalTime_struct& time, Span lowest, Span highest)
 {
-    // More seconds than any microseconds field amounts to: the sum below is exact and cannot
-    // overflow.
+    // No microseconds field amounts to this many seconds, so the check refuses no valid value, and
+    // the sum below cannot overflow.
     constexpr seconds margin(2148);
     if (time.seconds < (std::chrono::floor<seconds>(lowest) - margin).count() ||
         time.seconds > (std::chrono::ceil<seconds>(highest) + margin).count())

@@ -7,8 +7,8 @@
 
 #include "ZoneRules.h"
 
-/// Times as records carry them. The readers accept any words and return nothing for a value that is
-/// out of range.
+/// Conversion of the times in records. The readers accept any words and return nullopt for a value
+/// that is out of range.
 namespace chronal::sim {
 
 /// Absolute times from 1970 to calendarEnd, normalised or not.
@@ -18,7 +18,7 @@ std::optional<Local> readLocal(const nubOsalTime_struct& time);
 /// A span up to largestDeviation either way.
 std::optional<Span> readDeviation(const nubOsalTime_struct& span);
 
-/// True if the deviation that accompanies a time is a value: neither zero nor a marker.
+/// Returns true if the deviation that accompanies a time is neither zero nor a marker.
 bool isAnnounced(const nubOsalTime_struct& deviation);
 
 /// Normalised: the microseconds are not negative.

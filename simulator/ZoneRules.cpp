@@ -22,18 +22,18 @@ namespace {
 
 using namespace std::string_view_literals;
 
-/// After that many years the calendar repeats itself, weekdays included, and with it each rule
-/// about the days on which daylight saving begins and ends.
+/// The calendar repeats after 400 years, weekdays included, and with it each rule about the days on
+/// which daylight saving begins and ends.
 constexpr Span cycle = std::chrono::hours(24) * 146097;
 
-/// 2200. The database lists changes one by one for this century at most; later ones follow from a
-/// rule.
+/// 2200-01-01. The database lists changes one by one for this century at most; later ones follow
+/// from a rule.
 constexpr Utc listEnd = Utc(std::chrono::seconds(7258118400));
 
-/// The largest file of a zone has 4 KiB.
+/// The largest zone file has 4 KiB, so a larger file than this is refused.
 constexpr std::size_t fileLimit = 65536;
 
-/// Abseil allocates what the six counts in a header ask for before it knows the file's size.
+/// Abseil allocates memory for the six counts in a header before it knows the file's size.
 bool areCountsPlausible(const std::string& file)
 {
     constexpr std::size_t header = 44, firstCount = 20;
@@ -48,8 +48,8 @@ bool areCountsPlausible(const std::string& file)
     return true;
 }
 
-/// Abseil must not be asked for anything else: it remembers each name for ever, known or not, and
-/// takes some for zones that are not in the database.
+/// Abseil must not be asked for any other name: it caches each name forever, known or not, and
+/// accepts some names that are not in the database.
 bool isInDatabase(const std::string& name)
 {
     const std::string framed = '/' + name + '/';
@@ -64,15 +64,15 @@ bool isInDatabase(const std::string& name)
     std::string content(fileLimit, '\0');
     std::ifstream file(path, std::ios::binary);
     if (!file && errno != EACCES)
-        throw std::bad_alloc(); // or too few descriptors
+        throw std::bad_alloc(); // also if there are too few descriptors
     file.read(content.data(), fileLimit);
     content.resize(static_cast<std::size_t>(file.gcount()));
     return content.size() < fileLimit && content.compare(0, 4, "TZif") == 0 &&
            areCountsPlausible(content);
 }
 
-/// Abseil remembers a zone that it could not load as unknown for ever, or even as UTC, also if it
-/// only lacked memory or descriptors. From then on it is given other names for the same files.
+/// Abseil caches a zone that it could not load as unknown, or even as UTC, also if it only lacked
+/// memory or descriptors. After a failure, "./" is put before names, so that it reads the files.
 bool load(const std::string& name, absl::TimeZone& zone)
 {
     static std::atomic<std::size_t> failures{0};
@@ -82,7 +82,7 @@ bool load(const std::string& name, absl::TimeZone& zone)
     errno = 0;
     try {
         const bool loaded = absl::LoadTimeZone(detour + name, &zone);
-        if (!loaded && errno != 0) // the file could not be opened; else it is not a zone's
+        if (!loaded && errno != 0) // could not be opened, or else it is not a zone
             throw std::bad_alloc();
         return loaded;
     } catch (const std::exception&) {
@@ -93,7 +93,7 @@ bool load(const std::string& name, absl::TimeZone& zone)
 
 absl::Time toAbsl(Utc moment) { return absl::FromUnixMicros(moment.time_since_epoch().count()); }
 
-/// All periods that the database lists, and those of the next 400 years if it closes with a rule.
+/// Returns all periods that the database lists, followed by 400 years if it closes with a rule.
 std::vector<Period> periodsOf(const absl::TimeZone& zone)
 {
     std::vector<Period> periods;
@@ -103,7 +103,7 @@ std::vector<Period> periodsOf(const absl::TimeZone& zone)
         last = next;
         const absl::TimeZone::CivilInfo info = zone.At(toAbsl(last));
         const Period period = {last, Utc::max(), std::chrono::seconds(info.offset), info.is_dst};
-        // The change may be one of the abbreviation alone.
+        // A transition may change only the abbreviation.
         if (periods.empty() || period.deviation != periods.back().deviation ||
             period.daylightSaving != periods.back().daylightSaving) {
             if (!periods.empty())
@@ -156,7 +156,7 @@ void DeviationRule::setCurrent(Span deviation, Utc now)
 void DeviationRule::announce(const std::vector<Change>& next, std::optional<Utc> now)
 {
     std::vector<Change> updated;
-    std::optional<bool> daylightSaving; // that a change before the last one has left in force
+    std::optional<bool> daylightSaving; // the state that these changes leave in force
     for (const Change& change : changes_) {
         if (!now || change.at > *now || change.at >= next.front().at)
             break;

@@ -11,42 +11,41 @@
 namespace chronal {
 namespace sim {
 
-/// Which service a session talks to.
+/// Selects the service that a session talks to.
 struct StartOptions
 {
     StartOptions(const std::string& place = std::string()) : socket(place) {}
 
-    /// The Unix-domain socket of a service in another process, or the directory that has it as
-    /// chronal.sock. Empty: what the environment variable CHRONAL_SOCKET says; where that is empty,
-    /// too, the service is simulated inside this process.
+    /// The Unix-domain socket of a service in another process, or the directory that contains it as
+    /// chronal.sock. If empty, the environment variable CHRONAL_SOCKET is used; if that is empty or
+    /// not set, the service is simulated inside this process.
     std::string socket;
 
-    /// A user whose service is trusted, besides this process's own and root. Without it: the user
-    /// id that the environment variable CHRONAL_SOCKET_UID gives in decimal digits, or nobody.
+    /// A user whose service is trusted, besides this process's own user and root. The default is
+    /// the user id, in decimal digits, in the environment variable CHRONAL_SOCKET_UID, if any.
     uid_t trustedUser = static_cast<uid_t>(-1);
 };
 
-/// A session, not yet connected, with the time service. Link chronal::devkit for it. Sessions of
-/// one process that have the service inside share one.
+/// Returns a session with the time service, not yet connected. Link chronal::devkit to use it. All
+/// sessions of a process for which the service is simulated inside it share one service.
 ///
-/// Over a socket the session connects whenever the service can be reached, from connect() to
-/// disconnect(): when the service comes late, clients are told that the connection failed, and once
-/// more only if the error number changes; when it goes, they are told so, and later that it is
-/// back.
+/// From connect() to disconnect(), a session over a socket connects whenever the service can be
+/// reached. While it cannot, clients get a report that the connection failed, and another only when
+/// the error number changes. They also get a report when a connection is lost or restored.
 ///
-/// Reasons that clients get are error numbers. Of a connection that failed: ENOENT or ECONNREFUSED
-/// where no service listens, EACCES where this user may not, EPERM where the service runs as a user
-/// that is not trusted, and whatever else connecting says. Of one that has gone: 0 when either side
-/// ended it in good order, ECONNRESET or EPIPE when the service died without closing the
-/// connection or has dropped this client, EBADMSG after a malformed frame, and in memory ENOBUFS
-/// when callbacks were so slow that no notification could be queued any more.
+/// The reasons in these reports are error numbers. For a failed connection: ENOENT or ECONNREFUSED
+/// if no service listens, EACCES if this user may not connect, EPERM if the service runs as a user
+/// that is not trusted, or another error of the attempt to connect. For a lost connection: 0 if
+/// either side closed it in good order, ECONNRESET or EPIPE if the service died without closing the
+/// connection or has dropped this client, EBADMSG after a malformed frame, and in memory ENOBUFS if
+/// callbacks were so slow that no further notification could be queued.
 ///
 /// Throws std::invalid_argument for a CHRONAL_SOCKET_UID that is not a user id, std::bad_alloc, and
-/// std::system_error when the process cannot have another thread or descriptor.
+/// std::system_error if the process cannot get another thread or descriptor.
 std::unique_ptr<fabric::host::Session> start(const StartOptions& options = StartOptions());
 
-/// The path of the socket at `place`: chronal.sock in it, if it is a directory or ends with a
-/// slash.
+/// Returns the path of chronal.sock in `place` if that is a directory or ends with a slash, and
+/// `place` itself otherwise.
 std::string socketAt(const std::string& place);
 
 } // namespace sim
