@@ -1,5 +1,5 @@
-# Installs headers, libraries, and the files for find_package() and pkg-config. With the platform of
-# a device only the library's own: the platform's headers and libraries belong to the device.
+# Installs headers, libraries, and the files for find_package() and pkg-config. A device's platform is
+# not installed, because its headers and libraries belong to the device.
 
 include(CMakePackageConfigHelpers)
 

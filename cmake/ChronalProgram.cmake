@@ -13,8 +13,8 @@ function(chronal_program target)
   install(TARGETS ${target})
 endfunction()
 
-# Makes and installs a program's manual page and its completions for bash, zsh and fish, from its
-# --help and from TARGET.h2m, the other sections of the page.
+# Makes and installs a program's manual page and its completions for bash, zsh and fish from its
+# --help; TARGET.h2m contains the other sections of the page.
 function(chronal_documentation target)
   find_program(CHRONAL_HELP2MAN help2man)
   find_package(Python3 COMPONENTS Interpreter QUIET)

@@ -25,7 +25,7 @@ function(chronal_target target)
   endif()
 endfunction()
 
-# For code of a shared library: calls of its own functions are direct, calls of others bypass the
+# Compiles code for a shared library: calls of its own functions are direct, calls of others bypass the
 # procedure linkage table, and virtual calls are not preceded by an inlined guess of their target.
 function(chronal_shared_code target)
   target_compile_options(${target} PRIVATE
@@ -34,7 +34,7 @@ function(chronal_shared_code target)
   )
 endfunction()
 
-# Links what is used and nothing else, and reports undefined symbols.
+# Links only what is used, and reports undefined symbols.
 function(chronal_shared_link target)
   # An absolute path would make the binary depend on the build directory.
   set_target_properties(${target} PROPERTIES BUILD_RPATH_USE_ORIGIN ON)

@@ -1,5 +1,5 @@
-# The platform that the library is built against by default: the declarations of this folder and,
-# behind them, the stand-in for development hosts. docs/porting.md shows a device's own file.
+# The default platform of the library: the declarations in this directory and the stand-in for
+# development hosts that implements them. docs/porting.md shows a device's own file.
 
 add_subdirectory(${CMAKE_CURRENT_LIST_DIR}/host platform/host)
 
