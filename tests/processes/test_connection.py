@@ -94,6 +94,17 @@ def test_a_service_that_ends_says_so(number, service, place, start_client):
     app.wait_for("^down 0$")
 
 
+def test_a_service_that_ends_closes_waiting_connections_cleanly(service, start_client):
+    running = service()
+    running.popen.send_signal(signal.SIGSTOP)
+    app = start_client()
+    app.wait_for("^up$")
+    running.popen.send_signal(signal.SIGTERM)
+    running.popen.send_signal(signal.SIGCONT)
+    app.wait_for("^down 0$")
+    assert running.wait() == 0
+
+
 @pytest.mark.parametrize("way", ["leave", "burst"])
 def test_what_was_sent_arrives_when_a_session_ends(way, service, environment, start_client):
     environment["NUB_DEBUG"] = "204:3000"

@@ -427,10 +427,11 @@ bool ServiceHost::Impl::holdNotifiers()
 
 void ServiceHost::Impl::finish()
 {
-    if (std::exchange(finishing_, true) || stops_ > 1)
+    if (finishing_ || stops_ > 1)
         return loop_.stop();
     if (listener_)
-        listener_->close();
+        listener_->finish();
+    finishing_ = true;
     for (const auto& [id, client] : clients_)
         client->stream().shutdownSend();
     const auto linger = [this] {

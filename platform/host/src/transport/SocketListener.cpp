@@ -30,6 +30,14 @@ SocketListener::SocketListener(boost::asio::io_context& loop, const std::string&
     acceptor_.native_non_blocking(true);
 }
 
+void SocketListener::finish()
+{
+    file_ = nullptr; // nothing more can connect
+    while (acceptor_.is_open() && accept()) {
+    }
+    close();
+}
+
 void SocketListener::close()
 {
     file_ = nullptr;
@@ -44,16 +52,21 @@ void SocketListener::awaitConnection()
         return;
     acceptor_.async_wait(Socket::wait_read,
                          preallocated(memory_, [self = shared_from_this()](const auto&) {
-                             if (self->acceptor_.is_open())
-                                 self->accept();
+                             if (!self->acceptor_.is_open())
+                                 return;
+                             if (self->accept())
+                                 self->awaitConnection();
+                             else
+                                 self->failed(errno);
                          }));
 }
 
-void SocketListener::accept()
+/// Returns false, with errno set, if there is no connection.
+bool SocketListener::accept()
 {
     const int descriptor = ::accept4(acceptor_.native_handle(), nullptr, nullptr, SOCK_CLOEXEC);
     if (descriptor < 0)
-        return failed(errno);
+        return false;
     bool owned = false; // by a socket object
     const auto welcome = [&] {
         Socket socket(loop_);
@@ -65,7 +78,7 @@ void SocketListener::accept()
                 [this](const char* what) { errorLog_.log("cannot serve a client", what); });
     if (!owned)
         ::close(descriptor);
-    awaitConnection();
+    return true;
 }
 
 void SocketListener::failed(int error)

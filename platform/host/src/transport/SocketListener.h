@@ -31,12 +31,14 @@ public:
     SocketListener(const SocketListener&) = delete;
     SocketListener& operator=(const SocketListener&) = delete;
 
-    /// Stops listening and removes the socket.
+    /// Stops listening and removes the socket. finish() first accepts the connections that wait, so
+    /// that they can be closed in good order.
+    void finish();
     void close();
 
 private:
     void awaitConnection();
-    void accept();
+    bool accept();
     void failed(int error);
 
     boost::asio::io_context& loop_;
