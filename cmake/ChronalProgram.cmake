@@ -1,4 +1,4 @@
-# Installs a program. It finds its libraries wherever the prefix is.
+# Installs a program that finds its libraries wherever the prefix is.
 function(chronal_program target)
   if(NOT CHRONAL_INSTALL)
     return()

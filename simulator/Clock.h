@@ -8,7 +8,7 @@
 namespace chronal::sim {
 
 /// The time of the simulation. UTC may be set and may run at any speed. Steady time only moves
-/// forward, and Service::runDue() returns times of it.
+/// forward; Service::runDue() returns a time on that scale.
 class Clock
 {
 public:

@@ -14,7 +14,7 @@ namespace chronal::sim {
 
 struct Faults
 {
-    std::size_t dropAfter = 0;     ///< commands until a client is disconnected; 0 for never
+    std::size_t dropAfter = 0;     ///< commands, then a client is disconnected; 0 for never
     std::set<std::string> refused; ///< names of commands that are answered with -EACCES
 };
 
@@ -26,7 +26,7 @@ public:
     /// Must not throw.
     using Log = std::function<void(const std::string& line)>;
 
-    /// `service` must outlive this object. With an empty `log`, no lines are made.
+    /// `service` must outlive this object. With an empty `log`, no lines are formatted.
     FaultInjector(fabric::host::Service& service, const Faults& faults, Log log);
 
     const fabric::host::MessageCatalogue& catalogue() const override;

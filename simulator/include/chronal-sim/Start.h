@@ -26,8 +26,8 @@ struct StartOptions
     uid_t trustedUser = static_cast<uid_t>(-1);
 };
 
-/// Returns a session with the time service, not yet connected. Link chronal::devkit to use it. All
-/// sessions of a process for which the service is simulated inside it share one service.
+/// Returns a session with the time service, not yet connected. Link chronal::devkit to use it.
+/// Sessions whose service is simulated inside this process share one service.
 ///
 /// From connect() to disconnect(), a session over a socket connects whenever the service can be
 /// reached. While it cannot, clients get a report that the connection failed, and another only when
