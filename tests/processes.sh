@@ -1,8 +1,8 @@
-# For the scripts that test processes: starts them, waits for what they say, and leaves none behind.
-# Needs $case, the name of the case that runs.
+# Helpers for scripts that test programs: start them, wait for their output, and kill the rest at
+# the end. They need $case, the name of the running case.
 # shellcheck shell=bash
 
-# In the environment, and in a long path of folders for what is temporary, there may be anything.
+# The caller's environment must not matter; TMPDIR could be too long for the path of a socket.
 unset NUB_DEBUG CHRONAL_SOCKET XDG_RUNTIME_DIR
 folder=$(mktemp -d /tmp/chronal-XXXXXX)
 mkfifo "$folder/nothing"
@@ -27,7 +27,7 @@ fail()
     exit 1
 }
 
-# launch NAME COMMAND...: reads NAME.in, if that is there, and writes NAME.out.
+# launch NAME COMMAND...: starts the command, which reads NAME.in, if any, and writes NAME.out.
 launch()
 {
     local output=$folder/$1.out input=$folder/$1.in
@@ -37,7 +37,7 @@ launch()
     pids[$1]=$!
 }
 
-# await NAME PATTERN [COUNT]: until so many lines of NAME match, for $bound seconds at most.
+# await NAME PATTERN [COUNT]: waits until COUNT lines of NAME match, at most $bound seconds.
 await()
 {
     local deadline=$((SECONDS + ${bound-30}))
@@ -52,7 +52,7 @@ count()
     grep -cE -e "$2" "$folder/$1.out" || true
 }
 
-# finish NAME: waits for its end and gives its exit status.
+# finish NAME: waits for the end of NAME and returns its exit status.
 finish()
 {
     local status=0
@@ -61,7 +61,7 @@ finish()
     return "$status"
 }
 
-# finishes STATUS NAME: waits for its end, which has that status.
+# finishes STATUS NAME: waits for the end of NAME and fails on any other status.
 finishes()
 {
     local status=0
@@ -69,7 +69,7 @@ finishes()
     ((status == $1)) || fail "$2 ended with $status instead of $1"
 }
 
-# stop SIGNAL NAME
+# stop SIGNAL NAME: sends the signal and finishes NAME.
 stop()
 {
     kill "-$1" "${pids[$2]}"
