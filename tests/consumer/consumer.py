@@ -1,4 +1,4 @@
-"""Projects and programs outside this tree that use the library, as its documents describe."""
+"""Builds projects outside this tree that use the library as its documents describe."""
 
 import os
 import re
@@ -40,42 +40,43 @@ def compile_cpp(*arguments):
 
 
 def blocks(document, language):
-    """The code blocks of a language in a document of this tree."""
+    """Returns the code blocks of a language in a document of this tree."""
     text = (SOURCE / document).read_text()
     return re.findall(rf"^```{language}\n(.*?)^```", text, re.MULTILINE | re.DOTALL)
 
 
-def write_project(folder, cmake, source):
-    """A project of a CMake block, as a document shows it, and the source file that it names."""
-    folder.mkdir(exist_ok=True)
+def write_project(directory, cmake, source):
+    """Writes a project from a document's CMake block and a source; returns its program's path."""
+    directory.mkdir(exist_ok=True)
     name = re.search(r"add_executable\(\S+ ([^ )]+)\)", cmake).group(1)
-    (folder / name).write_text(source)
+    (directory / name).write_text(source)
     if "project(" not in cmake:
         cmake = f"cmake_minimum_required(VERSION 3.25)\nproject(consumer LANGUAGES CXX)\n{cmake}"
-    (folder / "CMakeLists.txt").write_text(cmake)
-    return folder / "build" / Path(name).stem
+    (directory / "CMakeLists.txt").write_text(cmake)
+    return directory / "build" / Path(name).stem
 
 
 def check_readme_client(program):
     assert run(program).startswith("NTP says '")
 
 
-def build_with_find_package(folder, installation):
-    program = write_project(folder, blocks("README.md", "cmake")[0], blocks("README.md", "cpp")[0])
+def build_with_find_package(directory, installation):
+    (cmake, *_), (source, *_) = blocks("README.md", "cmake"), blocks("README.md", "cpp")
+    program = write_project(directory, cmake, source)
     config = next(installation.rglob("chronal-api-config.cmake"))
-    run("cmake", "-S", folder, "-B", folder / "build", "-DCMAKE_CXX_STANDARD=11",
+    run("cmake", "-S", directory, "-B", directory / "build", "-DCMAKE_CXX_STANDARD=11",
         f"-Dchronal-api_DIR={config.parent}")
-    run("cmake", "--build", folder / "build")
+    run("cmake", "--build", directory / "build")
     check_readme_client(program)
 
 
-def build_with_pkg_config(folder, installation):
-    folder.mkdir()
+def build_with_pkg_config(directory, installation):
+    directory.mkdir()
     where = {"PKG_CONFIG_PATH": str(next(installation.rglob("chronal-devkit.pc")).parent)}
     package = run("pkg-config", "--cflags", "--libs", "chronal-devkit", env=where)
     libraries = run("pkg-config", "--variable=libdir", "chronal-devkit", env=where).strip()
     for number, block in enumerate(blocks("README.md", "cpp")):
-        source = folder / f"{number}.cpp"
+        source = directory / f"{number}.cpp"
         source.write_text(block)
         compile_cpp("-std=c++11", source, "-o", source.with_suffix(""), *shlex.split(package),
                     f"-Wl,-rpath,{libraries}")

@@ -1,4 +1,4 @@
-"""The recipe of docs/porting.md, followed to the letter for a device as unlike ours as it allows."""
+"""Follows docs/porting.md to the letter, for a device as different from ours as it allows."""
 
 import os
 import re
@@ -22,7 +22,7 @@ api-chronal-service-adapter:N:onServiceDisconnected(): Called: Reason is 5.
 
 
 def make_device(device):
-    """A device's middleware, with the headers that the document names."""
+    """Builds a device's middleware with the headers that the document names."""
     headers = re.findall(r"`((fabric|nub)/\w+\.h)`", (SOURCE / "docs/porting.md").read_text())
     for header, library in headers:
         path = device / "include" / header
@@ -39,7 +39,7 @@ def make_device(device):
     ))
 
 
-def test_device_is_served_as_the_document_says(tmp_path):
+def test_the_recipe_works_as_documented(tmp_path):
     device, build, project = tmp_path / "device", tmp_path / "library", tmp_path / "application"
     make_device(device)
 
@@ -49,7 +49,7 @@ def test_device_is_served_as_the_document_says(tmp_path):
                 for text in texts]
 
     def run_on_device(program):
-        # As on a device, the loader knows where the libraries are.
+        # On a device, too, the loader knows where the libraries are.
         path = f"LD_LIBRARY_PATH={device}/lib"
         return run(*(EMULATOR + ["-E", path] if EMULATOR else ["env", path]), program)
 

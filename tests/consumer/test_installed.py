@@ -1,4 +1,4 @@
-"""An installation of what has been built, in a prefix that was not known when it was built."""
+"""Tests an installation in a prefix that was not known when it was built."""
 
 import os
 

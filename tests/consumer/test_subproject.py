@@ -1,4 +1,4 @@
-"""This tree as a part of another project."""
+"""Tests this tree as a part of another project."""
 
 import os
 
@@ -13,34 +13,34 @@ from consumer import (
     write_project,
 )
 
-# Both have the same build directory, so that the second finds the first one's objects.
+# Both use the same build directory, so that the second reuses the first one's objects.
 ADD_SUBDIRECTORY = f"add_subdirectory({SOURCE} chronal)"
 FETCH_CONTENT = f"""include(FetchContent)
 FetchContent_Declare(chronal-api SOURCE_DIR {SOURCE} BINARY_DIR ${{CMAKE_BINARY_DIR}}/chronal)
 FetchContent_MakeAvailable(chronal-api)"""
 
 
-@pytest.fixture(name="folder", scope="module")
-def fixture_folder(tmp_path_factory):
+@pytest.fixture(name="directory", scope="module")
+def fixture_directory(tmp_path_factory):
     return tmp_path_factory.mktemp("parent")
 
 
-def configure(folder, way, *options, libraries="chronal::api chronal::devkit"):
-    """Configures the project of the README with the tree included `way`. Returns its program."""
+def configure(directory, way, *options, libraries="chronal::api chronal::devkit"):
+    """Configures the README's project, including the tree by `way`; returns program and output."""
     cmake = blocks("README.md", "cmake")[0]
     assert "find_package(chronal-api REQUIRED)" in cmake
     assert "chronal::api chronal::devkit" in cmake
     cmake = cmake.replace("find_package(chronal-api REQUIRED)", "enable_testing()\n" + way)
     cmake = cmake.replace("chronal::api chronal::devkit", libraries)
-    program = write_project(folder, cmake, blocks("README.md", "cpp")[0])
-    return program, run("cmake", "--fresh", "-S", folder, "-B", folder / "build", *options)
+    program = write_project(directory, cmake, blocks("README.md", "cpp")[0])
+    return program, run("cmake", "--fresh", "-S", directory, "-B", directory / "build", *options)
 
 
 @pytest.mark.parametrize(
     "way", [ADD_SUBDIRECTORY, FETCH_CONTENT], ids=["add_subdirectory", "FetchContent"]
 )
-def test_readme_client_runs_and_nothing_else_comes_along(way, folder, tmp_path):
-    program, _ = configure(folder, way)
+def test_readme_client_is_the_only_program_built(way, directory, tmp_path):
+    program, _ = configure(directory, way)
     build = program.parent
     run("cmake", "--build", build)
     check_readme_client(program)
@@ -87,14 +87,14 @@ def test_the_library_alone_needs_no_time_zone_library(tmp_path):
 
 
 @pytest.mark.parametrize("absolute", ["LIBDIR", "INCLUDEDIR"])
-def test_an_absolute_directory_stays_where_it_is(absolute, folder, tmp_path):
+def test_an_absolute_directory_stays_where_it_is(absolute, directory, tmp_path):
     directories = {"LIBDIR": "lib", "INCLUDEDIR": "include"}
     directories[absolute] = tmp_path / "elsewhere"
     options = [f"-DCMAKE_INSTALL_{name}={value}" for name, value in directories.items()]
-    program, _ = configure(folder, ADD_SUBDIRECTORY, "-DCHRONAL_INSTALL=ON",
+    program, _ = configure(directory, ADD_SUBDIRECTORY, "-DCHRONAL_INSTALL=ON",
                            f"-DCMAKE_INSTALL_PREFIX={tmp_path}/prefix", *options)
     run("cmake", "--build", program.parent)
-    # Packages that lie in the prefix move with it.
+    # A package directory inside the prefix moves with it.
     prefix = tmp_path / ("prefix" if absolute == "LIBDIR" else "moved")
     run("cmake", "--install", program.parent, "--prefix", prefix)
     build_with_find_package(tmp_path / "find-package", tmp_path)

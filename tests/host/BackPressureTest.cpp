@@ -11,8 +11,7 @@ namespace {
 
 using namespace sample;
 
-/// A service that answers every command with its number, and a link to it: in memory, or over a
-/// socket.
+/// A service that answers every command with its number, reached in memory or over a socket.
 class BackPressureTest : public testing::TestWithParam<const char*>
 {
 protected:
@@ -32,8 +31,8 @@ protected:
     }
 
     const bool overSocket = GetParam() == std::string("Socket");
-    const Folder folder;
-    const std::string path = folder.name + std::string("/socket");
+    const SocketDirectory directory;
+    const std::string path = directory.name + std::string("/socket");
     Gate goOn;
     Journal journal;
     ScriptedService script{journal};
@@ -53,7 +52,7 @@ void work(std::chrono::microseconds time)
 /// More than all queues of a connection hold.
 constexpr std::uint32_t many = 20000;
 
-TEST_P(BackPressureTest, WhatASlowServiceOrCallbackCannotTakeIsRefusedAndTheRestAnsweredOnce)
+TEST_P(BackPressureTest, EachCommandToASlowServiceOrCallbackIsRefusedOrAnsweredOnce)
 {
     const auto answerAtOnce = script.onCommand;
     for (const bool isServiceSlow : {true, false})
@@ -105,8 +104,8 @@ TEST_P(BackPressureTest, AClientWithManyCommandsLeavesTurnsToTheOthers)
     EXPECT_LT(std::find(order.begin(), order.end(), "2") - order.begin(), 4);
 }
 
-/// A reader, and a client each of whose commands brings about an answer and four notifications of
-/// the reader; together more than the reader's queue holds.
+/// A reader, and a client whose commands each cause an answer and four notifications of the reader,
+/// together more than the reader's queue holds.
 class NotifiedTest : public BackPressureTest
 {
 protected:
@@ -142,7 +141,7 @@ protected:
 INSTANTIATE_TEST_SUITE_P(, NotifiedTest, testing::Values("Memory", "Socket"),
                          [](const auto& given) { return given.param; });
 
-TEST_P(NotifiedTest, AClientThatReadsIsKeptHoweverFastAnotherNotifiesIt)
+TEST_P(NotifiedTest, AClientThatReadsIsKeptHoweverFastItIsNotified)
 {
     Journal changes;
     onRead = [&] {
@@ -158,7 +157,7 @@ TEST_P(NotifiedTest, AClientThatNeverReadsIsDroppedInTheEnd)
     onRead = [this] { goOn.pass(); };
     sendAll();
     goOn.open();
-    // A socket cannot tell why.
+    // A socket does not carry the reason.
     const int reason = overSocket ? ECONNRESET : ENOBUFS;
     EXPECT_EQ("disconnected " + std::to_string(reason), reader.journal.await(2).back());
     EXPECT_EQ(1U, host->counters().clientsDropped);

@@ -4,7 +4,7 @@
 
 #include <nub/Debug.h>
 
-// A program of its own, since the environment is read once, at the first use in a process.
+// This is a separate program because the environment is read only once in a process.
 
 namespace {
 
@@ -14,7 +14,7 @@ bool wanted(std::uint32_t category, std::uint32_t level)
     return nubDebugCheckLevelGetFabricAndChunk(&chunk) != 0;
 }
 
-TEST(DebugEnvironment, SwitchesLinesOnAndHasItsUnreadablePartsNamed)
+TEST(DebugEnvironment, EnablesLinesAndReportsUnreadableParts)
 {
     setenv("NUB_DEBUG", "x,5:3000", 1);
     testing::internal::CaptureStderr();

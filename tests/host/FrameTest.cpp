@@ -18,7 +18,7 @@ const FrameBytes golden = {
     0x21, 0x22, 0x23, 0x24, 0,    0,    0,    2,    0xc3, 0xa4, // inner.small, text
 };
 
-TEST(Frame, ARecordBecomesTheseBytesAndComesBackFromThem)
+TEST(Frame, ARecordIsEncodedAsTheseBytesAndDecodedFromThem)
 {
     const MsgIds ids = {0x41424344, 0x51525354};
     EXPECT_EQ(golden, encoded(*message(ask, 0x01020304, "\xc3\xa4", ids)));
@@ -30,7 +30,7 @@ TEST(Frame, ARecordBecomesTheseBytesAndComesBackFromThem)
     EXPECT_EQ(golden, encoded(*event));
 }
 
-TEST(Frame, StringsTravelByTheirLength)
+TEST(Frame, StringsAreEncodedByTheirLength)
 {
     const std::size_t longest = maxFrameSize - (golden.size() - 2);
     for (const std::string& text : {std::string(), std::string("a\0b\0", 4), std::string(300, 'x'),
@@ -83,7 +83,7 @@ TEST(Frame, MalformedFramesAreRefusedWithTheReason)
     }
 }
 
-TEST(Frame, NoTruncationOrDamageIsTakenForSomethingElse)
+TEST(Frame, DamagedFramesAreRefusedOrDecodedAsTheyStand)
 {
     std::string reason;
     for (std::uint8_t size = 4; size < golden.size(); ++size) {

@@ -9,7 +9,7 @@ namespace sample {
 
 using namespace fabric::host;
 
-/// Notes its calls; what it does about a command is in the hands of the test.
+/// Notes its calls; the test decides how it handles a command.
 struct ScriptedService : Service
 {
     explicit ScriptedService(Journal& target) : journal(target) {}
@@ -39,7 +39,7 @@ struct ScriptedService : Service
     ClientSender* outlet = nullptr;
 };
 
-/// Is connected, and notes what its client hears.
+/// A connected session that notes the reports of its client.
 struct Application
 {
     explicit Application(std::unique_ptr<fabric::host::Link> link)

@@ -23,7 +23,7 @@ protected:
     }();
 };
 
-TEST_F(MemoryLinkTest, MessagesArriveWholeWhereTheyAreSentToAndOnlyThoseOfTheCatalogue)
+TEST_F(MemoryLinkTest, OnlyMessagesOfTheCatalogueReachTheirClient)
 {
     Journal answers;
     Callback answered([&](const Message& event) {
@@ -38,7 +38,7 @@ TEST_F(MemoryLinkTest, MessagesArriveWholeWhereTheyAreSentToAndOnlyThoseOfTheCat
         outlet.send(client, message(ask, 0));
         outlet.send(client, message(answer, 0, std::string(70000, 'x')));
         outlet.send(client, message(answer, 0, recordOf(command).text.chars, command.ids));
-        for (const ClientId each : {3U, 2U}) // nobody and the other one
+        for (const ClientId each : {3U, 2U}) // no client and the other one
             outlet.send(each, message(change, 5));
     };
     EXPECT_EQ(0, first.send(7, " longer text"));
@@ -48,7 +48,7 @@ TEST_F(MemoryLinkTest, MessagesArriveWholeWhereTheyAreSentToAndOnlyThoseOfTheCat
     EXPECT_EQ(0U, first.session->counters().framesRefused);
 }
 
-TEST_F(MemoryLinkTest, TheServiceIsCalledAgainWhenItAskedForIt)
+TEST_F(MemoryLinkTest, TheServiceIsCalledAgainAtTheTimeItReturned)
 {
     Application application(newMemoryLink(host));
     script.onCommand = [&](ClientSender&, ClientId, const Message&) {
@@ -72,7 +72,7 @@ TEST_F(MemoryLinkTest, ARefusedFrameCostsItsSenderTheConnection)
     EXPECT_EQ(1U, host->counters().clientsDropped);
 }
 
-TEST_F(MemoryLinkTest, AnExceptionOutOfTheServiceCostsNobodyTheConnection)
+TEST_F(MemoryLinkTest, AnExceptionFromTheServiceCostsNoClientItsConnection)
 {
     script.onCommand = [](auto&&...) { throw std::runtime_error("service failed"); };
     DebugLines lines;
@@ -83,7 +83,7 @@ TEST_F(MemoryLinkTest, AnExceptionOutOfTheServiceCostsNobodyTheConnection)
     EXPECT_THAT(lines.await(2), testing::Each(HasSubstr("commandReceived: service failed")));
 }
 
-TEST_F(MemoryLinkTest, CommandsAreQueuedUpToALimitAndReachTheServiceAlsoAfterTheEnd)
+TEST_F(MemoryLinkTest, CommandsAreQueuedUpToALimitAndReachTheServiceAfterTheSessionEnds)
 {
     script.onCommand = [this](auto&&...) { goOn.pass(); };
     Application application(newMemoryLink(host));
@@ -124,7 +124,7 @@ TEST_F(MemoryLinkTest, AClientThatDoesNotKeepUpIsDisconnectedAndMayConnectAgain)
     EXPECT_EQ(0, application.send(1));
 }
 
-TEST_F(MemoryLinkTest, WhatHasBeenReceivedIsDeliveredBeforeTheSessionDisconnects)
+TEST_F(MemoryLinkTest, ReceivedMessagesAreDeliveredBeforeTheSessionDisconnects)
 {
     Gate entered, sent;
     Application application(newMemoryLink(host));
@@ -148,7 +148,7 @@ TEST_F(MemoryLinkTest, WhatHasBeenReceivedIsDeliveredBeforeTheSessionDisconnects
                 ElementsAre("connected", "0", "1", "2", "disconnected 0"));
 }
 
-TEST_F(MemoryLinkTest, AServiceThatHasEndedCannotBeConnectedTo)
+TEST_F(MemoryLinkTest, ConnectingToAServiceThatHasEndedFails)
 {
     ScriptedService other(journal);
     ServiceHost ended(other);
@@ -185,7 +185,7 @@ TEST_F(MemoryLinkTest, DetachingOnAnotherThreadWaitsForAReportThatDetachesItself
     }
 }
 
-TEST_F(MemoryLinkTest, ThreadsMaySendRegisterAttachAndReconnectAllAtOnce)
+TEST_F(MemoryLinkTest, ThreadsMaySendRegisterAttachAndReconnectConcurrently)
 {
     script.onCommand = [](ClientSender& outlet, ClientId client, const Message&) {
         outlet.send(client, message(answer, 0));
@@ -219,7 +219,7 @@ TEST_F(MemoryLinkTest, ThreadsMaySendRegisterAttachAndReconnectAllAtOnce)
         session.disconnect();
         session.connect();
     }
-    // Until the traffic has survived all that.
+    // Commands must still be answered afterwards.
     const auto giveUp = std::chrono::steady_clock::now() + bound;
     const int enough = answers + 100;
     while (answers < enough && std::chrono::steady_clock::now() < giveUp)

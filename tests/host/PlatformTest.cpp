@@ -96,7 +96,7 @@ TEST(Debug, UnreadableSwitchesAreNamedAndChangeNothing)
     fabric::host::setDebugSwitches("");
 }
 
-/// The one write of `action` to standard error, if there is one.
+/// Returns what `action` writes to standard error, and expects at most one write.
 std::string standardErrorOf(const std::function<void()>& action)
 {
     int ends[2];
@@ -137,7 +137,7 @@ TEST(Debug, ALineGoesToTheSinkOrIsOneWriteWhateverItsLengthAndKeepsErrno)
     }
 }
 
-TEST(Debug, ALineHoldsNoControlCharacterBeforeItsEnd)
+TEST(Debug, ALineContainsNoControlCharacterBeforeItsEnd)
 {
     const nubDebugChunk_t chunk = {5 << 16 | 3000, 0, 0};
     const auto write = [&] { nubDebugOutput0(&chunk, "%s\n", "\x1b[2J\nforged \u202e \u00fc"); };

@@ -36,10 +36,10 @@ using fabric::host::Session;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-/// Longer than any of this takes, on any machine.
+/// Longer than any wait here takes on any machine.
 constexpr std::chrono::seconds bound(20);
 
-// A record with every kind of member, listed in another order than it is laid out.
+// The record has every kind of member; its table lists them in another order than the layout.
 
 struct Inner
 {
@@ -111,7 +111,7 @@ inline FrameBytes encoded(const Message& event)
 
 inline Record& recordOf(const Message& event) { return *static_cast<Record*>(event.data->payload); }
 
-/// What happened, in order, on any thread.
+/// Records events of all threads in order.
 class Journal
 {
 public:
@@ -124,7 +124,7 @@ public:
         noted.notify_all();
     }
 
-    /// All of it, once there are `count` notes.
+    /// Waits for at least `count` notes and returns all of them.
     std::vector<std::string> await(std::size_t count)
     {
         std::unique_lock<std::mutex> lock(mutex);
@@ -140,7 +140,7 @@ private:
     std::vector<std::string> notes;
 };
 
-/// Something that happens once, to be waited for.
+/// An event that happens once and can be waited for.
 struct Gate
 {
     void open() { journal.note("open"); }
@@ -149,7 +149,7 @@ struct Gate
     Journal journal;
 };
 
-/// A function as a handler.
+/// Wraps a function as an event handler.
 struct Callback : std::function<void(const Message&)>
 {
     using function::function;
@@ -165,7 +165,7 @@ inline auto noteNumber(Journal& journal, const std::string& name)
     };
 }
 
-/// A client that notes its reports, and does something more if asked to.
+/// Notes its connection reports, then calls `also`.
 struct Client final : fabric::ClientInterface
 {
     explicit Client(Journal& target, std::string prefix = "") : journal(target), name(prefix) {}
@@ -185,16 +185,16 @@ struct Client final : fabric::ClientInterface
     std::function<void(const std::string&)> also = [](const std::string&) {};
 };
 
-/// A directory for a socket.
-struct Folder
+/// A temporary directory for a socket.
+struct SocketDirectory
 {
-    Folder() { EXPECT_NE(mkdtemp(name), nullptr); }
-    ~Folder() { rmdir(name); }
+    SocketDirectory() { EXPECT_NE(mkdtemp(name), nullptr); }
+    ~SocketDirectory() { rmdir(name); }
 
     char name[27] = "/tmp/chronal-socket-XXXXXX";
 };
 
-/// A link in use, with a loop and a listener in the place of a session's.
+/// A link that is used without a session, with a loop and a listener of its own.
 struct Linked final : fabric::host::LinkListener
 {
     explicit Linked(std::unique_ptr<fabric::host::Link> used) : link(std::move(used))
@@ -224,7 +224,7 @@ struct Linked final : fabric::host::LinkListener
     std::thread thread{[this] { loop.run(); }};
 };
 
-/// The host platform's lines about trouble, as long as it lives.
+/// Collects the host platform's error lines during its lifetime.
 struct DebugLines : Journal
 {
     DebugLines()

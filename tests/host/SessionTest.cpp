@@ -16,7 +16,7 @@ namespace {
 using namespace sample;
 using testing::AllOf;
 
-/// A session's link, in the hands of the test.
+/// A link that the test controls.
 struct WireLink : fabric::host::Link
 {
     void open(boost::asio::io_context& opened, fabric::host::LinkListener& opener) override
@@ -82,7 +82,7 @@ protected:
         wire->receive(encoded(*message(meta, number)));
     }
 
-    /// Waits until everything that has been received is carried out.
+    /// Waits until everything received so far has been handled.
     void settle()
     {
         Gate settled;
@@ -100,7 +100,7 @@ protected:
     fabric::AbstractComponent& component = session->component();
 };
 
-TEST_F(SessionTest, ReportsAndMessagesArriveInOrderAndBadFramesAreRefused)
+TEST_F(SessionTest, ReportsAndMessagesArriveInOrderPastRefusedFrames)
 {
     onAnswer(noteNumber(journal, "answer"));
     DebugLines lines;
@@ -115,7 +115,7 @@ TEST_F(SessionTest, ReportsAndMessagesArriveInOrderAndBadFramesAreRefused)
     receive(ask, 1); // a command is not for an application
     receive(answer, 2);
     wire->down(ECONNRESET);
-    wire->up(); // on its own
+    wire->up(); // without connect()
     settle();
     session->connect();
     session->disconnect();
@@ -146,7 +146,7 @@ TEST_F(SessionTest, AConnectionThatCannotBeOpenedIsReportedAsFailed)
     EXPECT_THAT(wire->journal.await(3), ElementsAre("open", "close", "open"));
 }
 
-TEST_F(SessionTest, ADisconnectedSessionTakesNoCommandsAtOnce)
+TEST_F(SessionTest, ADisconnectedSessionRefusesCommandsAtOnce)
 {
     wire->up();
     settle();
@@ -212,7 +212,7 @@ TEST_F(SessionTest, EveryOutcomeOfASendReleasesTheMessageAndOnlySuccessLeavesIds
         MsgIds ids = {1, 1};
         wire->onSend = [&](FrameView frame) {
             std::string reason;
-            EXPECT_EQ(ids, decodeFrame(frame, catalogue, reason)->ids) << "not there in time";
+            EXPECT_EQ(ids, decodeFrame(frame, catalogue, reason)->ids) << "set too late";
             return row.result;
         };
         const boost::weak_ptr<SerializableMessageData> data = row.event->data;
@@ -228,7 +228,7 @@ TEST_F(SessionTest, EveryOutcomeOfASendReleasesTheMessageAndOnlySuccessLeavesIds
     EXPECT_EQ(1U, session->counters().framesSent);
 }
 
-TEST_F(SessionTest, SessionsAndTheirMessagesAreToldApart)
+TEST_F(SessionTest, SessionsHaveDistinctIds)
 {
     Session other(std::make_unique<WireLink>(), catalogue);
     MsgIds ids, otherIds;
@@ -252,7 +252,7 @@ TEST_F(SessionTest, ResetOnAnotherThreadWaitsForTheRunningHandler)
             running = false;
         }));
         receive(answer, 1);
-        receive(answer, 2); // must not find the handler once it is gone
+        receive(answer, 2); // must not reach the handler after reset()
         entered.pass();
         ids.reset();
         ASSERT_FALSE(running);
@@ -274,7 +274,7 @@ TEST_F(SessionTest, ResetInsideAHandlerReturnsAndNothingFurtherIsDelivered)
     EXPECT_THAT(journal.await(2), ElementsAre("first", "late 2"));
 }
 
-TEST_F(SessionTest, ExceptionsOutOfCallbacksAreReportedByNameAndContained)
+TEST_F(SessionTest, ExceptionsFromCallbacksAreReportedByNameAndContained)
 {
     DebugLines lines;
     client.also = [](const std::string&) { throw std::runtime_error("bad report"); };
@@ -299,7 +299,7 @@ TEST_F(SessionTest, ExceptionsOutOfCallbacksAreReportedByNameAndContained)
     EXPECT_EQ(4U, session->counters().exceptionsCaught);
 }
 
-TEST_F(SessionTest, ClientsMayAttachAndDetachAtAnyTimeAndAreToldInStep)
+TEST_F(SessionTest, ClientsThatAttachOrDetachAtAnyTimeGetMatchingReports)
 {
     Client late(journal, "late ");
     session->attach(client);
@@ -324,9 +324,9 @@ TEST_F(SessionTest, CallbacksMayUseTheWholeSession)
         MsgIds ids;
         EXPECT_EQ(0, application.sendEvent(ids, 0, message(ask, 1).release()));
         session->attach(inner);
-        session->detach(inner); // was not told yet
+        session->detach(inner); // has had no report yet
         session->attach(inner);
-        session->detach(client); // was told
+        session->detach(client); // has had its report
         session->disconnect();
         session->connect();
     };
@@ -345,7 +345,7 @@ TEST_F(SessionTest, DestroyingASessionWaitsForTheRunningHandlerAndTellsItsClient
         entered.open();
         for (int turn = 0; turn < 20; ++turn)
             std::this_thread::yield();
-        raw->connect(); // no longer of any use
+        raw->connect(); // has no effect any more
         journal.note("handled");
     });
     receive(answer, 1);

@@ -15,8 +15,8 @@
 #include <thread>
 #include <vector>
 
-// What processes of their own test on the development host, here inside one, so that it runs on
-// every target.
+// Tests sockets inside one process, so that they run on every target; tests/processes uses separate
+// processes.
 
 namespace {
 
@@ -43,7 +43,7 @@ private:
     ClientSender* outlet = nullptr;
 };
 
-/// Serves at a socket while it lives.
+/// Runs a service at a socket during its lifetime.
 class Served
 {
 public:
@@ -58,10 +58,10 @@ private:
     ServiceHost host{service};
 };
 
-TEST(SocketLinkTest, AnApplicationFindsItsServiceWheneverThatIsThere)
+TEST(SocketLinkTest, AnApplicationConnectsWheneverItsServiceListens)
 {
-    const Folder folder;
-    const std::string path = folder.name + std::string("/socket");
+    const SocketDirectory directory;
+    const std::string path = directory.name + std::string("/socket");
     Journal journal;
     journal.ignored = "failed " + std::to_string(ECONNREFUSED); // bound, but not listening yet
     Client client(journal);
@@ -93,7 +93,7 @@ TEST(SocketLinkTest, AnApplicationFindsItsServiceWheneverThatIsThere)
     session.detach(client);
 }
 
-/// Leaves this process no descriptor to be had, for as long as it lives.
+/// Leaves this process without free descriptors during its lifetime.
 class FullDescriptorTable
 {
 public:
@@ -111,13 +111,13 @@ private:
     rlimit before_ = {};
 };
 
-TEST(SocketLinkTest, AFullDescriptorTableIsAFailureToConnectAndIsGotOver)
+TEST(SocketLinkTest, AFullDescriptorTableFailsConnectingOnlyWhileItLasts)
 {
 #ifdef __SANITIZE_ADDRESS__
     GTEST_SKIP() << "the sanitizer needs a descriptor to look at an object's type";
 #endif
-    const Folder folder;
-    const std::string path = folder.name + std::string("/socket");
+    const SocketDirectory directory;
+    const std::string path = directory.name + std::string("/socket");
     Journal journal;
     journal.ignored = "failed " + std::to_string(ECONNREFUSED);
     Client client(journal);
@@ -144,18 +144,18 @@ TEST(SocketLinkTest, AFullDescriptorTableIsAFailureToConnectAndIsGotOver)
     session.detach(client);
 }
 
-/// A link that has found its service.
+/// A link that is connected to its service.
 struct Found
 {
     Found() { linked.journal.await(1); }
 
-    const Folder folder;
-    const std::string path = folder.name + std::string("/socket");
+    const SocketDirectory directory;
+    const std::string path = directory.name + std::string("/socket");
     const Served served{path};
     Linked linked{newSocketLink(path)};
 };
 
-TEST(SocketLinkTest, ARefusedFrameEndsTheConnectionAndTheNextOneIsTried)
+TEST(SocketLinkTest, ARefusedFrameMakesTheLinkReconnect)
 {
     Found found;
     Linked& linked = found.linked;
@@ -169,7 +169,7 @@ TEST(SocketLinkTest, ARefusedFrameEndsTheConnectionAndTheNextOneIsTried)
                 ElementsAre("up", "frame", "down " + std::to_string(EBADMSG), "up", "frame"));
 }
 
-/// How many sockets a program has that this one starts.
+/// Returns how many sockets a program has that this one starts.
 int inheritedSockets()
 {
     int count = -1;
@@ -179,7 +179,7 @@ int inheritedSockets()
     return count;
 }
 
-TEST(SocketLinkTest, ProgramsThatAreStartedInBetweenHoldNoConnection)
+TEST(SocketLinkTest, StartedProgramsInheritNoConnection)
 {
     const int before = inheritedSockets();
     Found found;
@@ -188,10 +188,10 @@ TEST(SocketLinkTest, ProgramsThatAreStartedInBetweenHoldNoConnection)
     EXPECT_EQ(before, inheritedSockets());
 }
 
-TEST(SocketLinkTest, OfTooManyClientsTheLastOnesAreDisconnected)
+TEST(SocketLinkTest, ClientsBeyondTheLimitAreDisconnected)
 {
-    const Folder folder;
-    const std::string path = folder.name + std::string("/socket");
+    const SocketDirectory directory;
+    const std::string path = directory.name + std::string("/socket");
     const Served served(path);
     boost::asio::io_context io;
     std::vector<boost::asio::local::stream_protocol::socket> sockets;

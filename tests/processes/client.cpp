@@ -1,7 +1,7 @@
-// An application for the tests to steer: reads what to do from standard input, a line for each
-// command, and writes a line for whatever happens.
-// Usage: test-client [burst|leave [COUNT]]   Either sends a burst from inside the report of
-// the connection; leave disconnects then.
+// An application that tests control: reads one command per line from standard input, and prints a
+// line for each event.
+// Usage: test-client [burst|leave [COUNT]]   Both send a burst from inside the report of
+// the connection; leave then disconnects.
 
 #include <cstddef>
 #include <cstdint>
@@ -58,7 +58,7 @@ public:
             say("not sent");
     }
 
-    /// Commands one after the other, each with a text of that length unless it is 0.
+    /// Sends commands, each with a text of the given length unless that is 0.
     void sendBurst(int count, std::size_t length)
     {
         const std::string text(length, 'x');
@@ -131,8 +131,8 @@ private:
 
     std::mutex mutex;
     MsgIds asked = {};
-    std::set<std::uint32_t> unanswered; // of a burst
-    int refused = 0;                    // of the bursts
+    std::set<std::uint32_t> unanswered; // commands of bursts
+    int refused = 0;                    // commands of bursts
 };
 
 } // namespace
@@ -145,7 +145,7 @@ int main(int argc, char** argv)
     const std::string way = argc > 1 ? argv[1] : "";
     client.onceConnected = [&] {
         if (!way.empty())
-            client.sendBurst(argc > 2 ? std::stoi(argv[2]) : 1000, 0); // less than the queue takes
+            client.sendBurst(argc > 2 ? std::stoi(argv[2]) : 1000, 0); // 1000 fit into the queue
         if (way == "leave")
             session->disconnect();
     };

@@ -1,6 +1,6 @@
-"""Fixtures for tests of programs: what a program prints is waited for, and no program is left behind.
+"""Fixtures for tests of programs: they wait for output, and leave no program running.
 
-A test gets a clean environment and a directory of its own, which it may change as it likes.
+A test gets a clean environment and a directory of its own, and may change both.
 """
 
 import os
@@ -15,7 +15,7 @@ from pathlib import Path
 
 import pytest
 
-# Seconds. Far more than anything here takes, since the machine may be slow; reached only on failure.
+# Seconds; longer than anything here takes, even on a slow machine, so reached only on failure.
 PATIENCE = 100
 
 
@@ -27,7 +27,7 @@ THREAD_SANITIZED = "-fsanitize=thread" in os.environ["CXXFLAGS"]
 
 
 def eventually(condition):
-    """For what nothing tells of when it happens, such as what /proc shows."""
+    """Polls a condition that sends no notification, such as the contents of /proc."""
     deadline = time.monotonic() + PATIENCE
     while not (result := condition()) and time.monotonic() < deadline:
         time.sleep(0.005)
@@ -35,7 +35,7 @@ def eventually(condition):
 
 
 class Process:
-    """A program that runs beside the test; `output` is all that it has printed."""
+    """A program that runs in the background; `output` is all that it has printed."""
 
     def __init__(self, command, **options):
         options = {"stdout": subprocess.PIPE, "stderr": subprocess.STDOUT, **options}
@@ -56,7 +56,7 @@ class Process:
             self._changed.notify_all()
 
     def wait_for(self, pattern, count=1):
-        """Waits until so many lines match; gives the last match."""
+        """Waits until `count` lines match and returns the last match."""
 
         def matches():
             return list(re.finditer(pattern.encode(), self.output, re.MULTILINE))
@@ -70,16 +70,16 @@ class Process:
         return found[count - 1]
 
     def count(self, pattern):
-        """How many lines match by now."""
+        """Returns how many lines match so far."""
         return len(re.findall(pattern.encode(), self.output, re.MULTILINE))
 
     def send(self, text):
-        """To its standard input, which has to be a pipe."""
+        """Writes to standard input, which has to be a pipe."""
         self.popen.stdin.write(text.encode())
         self.popen.stdin.flush()
 
     def stop(self, number=signal.SIGTERM):
-        """Sends a signal, waits for the end, and gives the exit status."""
+        """Sends a signal, waits for the end, and returns the exit status."""
         self.popen.send_signal(number)
         return self.wait()
 
@@ -89,7 +89,7 @@ class Process:
         return status
 
     def end(self):
-        """Kills it and what it has started. Pytest shows what is printed here if the test fails."""
+        """Kills the program and its children; pytest shows this output if the test fails."""
         if self.popen.poll() is None:
             os.killpg(self.popen.pid, signal.SIGKILL)
         self.wait()
@@ -100,13 +100,13 @@ class Process:
 
 
 class Client(Process):
-    """The application that the tests steer: see tests/processes/client.cpp."""
+    """The application that tests control; see tests/processes/client.cpp."""
 
     def tell(self, command):
         self.send(command + "\n")
 
     def fetch(self):
-        """A command and its answer."""
+        """Sends a command and waits for its answer."""
         before = self.count("^answer$")
         self.tell("fetch")
         self.wait_for("^answer$", before + 1)
@@ -114,7 +114,7 @@ class Client(Process):
 
 @pytest.fixture
 def directory():
-    """Empty and private, with a path that leaves room for that of a socket."""
+    """An empty private directory with a path short enough for sockets in it."""
     made = tempfile.mkdtemp(prefix="chronal-", dir="/tmp")
     yield Path(made)
     shutil.rmtree(made)
@@ -122,14 +122,14 @@ def directory():
 
 @pytest.fixture
 def environment(directory):
-    """What a newcomer's shell has, without anything that the programs look at."""
+    """A minimal environment, without variables that the programs read."""
     kept = {name: value for name, value in os.environ.items() if name.endswith("SAN_OPTIONS")}
     return {**kept, "PATH": os.environ["PATH"], "HOME": str(directory)}
 
 
 @pytest.fixture
 def start(environment, directory):
-    """start(COMMAND..., OPTION=...): starts a program beside the test."""
+    """start(COMMAND..., OPTION=...): starts a program in the background."""
     processes = []
 
     def start(*command, kind=Process, **options):
@@ -155,16 +155,16 @@ def run(environment, directory):
 
 @pytest.fixture
 def chronalctl(run):
-    """chronalctl(WORD..., OPTION=...): runs it to its end."""
+    """chronalctl(WORD..., OPTION=...): runs chronalctl to its end."""
     return lambda *words, **options: run(CHRONALCTL, *words, **options)
 
 
 @pytest.fixture
 def start_service(start):
-    """start_service(WORD..., OPTION=...): a simulated service that listens."""
+    """start_service(WORD..., OPTION=...): starts a simulated service and waits until it listens."""
 
     def start_service(*words, **options):
-        # Room for all lines about a burst: the service leaves out those that nobody reads.
+        # The pipe holds all lines about a burst, because the service omits lines that do not fit.
         service = start(SIMD, *words, **{"pipesize": 1 << 19, **options})
         service.wait_for("^listening on ")
         return service
@@ -174,5 +174,5 @@ def start_service(start):
 
 @pytest.fixture
 def start_client(start):
-    """start_client(WORD...): an application for the test to steer."""
+    """start_client(WORD...): starts an application that the test controls."""
     return lambda *words: start(CLIENT, *words, kind=Client, stdin=subprocess.PIPE)

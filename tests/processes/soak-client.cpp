@@ -1,6 +1,6 @@
-// Sends commands as fast as they are answered, whether the service is there or not, and checks that
-// each answer is for a command of this session, and the right one, and comes once at most.
-// Usage: soak-client SESSIONS   Ends when standard input ends, once every session has been served.
+// Sends commands as fast as they are answered, with or without a service, and checks that each
+// answer belongs to a command of this session, is correct and comes at most once.
+// Usage: soak-client SESSIONS   After the end of standard input, ends once every session is served.
 
 #include <array>
 #include <atomic>
@@ -67,7 +67,7 @@ public:
         UserAdapter::onServiceConnected();
         const std::lock_guard<std::mutex> lock(mutex);
         ++connections;
-        waiting = 0; // what was under way is lost
+        waiting = 0; // commands in flight are lost
     }
 
 protected:
@@ -94,7 +94,7 @@ private:
         std::int64_t seconds;
     };
 
-    // With the lock held, so that no answer comes before the command is on the list.
+    // Holds the lock so that no answer is handled before the command is on the list.
     void send()
     {
         const std::lock_guard<std::mutex> lock(mutex);

@@ -1,16 +1,16 @@
-"""Back-pressure: however many commands an application sends at once, each is answered or refused."""
+"""Back-pressure: each command is answered or refused, however many are sent at once."""
 
 import re
 
 import pytest
 from conftest import SANITIZED
 
-MEGABYTE = 1024  # as /proc counts
+MEGABYTE = 1024  # in the kilobytes that /proc shows
 
 
 @pytest.fixture(params=["memory", "socket"])
 def service(request, environment, start_service):
-    """A service for the client: the one inside it (then None), or a process."""
+    """The client's service: a process, or None for the service inside the client."""
     if request.param == "memory":
         return None
     environment["CHRONAL_SOCKET"] = "it"
@@ -18,7 +18,7 @@ def service(request, environment, start_service):
 
 
 def settle(client):
-    """Waits until everything accepted so far is answered; gives what the client has printed."""
+    """Waits until all accepted commands are answered; returns the client's output."""
     refusals = 0
     while True:
         client.tell("fetch")
@@ -30,7 +30,7 @@ def settle(client):
 
 
 def memory(process, field):
-    """In kilobytes."""
+    """Returns a field of the process's status, in kilobytes."""
     with open(f"/proc/{process.popen.pid}/status") as status:
         return int(re.search(rf"^{field}:\s*(\d+)", status.read(), re.M)[1])
 
@@ -48,12 +48,12 @@ def test_every_command_of_a_burst_is_answered_once_or_refused(service, count, in
     assert "stray" not in output and "down" not in output
 
 
-@pytest.mark.skipif(SANITIZED, reason="sanitizers keep what is given back")
+@pytest.mark.skipif(SANITIZED, reason="sanitizers keep freed memory")
 def test_long_texts_cost_a_bounded_amount_of_memory_which_is_given_back(service, start_client):
     client = start_client()
     client.wait_for("^up$")
     processes = [client] if service is None else [client, service]
-    client.tell("burst 20 60000")  # once, so that the allocator has its arenas
+    client.tell("burst 20 60000")  # makes the allocator create its arenas
     settle(client)
     before = [memory(process, "VmRSS") for process in processes]
     client.tell("burst 5000 60000")  # 300 MB

@@ -1,4 +1,4 @@
-"""Applications and the simulated service as processes of their own, over a socket."""
+"""Applications and the simulated service in separate processes, connected by a socket."""
 
 import os
 import signal
@@ -12,20 +12,20 @@ ECONNRESET, EBADMSG = 104, 74
 
 @pytest.fixture
 def place(environment, directory):
-    """The path of the socket, for services and applications alike."""
+    """The path of the socket, for both services and applications."""
     environment["CHRONAL_SOCKET"] = str(directory / "socket")
     return environment["CHRONAL_SOCKET"]
 
 
 @pytest.fixture
 def service(place, start_service):
-    """service(WORD...): starts one."""
+    """service(WORD...): starts a service at that path."""
     return lambda *words: start_service("--socket", place, *words)
 
 
 @pytest.fixture
 def connect(place):
-    """Connects as somebody else, who may send anything."""
+    """connect(): connects to the service without the library, so that it can send anything."""
     ends = []
 
     def connect():
@@ -40,7 +40,7 @@ def connect(place):
 
 @pytest.fixture
 def accept(place):
-    """Listens as somebody else and accepts one connection."""
+    """accept(): listens in place of the service and accepts one connection."""
 
     def accept():
         if os.path.exists(place):
@@ -54,7 +54,7 @@ def accept(place):
 
 
 def is_closed(end):
-    """Waits for the end, whether or not the other side has read everything by then."""
+    """Waits until the other side closes; it may not have read everything."""
     try:
         while end.recv(4096):
             pass
@@ -63,7 +63,7 @@ def is_closed(end):
     return True
 
 
-def test_a_service_that_comes_late_is_found(service, place, start_client):
+def test_a_service_that_starts_late_is_found(service, place, start_client):
     app = start_client()
     app.wait_for("^failed 2$")
     service()
@@ -85,7 +85,7 @@ def test_a_killed_service_is_reported_and_found_again(service, start_client, pla
 
 
 @pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGINT])
-def test_a_service_that_ends_says_so(number, service, place, start_client):
+def test_a_service_that_ends_closes_its_connections_cleanly(number, service, place, start_client):
     running = service()
     app = start_client()
     app.wait_for("^up$")
@@ -106,12 +106,12 @@ def test_a_service_that_ends_closes_waiting_connections_cleanly(service, start_c
 
 
 @pytest.mark.parametrize("way", ["leave", "burst"])
-def test_what_was_sent_arrives_when_a_session_ends(way, service, environment, start_client):
+def test_commands_arrive_or_are_counted_when_a_session_ends(way, service, environment, start_client):
     environment["NUB_DEBUG"] = "204:3000"
     running = service("--verbose")
 
     def unsent(number, moment):
-        """Ends a session after a burst, while the service stands still until that moment."""
+        """Ends a session after a burst; the service is stopped until `moment` is printed."""
         running.popen.send_signal(signal.SIGSTOP)
         app = start_client(way)
         app.wait_for("^burst sent")
@@ -125,7 +125,7 @@ def test_what_was_sent_arrives_when_a_session_ends(way, service, environment, st
         assert lost + running.count(f"^client {number} -> ") == 1000, "messages are lost"
         return lost
 
-    # How many arrive is a matter of speed, but more than when the service is waited for in vain.
+    # The number depends on speed, but fewer are lost than when the service never continues in time.
     most = unsent(1, " messages not sent")
     assert any(unsent(number, "^burst sent") < most for number in range(2, 7))
 
@@ -194,7 +194,7 @@ def test_garbage_from_the_service_ends_the_connection(
     app.fetch()
 
 
-# In its length, in its header, in its record.
+# The connection breaks in the length, in the header or in the record.
 @pytest.mark.parametrize("size", [3, 20, 40])
 def test_a_death_in_the_middle_of_a_frame_ends_that_connection_only(
     size, service, place, environment, start_client, accept, connect

@@ -1,4 +1,4 @@
-"""chronalctl finds the service where chronal-simd listens by default, and says when there is none."""
+"""chronalctl finds the service where chronal-simd listens by default, and reports a missing one."""
 
 import signal
 
@@ -16,12 +16,12 @@ def runtime_directory(environment, directory):
 
 
 def zone(result):
-    """What "timezone get" printed; it never has anything to say on standard error."""
+    """Returns the zone that "timezone get" printed; it must print nothing on standard error."""
     assert (result.returncode, result.stderr) == (0, b"")
     return result.stdout.split()[1].decode()
 
 
-def test_what_is_set_is_kept_by_the_service_in_the_default_place(
+def test_the_service_in_the_default_place_keeps_a_setting(
     runtime_directory, start_service, chronalctl
 ):
     start_service()
@@ -30,7 +30,7 @@ def test_what_is_set_is_kept_by_the_service_in_the_default_place(
     assert zone(chronalctl("timezone", "get")) == "Asia/Tokyo"
 
 
-def test_an_option_wins_over_the_variable_and_that_over_the_default_place(
+def test_an_option_overrides_the_variable_which_overrides_the_default_place(
     runtime_directory, environment, directory, start_service, chronalctl
 ):
     by_option, by_variable = directory / "option", directory / "variable"
@@ -72,7 +72,7 @@ def test_without_any_socket_the_service_is_simulated(
         ("help timezone set", False),
     ],
 )
-def test_what_a_simulated_service_forgets_is_announced_as_such(command, says_so, chronalctl):
+def test_a_reminder_is_printed_if_a_simulated_service_loses_something(command, says_so, chronalctl):
     for words in (command.split(), ["--json", *command.split()]):
         result = chronalctl(*words)
         announcements = [line for line in result.stderr.splitlines() if line.startswith(SIMULATED)]
@@ -80,7 +80,7 @@ def test_what_a_simulated_service_forgets_is_announced_as_such(command, says_so,
         assert SIMULATED not in result.stdout
 
 
-def test_a_socket_that_nobody_listens_at_is_no_reason_to_simulate(
+def test_a_socket_without_a_listener_is_an_error(
     runtime_directory, start_service, chronalctl
 ):
     start_service().stop(signal.SIGKILL)
@@ -94,7 +94,7 @@ def test_a_socket_that_nobody_listens_at_is_no_reason_to_simulate(
     ]
 
 
-def test_a_file_in_the_place_of_the_socket_is_named(runtime_directory, chronalctl):
+def test_a_file_at_the_path_of_the_socket_is_named(runtime_directory, chronalctl):
     (runtime_directory / "chronal.sock").touch()
     result = chronalctl("--timeout", "100ms", "timezone", "get")
     assert result.returncode == 3

@@ -1,4 +1,4 @@
-"""Whatever way a text comes in, what the programs print cannot command or deceive a terminal."""
+"""The programs print no text, from whatever source, that controls or deceives a terminal."""
 
 import json
 import os
@@ -34,7 +34,7 @@ FORGED = "chronalctl: forged"
 
 
 def assert_harmless(output):
-    text = output.decode()  # raises on what is not UTF-8
+    text = output.decode()  # raises if it is not UTF-8
     unseen = {c for c in text if unicodedata.category(c) in ("Cc", "Cf", "Cs", "Zl", "Zp")}
     assert unseen <= {"\n"}
     assert FORGED not in text.splitlines()
@@ -90,7 +90,7 @@ def test_the_environment(variable, hostile, environment, directory, start_servic
     place.mkdir()
     environment["XDG_RUNTIME_DIR"] = str(directory)
     environment[variable] = hostile if variable == "NUB_DEBUG" else bytes(place)
-    service = start_service()  # which does not look at CHRONAL_SOCKET
+    service = start_service()  # chronal-simd does not read CHRONAL_SOCKET
     service.stop(signal.SIGKILL)
     assert_harmless(service.output)
     result = chronalctl("--timeout", "1ms", "timezone", "set", "Nowhere")
@@ -98,7 +98,7 @@ def test_the_environment(variable, hostile, environment, directory, start_servic
     assert_harmless(result.stderr)
 
 
-def test_what_the_service_keeps(hostile, environment, start_service, chronalctl):
+def test_settings_of_the_service(hostile, environment, start_service, chronalctl):
     environment["NUB_DEBUG"] = "*:5000"
     service = start_service("--verbose", "--socket", "it")
     environment["CHRONAL_SOCKET"] = "it"
@@ -114,7 +114,7 @@ def test_what_the_service_keeps(hostile, environment, start_service, chronalctl)
     assert_harmless(service.output)
 
 
-def test_letters_stay_and_escapes_show_what_was_there(start_service, environment, chronalctl):
+def test_letters_stay_and_other_characters_are_escaped(start_service, environment, chronalctl):
     start_service("--socket", "it")
     environment["CHRONAL_SOCKET"] = "it"
     chronalctl("ntp", "set", "Zürich 東京 🕰\x1b\u202e\U000e0041".encode() + b"\xff")

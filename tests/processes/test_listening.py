@@ -1,4 +1,4 @@
-"""Where the simulated service listens, and what keeps it from doing so."""
+"""The simulated service listens at its socket, or explains why it cannot."""
 
 import fcntl
 import os
@@ -10,7 +10,7 @@ from conftest import SIMD
 
 @pytest.fixture
 def refusal(run):
-    """refusal(PLACE): what a service says that cannot listen there."""
+    """refusal(PLACE): returns the error of a service that cannot listen at PLACE."""
 
     def refusal(place):
         result = run(SIMD, "--socket", place)
@@ -22,7 +22,7 @@ def refusal(run):
     return refusal
 
 
-def test_the_socket_is_its_owners(directory, start_service):
+def test_only_the_owner_may_use_the_socket(directory, start_service):
     os.umask(0)
     start_service("--socket", directory / "socket")
     assert (directory / "socket").stat().st_mode & 0o777 == 0o600
@@ -41,7 +41,7 @@ def test_a_file_is_not_taken_for_a_socket(directory, start_service, refusal):
     assert (directory / "socket").read_text() == "precious"
 
 
-def test_a_file_that_has_taken_the_socket_s_place_stays(directory, start_service):
+def test_a_file_that_has_replaced_the_socket_is_kept(directory, start_service):
     running = start_service("--socket", directory / "socket")
     (directory / "socket").unlink()
     (directory / "socket").write_text("precious")
@@ -49,7 +49,7 @@ def test_a_file_that_has_taken_the_socket_s_place_stays(directory, start_service
     assert (directory / "socket").read_text() == "precious"
 
 
-def test_two_services_do_not_start_in_one_place(directory, refusal):
+def test_two_services_do_not_start_at_one_path(directory, refusal):
     with open(directory / "socket.lock", "w") as lock:
         fcntl.flock(lock, fcntl.LOCK_EX)
         assert refusal(directory / "socket").startswith("another service is starting here")
@@ -66,7 +66,7 @@ def test_a_file_is_not_taken_for_a_lock(directory, start_service):
     assert (directory / "socket.lock").read_text() == "precious"
 
 
-# Anybody who may read a directory can lock it.
+# Any user who may read a directory can lock it.
 def test_a_locked_directory_does_not_matter(directory, start_service):
     locked = os.open(directory, os.O_RDONLY)
     fcntl.flock(locked, fcntl.LOCK_EX)
@@ -74,14 +74,14 @@ def test_a_locked_directory_does_not_matter(directory, start_service):
     os.close(locked)
 
 
-def test_a_directory_that_is_not_there_is_named(directory, refusal):
+def test_a_missing_directory_is_named(directory, refusal):
     assert refusal(directory / "none" / "socket") == (
         "cannot create a file in its directory: No such file or directory"
     )
 
 
 @pytest.mark.parametrize("name", ["", "/"])
-def test_a_directory_is_the_place_of_its_socket(name, directory, environment, start_service, start_client):
+def test_a_directory_names_the_socket_in_it(name, directory, environment, start_service, start_client):
     running = start_service("--socket", f"{directory}{name}")
     running.wait_for(f"^listening on {directory}/chronal.sock$")
     environment["CHRONAL_SOCKET"] = str(directory)

@@ -1,4 +1,4 @@
-"""What README.md shows can be typed from top to bottom, and does what it says."""
+"""The commands in README.md can be typed from top to bottom and print the output shown."""
 
 import os
 import re
@@ -12,7 +12,7 @@ SOURCE = Path(os.environ["SOURCE_DIRECTORY"])
 
 @pytest.fixture
 def checkout(directory):
-    """This checkout after scripts/demo, whose build directory this build stands in for."""
+    """This checkout with this build in place of the one that scripts/demo makes."""
     place = directory / "checkout"
     (place / "build").mkdir(parents=True)
     (place / "build/demo").symlink_to(os.environ["BUILD_DIRECTORY"])
@@ -23,7 +23,7 @@ def checkout(directory):
 
 
 class Shell:
-    """A newcomer's shell, with whatever the README has done to it so far."""
+    """A newcomer's shell, which keeps its state from block to block."""
 
     def __init__(self, process):
         self.process = process
@@ -38,7 +38,7 @@ class Shell:
         assert b"\nFAILED: " not in b"\n" + self.process.output
 
     def type(self, command, answers):
-        """Types one command and waits for so many lines; gives them."""
+        """Types one command, waits for the given number of lines and returns them."""
         before = len(self.process.output)
         self.process.send(command + "\n")
         self.process.wait_for(r"\n", self.process.output.count(b"\n", 0, before) + answers)
@@ -47,7 +47,7 @@ class Shell:
 
 @pytest.fixture
 def shell(directory, environment, start, checkout):
-    """In the checkout. Its compiler is that of this build, with the sanitizers that this build has."""
+    """Starts in the checkout and compiles with this build's compiler and sanitizers."""
     programs = directory / "bin"
     programs.mkdir()
     (programs / "c++").write_text(f'#!/bin/sh\nexec {os.environ["CXX"]} {os.environ["CXXFLAGS"]} "$@"\n')
@@ -57,19 +57,19 @@ def shell(directory, environment, start, checkout):
 
 
 def blocks(markdown):
-    """Each block of code: the prose before it, its language, its text."""
+    """Returns the prose before each block of code, its language and its text."""
     parts = re.split(r"^```(\w*)\n", markdown, flags=re.M)
     return list(zip(parts[0::4], parts[1::4], parts[2::4]))
 
 
 def commands(console):
-    """The commands of a tour, each with the lines that are shown after it."""
+    """Returns the commands of a console block, each with the lines shown after it."""
     parts = re.split(r"^\$ ", console, flags=re.M)[1:]
     return [(part.splitlines()[0], part.splitlines()[1:]) for part in parts]
 
 
 def comparable(lines):
-    """Without what differs from run to run; a monitor's lines may come between others."""
+    """Removes what differs from run to run, including the order: a monitor runs concurrently."""
     lines = [re.sub(r":\d\d\.\d{3}'", ":..'", line) for line in lines]
     return sorted(re.sub(r"/\S+(/chronal/chronal\.sock)$", r"\1", line) for line in lines)
 

@@ -1,4 +1,4 @@
-"""A service for which an allocation fails, or every one for a while, serves on and ends when told."""
+"""A service survives one failed allocation or a lasting shortage, and still ends when told to."""
 
 import itertools
 import mmap
@@ -35,7 +35,7 @@ def moment(seconds):
     return struct.pack(">qi", seconds, 0)
 
 
-# Resource, operation and body; the last two are the same, since one answer may be lost.
+# Each has resource, operation and body. The last two are equal, because one answer may be lost.
 COMMANDS = [
         (ZONE, SET, text(b"UTC") + moment(0)),
         (ZONE, SET, text(b"Europe/Berlin") + moment(0)),
@@ -53,7 +53,7 @@ NOTIFIED = {CURRENT, ZONE, DEVIATION, BROADCAST}
 
 
 class Shortage:
-    """The other end of Shortage.cpp."""
+    """Controls the service's allocations through the file that Shortage.cpp maps."""
 
     def __init__(self, path):
         path.write_bytes(bytes(mmap.PAGESIZE))
@@ -61,7 +61,7 @@ class Shortage:
             self._words = mmap.mmap(file.fileno(), mmap.PAGESIZE)
 
     def begin(self, allocation):
-        """That one of the next allocations fails; none with 0, every one with -1."""
+        """Makes the next allocation of the given number fail; 0 means none, -1 all."""
         self._words[:8] = struct.pack("ii", allocation, 0)
 
     def failures(self):
@@ -93,7 +93,7 @@ class Client:
         self._socket.sendall(frames)
 
     def receive(self):
-        """False at the end of the connection."""
+        """Receives one message; returns False at the end of the connection."""
         try:
             length = self._stream.read(4)
             message = self._stream.read(struct.unpack(">I", length)[0] - 4) if length else b""
@@ -109,7 +109,7 @@ class Client:
         return True
 
     def converse(self):
-        """Sends each command, and hears all that comes of it, or the connection ends: then False."""
+        """Sends all commands and awaits their effects; returns False if the connection ends."""
         try:
             self.send(COMMANDS)
         except ConnectionError:
@@ -136,13 +136,13 @@ def path(directory):
 
 @pytest.fixture
 def start_starved(shortage, directory, environment, start_service):
-    """start_starved(): a service whose allocations can be made to fail."""
+    """start_starved(): starts a service whose allocations can be made to fail."""
     environment["LD_PRELOAD"] = os.environ["SHORTAGE_LIBRARY"]
     environment["SHORTAGE"] = str(directory / "shortage")
     return lambda: start_service("--socket", "it", "--period", "1ms", "--verbose")
 
 
-def test_each_allocation_costs_at_most_a_message_or_a_connection(shortage, path, start_starved):
+def test_a_failed_allocation_costs_at_most_a_message_or_a_connection(shortage, path, start_starved):
     for allocation in itertools.count(1):
         service = start_starved()
         shortage.begin(allocation)

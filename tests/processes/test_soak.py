@@ -1,7 +1,7 @@
-"""Kills the service at random moments under clients that send all the time, then clients of one
-service that lives on. None of the others may hang, crash, grow or get a wrong answer.
+"""Kills the service at random moments while clients keep sending, then clients of one service. The
+processes that are not killed must not hang, crash, grow or get a wrong answer.
 
-The environment variable KILLS says how many; see scripts/soak.
+The environment variable KILLS is the number of kills of each; see scripts/soak.
 """
 
 import os
@@ -15,20 +15,20 @@ from pathlib import Path
 from conftest import SANITIZED, SIMD, eventually
 
 KILLS = int(os.environ.get("KILLS", "20"))
-WARM_UP = KILLS // 5  # what is allocated once has been allocated by then
+WARM_UP = KILLS // 5  # kills until everything that is allocated only once has been allocated
 CLIENTS, SESSIONS = 4, 3
 CONNECTIONS = CLIENTS * SESSIONS
-GROWTH = 512  # KiB; what the allocator may take or leave
+GROWTH = 512  # KiB by which the allocator's own caches may vary
 
 
 def usage(process):
-    """Open files and threads."""
+    """Returns the numbers of open files and threads."""
     entries = Path(f"/proc/{process.popen.pid}")
     return len(list((entries / "fd").iterdir())), len(list((entries / "task").iterdir()))
 
 
 def settled_usage(process):
-    """A sanitizer has a pipe open for a moment, at the first use of a type."""
+    """Waits for a steady usage: a sanitizer briefly opens a pipe at the first use of a type."""
     samples = [None, usage(process)]
 
     def settled():
@@ -61,7 +61,7 @@ def test_kills_do_no_harm(start, environment, capsys):
         assert eventually(lambda: usage(service)[0] == files + connections)
 
     def kill(victim, connections, number):
-        """In three lives of four not before all connections are in use, else at any time."""
+        """Kills at any moment in every fourth round, and with all connections up in the others."""
         if number % 4:
             serves(connections)
         time.sleep(random.uniform(0, 0.1))
@@ -73,7 +73,7 @@ def test_kills_do_no_harm(start, environment, capsys):
         now = memory(process)
         with capsys.disabled():
             print(f"{name}: {before} open files and threads, {memory_before} then {now} KiB")
-        # A sanitizer keeps memory that has been freed; it finds leaks on its own.
+        # A sanitizer keeps freed memory and finds leaks itself.
         assert SANITIZED or now - memory_before <= GROWTH, name
 
     service = start_service()
@@ -96,7 +96,7 @@ def test_kills_do_no_harm(start, environment, capsys):
         serves(CONNECTIONS)
     has_not_grown("service", service, (idle[0] + CONNECTIONS, idle[1]), memory_before)
 
-    # All have to be served once more, and to end.
+    # Each client has to be served again and then end.
     for client in clients:
         client.popen.stdin.close()
         assert client.wait() == 0

@@ -1,4 +1,4 @@
-"""The service on a terminal."""
+"""A terminal does not hold up the service."""
 
 import os
 import pty
@@ -9,11 +9,11 @@ from conftest import CHRONALCTL, SIMD
 
 @pytest.fixture
 def terminal():
-    """The program's end of a terminal that nobody reads."""
+    """The program's end of a terminal that is never read."""
     try:
         unread, end = pty.openpty()
     except OSError as error:
-        pytest.skip(f"needs a terminal, and this machine gives none: {error}")
+        pytest.skip(f"needs a terminal, but this machine has none: {error}")
     yield end
     os.close(end)
     os.close(unread)
@@ -26,6 +26,6 @@ def test_a_terminal_that_is_not_read_does_not_hold_up_the_service(
     words = ["--socket", "it", "--verbose", "--period", "1ms"]
     service = start(SIMD, *words, stdout=terminal, stderr=terminal)
     monitor = start(CHRONALCTL, "monitor", "RTC")
-    monitor.wait_for("^current-time", 300)  # each a line for the terminal, which takes fewer
+    monitor.wait_for("^current-time", 300)  # more lines than the terminal buffers
     assert chronalctl("timezone", "get").returncode == 0
     assert service.stop() == 0

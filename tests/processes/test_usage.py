@@ -1,4 +1,4 @@
-"""Mistakes in the options of chronal-simd are told with what was expected."""
+"""chronal-simd reports wrong option values together with the expected ones."""
 
 import pytest
 from conftest import SIMD
@@ -21,7 +21,7 @@ from conftest import SIMD
         ("--refuse", "cmdNo", "command; expected one of: cmdRefTimeSet, "),
     ],
 )
-def test_a_wrong_value_is_named_with_what_was_expected(option, value, complaint, run):
+def test_a_wrong_value_is_named_with_the_expected_one(option, value, complaint, run):
     result = run(SIMD, option, value)
     assert (result.returncode, result.stdout) == (2, b"")
     said = result.stderr.decode()

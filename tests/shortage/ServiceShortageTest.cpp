@@ -5,7 +5,7 @@ namespace chronal::sim {
 
 namespace {
 
-/// Writes down what is sent whatever the shortage.
+/// Records sent messages; no allocation fails meanwhile.
 struct StarvedDesk final : Desk
 {
     void send(ClientId client, std::unique_ptr<fabric::SerializableMessageEvent> event) override
@@ -16,7 +16,7 @@ struct StarvedDesk final : Desk
     }
     void drop(ClientId client, int) override { dropped[client - 1] = true; }
 
-    /// False when there was no memory for the command.
+    /// Returns false if there was no memory for the command.
     bool askStarved(const Content& command, int allocation)
     {
         fabric::SerializableMessageEvent event(command.meta, {-1, 7}, command.data);
@@ -30,7 +30,7 @@ struct StarvedDesk final : Desk
         }
     }
 
-    /// All that the commands below may change.
+    /// Returns all state that the commands below may change.
     Texts state()
     {
         Texts all;
@@ -73,7 +73,7 @@ TEST(ServiceShortage, LeavesACommandUndoneOrAnswersIt)
             const Texts undone = StarvedDesk().state();
             desk.askStarved(command, allocation);
             failed = shortage().failed != 0;
-            desk.runDue(); // may make up for notifications
+            desk.runDue(); // may send notifications that failed before
             const bool answered = !desk.sentTo(1).empty();
             EXPECT_TRUE(!answered || desk.dropped[0] || desk.sentTo(1) == answer);
             EXPECT_TRUE(desk.dropped[1] || desk.sentTo(2) == (answered ? notified : Texts()));

@@ -15,7 +15,7 @@ namespace {
 using namespace sample;
 using namespace fabric::host;
 
-/// Answers with what it is asked. Gives up a client that there is no memory to answer.
+/// Answers each command with its own data, and drops a client if memory for the answer runs out.
 struct EchoService final : Service
 {
     const MessageCatalogue& catalogue() const override { return sample::catalogue; }
@@ -36,7 +36,7 @@ struct EchoService final : Service
     ClientSender* outlet = nullptr;
 };
 
-/// Counts without an allocation.
+/// Counts its callbacks without allocating.
 struct CountingClient final : fabric::ClientInterface
 {
     void onServiceConnected() override { count(connected); }
@@ -65,7 +65,7 @@ struct CountingClient final : fabric::ClientInterface
 
 struct Fixture
 {
-    /// Calls it again if it throws: it must have changed nothing.
+    /// Calls again if the call throws, since that must have changed nothing.
     template <class Call>
     static void insist(Call call)
     {
@@ -89,7 +89,7 @@ struct Fixture
         client.await([&] { return client.connected + client.failed > 0; });
     }
 
-    /// True when the command is answered.
+    /// Returns true if the command is answered.
     bool ask(std::unique_ptr<Message> command)
     {
         const int before = client.answers;
@@ -147,7 +147,7 @@ void failEachInTurn(NewLink newLink, bool reconnects)
     }
 }
 
-TEST(SessionShortage, OfAnAllocationIsSurvivedInMemory)
+TEST(SessionShortage, SurvivesAFailedAllocationInMemory)
 {
     EchoService service;
     const auto host = std::make_shared<ServiceHost>(service);
@@ -155,10 +155,10 @@ TEST(SessionShortage, OfAnAllocationIsSurvivedInMemory)
     failEachInTurn([&] { return newMemoryLink(host); }, false);
 }
 
-TEST(SessionShortage, OfAnAllocationIsSurvivedAtASocket)
+TEST(SessionShortage, SurvivesAFailedAllocationOverASocket)
 {
-    const Folder folder;
-    const std::string path = folder.name + std::string("/socket");
+    const SocketDirectory directory;
+    const std::string path = directory.name + std::string("/socket");
     EchoService service;
     const auto descriptors = [] {
         return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
@@ -173,7 +173,7 @@ TEST(SessionShortage, OfAnAllocationIsSurvivedAtASocket)
     EXPECT_EQ(before, descriptors());
 }
 
-TEST(SessionShortage, OfAllMemoryIsReported)
+TEST(SessionShortage, ReportsThatAllMemoryIsUsedUp)
 {
     EchoService service;
     const auto host = std::make_shared<ServiceHost>(service);

@@ -1,4 +1,4 @@
-// Makes allocations of a process fail: linked into a test, or loaded into a program by LD_PRELOAD.
+// Makes allocations fail, linked into a test or loaded into a program by LD_PRELOAD.
 
 #include "Shortage.h"
 
@@ -15,7 +15,7 @@ namespace {
 Shortage here;
 Shortage* shared = &here;
 
-/// A program's is in the file that SHORTAGE names, for the test to write to.
+/// A program shares its shortage with the test through the file that SHORTAGE names.
 __attribute__((constructor)) void share()
 {
     const char* const name = std::getenv("SHORTAGE");

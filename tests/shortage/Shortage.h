@@ -5,14 +5,14 @@
 
 struct Shortage
 {
-    std::atomic<int> left{0};   ///< allocations until one fails; 0: none does, negative: all do
-    std::atomic<int> failed{0}; ///< allocations so far
+    std::atomic<int> left{0};   ///< allocations until one fails; 0: none fails, negative: all fail
+    std::atomic<int> failed{0}; ///< number of allocations that have failed
 };
 
-/// This process's.
+/// The shortage of this process.
 Shortage& shortage();
 
-/// Has an allocation of this process fail, if it comes while the object lives.
+/// Makes the allocation with the given number fail if it happens during the object's lifetime.
 struct Starved
 {
     explicit Starved(int allocation)

@@ -14,7 +14,7 @@ namespace chronal::sim {
 
 using fabric::host::ClientId;
 
-/// Reads "2026-03-29 01:00:00", with or without six digits of a fraction.
+/// Reads a time like "2026-03-29 01:00:00", optionally with a fraction of six digits.
 template <class Time>
 Time parsed(const std::string& text)
 {
@@ -36,7 +36,7 @@ inline nubOsalTime_struct span(std::int64_t seconds, std::int32_t microseconds =
     return {seconds, microseconds};
 }
 
-/// "2026-03-29 01:00:00", or "+3600" for what can only be a span; with both fields' signs.
+/// Formats a time like "2026-03-29 01:00:00", or a span like "+3600"; shows each field's sign.
 inline std::string text(const nubOsalTime_struct& time)
 {
     const bool isSpan = time.seconds < 400000 || time.seconds > 253402300800;
@@ -56,7 +56,7 @@ void forEachField(const nubEndianTable_t& table, char* record, Visit visit)
     }
 }
 
-/// The name of a message and its fields.
+/// Returns the name and the fields of a message.
 inline std::string text(const fabric::SerializableMessageEvent& event)
 {
     const fabric::host::MessageType* const type =
@@ -74,7 +74,7 @@ inline std::string text(const fabric::SerializableMessageEvent& event)
     return all;
 }
 
-/// Goes forward when told, both times alike.
+/// Moves only when the test moves it, both times alike.
 struct ManualClock : Clock
 {
     Utc utc() const override { return now; }
@@ -133,7 +133,7 @@ inline Content settingsSet(const std::string& server, std::int32_t flag1, std::i
 
 typedef std::vector<std::string> Texts;
 
-/// A service in Berlin on 2026-01-01, half past noon local time, with clients 1 and 2.
+/// A service in Berlin on 2026-01-01 at 12:30 local time, with clients 1 and 2.
 struct Desk : fabric::host::ClientSender
 {
     Desk()
@@ -145,7 +145,7 @@ struct Desk : fabric::host::ClientSender
     }
     virtual ~Desk() = default;
 
-    /// Lets a client send a command; its text in the result are what that client gets.
+    /// Sends a client's command and returns the messages that this client gets.
     Texts ask(const Content& command, ClientId client = 1)
     {
         sent.clear();
@@ -167,7 +167,7 @@ struct Desk : fabric::host::ClientSender
 
     void runDue() { due = std::chrono::ceil<Span>(service.runDue() - clock.steady()); }
 
-    /// Lets time pass; the result is what client 2 gets meanwhile.
+    /// Lets time pass and returns the messages that client 2 gets.
     Texts advance(Span span)
     {
         sent.clear();

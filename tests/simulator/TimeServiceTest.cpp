@@ -32,21 +32,21 @@ TEST(TimeService, RefusesOptionsThatItCannotServe)
 TEST(TimeService, AnswersEachCommand)
 {
     const nubOsalTime_struct summer = at("2026-07-01 00:00:00");
-    // One after the other on the same service.
+    // The commands run one after the other on the same service.
     const std::pair<Content, Texts> rows[] = {
         // Only RTC and NTP have a time at the start.
         {fetch(1), {"replyTimeRefInfo 1 2026-01-01 11:30:00 +3600 2026-01-01 12:30:00 1 0"}},
         {next(2), {"replyUtcDeviationInfo 2 2026-03-29 01:00:00 +7200 2026-03-29 03:00:00 0 0"}},
         {fetch(3), {"replyTimeRefInfo 3 +0 -360001 +0 0 0"}},
         {next(5), {"replyUtcDeviationInfo 5 +0 -360001 +0 0 0"}},
-        // Times of a source, by its own deviation once one is announced.
+        // A source uses its own deviation once one is announced.
         {about(cmdRefTimeSet, 3, summer, span(-360001), {}, {}, 77),
          {done, "notifyDtvTimeChange 2026-07-01 00:00:00"}},
         {fetch(3), {"replyTimeRefInfo 3 2026-07-01 00:00:00 +7200 2026-07-01 02:00:00 1 77"}},
         {about(cmdRefLocalTimeSet, 5, summer), {done, "notifyDtvTimeChange 2026-06-30 22:00:00"}},
         {about(cmdRefLocalTimeSet, 4, summer, span(-5400), {}, {}, -1), {done}},
         {fetch(4), {"replyTimeRefInfo 4 2026-07-01 01:30:00 -5400 2026-07-01 00:00:00 1 -1"}},
-        {about(cmdRefLocalTimeSet, 4, summer), {done}}, // by what is in force
+        {about(cmdRefLocalTimeSet, 4, summer), {done}}, // by the deviation in force
         {about(cmdRefTimeAt, 4, at("2026-07-01 01:30:00")),
          {"replyTimeRefAt 4 2026-07-01 01:30:00 -5400 2026-07-01 00:00:00 0 0"}},
         {next(4), {"replyUtcDeviationInfo 4 +0 -360000 +0 0 0"}},
@@ -66,7 +66,7 @@ TEST(TimeService, AnswersEachCommand)
         {timeAt(summer, -1), {"replyTimeAt 0 2026-07-01 00:00:00 +7200 2026-07-01 02:00:00 0 0"}},
         {timeAt(at("2026-10-25 02:30:00"), 0),
          {"replyTimeAt 0 2026-10-25 00:30:00 +7200 2026-10-25 02:30:00 0 0"}},
-        // Locks do not count.
+        // Locks are not counted.
         {about(cmdRefTimeLock, 2), {done}},
         {about(cmdRefTimeLock, 2), {done}},
         {about(cmdRefTimeUnlock, 2), {done}},
@@ -84,7 +84,7 @@ TEST(TimeService, AnswersEachCommand)
         {ntpSet("", 0), {done}},
         {ntpSet(longestName, -1), {done}},
         {command(cmdDateTimeNtpStart), {done}},
-        // Everything as at the start, but for the settings and the zone.
+        // TimeInit restores the sources but keeps the settings and the zone.
         {command(cmdTimeInit), {done}},
         {fetch(4), {"replyTimeRefInfo 4 +0 -360001 +0 0 0"}},
         {command(cmdDateTimeSettingsFetch),
@@ -97,7 +97,7 @@ TEST(TimeService, AnswersEachCommand)
         EXPECT_EQ(desk.ask(command), answers) << "row " << &answers - &rows[0].second;
 }
 
-/// All that can be asked, to see that nothing has changed.
+/// Returns all state that can be fetched.
 Texts everything(Desk& desk)
 {
     Texts texts;
@@ -108,7 +108,7 @@ Texts everything(Desk& desk)
     return texts;
 }
 
-TEST(TimeService, ChangesNothingByACommandThatItRefuses)
+TEST(TimeService, ChangesNothingWhenItRefusesACommand)
 {
     Desk desk;
     desk.ask(about(cmdRefTimeSet, 3, at("2026-02-03 04:05:06"), span(1800), {}, {}, 9));
@@ -164,7 +164,7 @@ TEST(TimeService, ChangesNothingByACommandThatItRefuses)
                  about(cmdRefTimeLock, id), about(cmdRefTimeUnlock, id)});
 }
 
-TEST(TimeService, TakesForAZoneEachFileOfTheDatabaseThatIsOneAndNoOther)
+TEST(TimeService, AcceptsExactlyTheZoneFilesOfTheDatabase)
 {
     const std::filesystem::path database = "/usr/share/zoneinfo";
     Desk desk;
@@ -173,7 +173,7 @@ TEST(TimeService, TakesForAZoneEachFileOfTheDatabaseThatIsOneAndNoOther)
         const std::string name = entry.path().lexically_relative(database);
         std::string start(4, '\0');
         std::ifstream(entry.path(), std::ios::binary).read(start.data(), 4);
-        // Those to the right count leap seconds; the machine's own is one of the others.
+        // Files in "right" count leap seconds, and "localtime" is the machine's own zone.
         const bool isZone = start == "TZif" && name.rfind("right/", 0) != 0 &&
                             entry.path().filename() != "localtime";
         const std::string answer = desk.ask(zoneSet(name)).at(0);
@@ -194,7 +194,7 @@ TEST(TimeService, AnswersWithTheIdsOfTheCommandAndNotifiesWithItsOwn)
                                                 FieldsAre(2, second, _)));
 }
 
-TEST(TimeService, TellsEverybodyWhatACommandChangesAfterTheAnswer)
+TEST(TimeService, NotifiesAllClientsOfChangesAfterTheAnswer)
 {
     const std::string deviation = "notifyDeviationChange 1 2026-07-01 00:00:00 ";
     const auto zone = [](const std::string& name) {
@@ -219,7 +219,7 @@ TEST(TimeService, TellsEverybodyWhatACommandChangesAfterTheAnswer)
     }
 }
 
-/// What client 2 gets until a time, the service being called when it wants to be.
+/// Returns what client 2 gets until a time; the service is called whenever it is due.
 Texts reported(Desk& desk, const std::string& until)
 {
     Texts texts;
@@ -251,7 +251,7 @@ TEST(TimeService, LetsASourceRunBeyondTheEndOfTheCalendar)
 TEST(TimeService, ReportsAnnouncedChangesOfTheRtcWhenTheyCome)
 {
     Desk desk;
-    // The RTC goes an hour ahead of the clock, so what it waits for comes an hour sooner.
+    // The RTC is an hour ahead of the clock, so its changes come an hour sooner.
     desk.ask(about(cmdRefTimeSet, 1, at("2026-01-01 12:30:00")));
     desk.ask(about(cmdSendDaylightsavingInfo, 1, at("2026-01-01 13:00:00"),
                    at("2026-01-01 14:00:00"), span(3600), span(7200)));
@@ -263,7 +263,7 @@ TEST(TimeService, ReportsAnnouncedChangesOfTheRtcWhenTheyCome)
     EXPECT_EQ(reported(desk, "2027-01-01 00:00:00"), expected);
 }
 
-TEST(TimeService, CarriesTimesOverToAnUnlockedRtcWithAutomaticTimeOn)
+TEST(TimeService, SetsAnUnlockedRtcFromOtherSourcesWithAutomaticTimeOn)
 {
     Desk desk;
     const std::string clockStart = "2026-01-01 11:30:00";
@@ -290,7 +290,7 @@ TEST(TimeService, NotifiesASubscriberEachPeriodAndSkipsThoseMissed)
     desk.ask(about(cmdRefTimeSubscribe, 2), 2);
     desk.advance(milliseconds(500));
     desk.ask(about(cmdRefTimeSubscribe, 2), 2);
-    EXPECT_EQ(desk.due, milliseconds(500)) << "subscribing again leaves it alone";
+    EXPECT_EQ(desk.due, milliseconds(500)) << "subscribing again does not change it";
     const std::string first = "2026-01-01 11:30:01 +3600 2026-01-01 12:30:01 1 0";
     EXPECT_EQ(desk.advance(desk.due), Texts{"notifyCurrentTime 2 " + first});
     EXPECT_EQ(desk.advance(milliseconds(60500)).size(), 1U);
@@ -316,11 +316,11 @@ TEST(TimeService, ForgetsTheSubscriptionsOfAClientThatDisconnectsButNotItsLocks)
     EXPECT_EQ(desk.ask(about(cmdRefTimeSet, 3, span(0)), 3), Texts{"replyResult -16"});
 }
 
-TEST(TimeService, AnswersAnyWordsInAnyCommandAndLivesOn)
+TEST(TimeService, AnswersAnyCommandWithAnyWords)
 {
     Desk desk;
     std::mt19937 random(2026);
-    const auto word = [&] { // at and around the bounds, or any other
+    const auto word = [&] { // near the bounds, or random
         static constexpr std::uint32_t chosen[] = {
             0,          1,     2,          5,    0x7FFFFFFF, 0x80000000, 0xFFFFFFFF, 0xFFFA81BF,
             0xFFFFAE80, 86400, 0x6955B900, 0x3A, 0x00003FFF, 999999,     1000000,    0x6953F500};

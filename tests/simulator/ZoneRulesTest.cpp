@@ -30,13 +30,13 @@ TEST(ZoneRules, FollowsTheDatabase)
         {"Australia/Lord_Howe", "2026-07-01 00:00:00", "+37800, 2026-10-03 15:30:00 +39600 DST"},
         {"Asia/Kolkata", "2026-07-01 00:00:00", "+19800"},
         {"UTC", "9999-12-31 23:59:59", "+0"},
-        // Beyond what the database lists, by its closing rule.
+        // The closing rule applies to times after those that the database lists.
         {"Europe/Berlin", "2040-05-01 00:00:00", "+7200 DST, 2040-10-28 01:00:00 +3600"},
         {"Europe/Berlin", "2437-12-01 00:00:00", "+3600, 2438-03-28 01:00:00 +7200 DST"},
         {"Europe/Dublin", "2440-01-01 00:00:00", "+0 DST, 2440-03-25 01:00:00 +3600"},
         {"Australia/Sydney", "9998-06-01 00:00:00", "+36000, 9998-10-03 16:00:00 +39600 DST"},
         {"Europe/Berlin", "9999-12-01 00:00:00", "+3600"},
-        // Daylight saving all year round for a time: a transition that leaves the deviation alone.
+        // A transition of 1968 changed the daylight-saving state but not the deviation.
         {"Europe/London", "1968-12-01 00:00:00", "+3600, 1971-10-31 02:00:00 +0"},
     };
     for (const auto& [zone, moment, expected] : rows) {
@@ -48,7 +48,7 @@ TEST(ZoneRules, FollowsTheDatabase)
     }
 }
 
-TEST(ZoneRules, FindsTheEarliestUtcOfALocalTimeAndNoneForASkippedOne)
+TEST(ZoneRules, FindsTheEarliestUtcOfALocalTimeUnlessItIsSkipped)
 {
     const std::array<const char*, 3> rows[] = {
         {"Europe/Berlin", "2026-03-29 01:59:59.999999", "2026-03-29 00:59:59.999999"},
@@ -68,7 +68,7 @@ TEST(ZoneRules, FindsTheEarliestUtcOfALocalTimeAndNoneForASkippedOne)
     }
 }
 
-/// A database of its own for a test.
+/// A temporary time-zone database.
 class Database
 {
 public:
@@ -92,7 +92,7 @@ private:
     std::string directory_ = testing::TempDir() + "zones-XXXXXX";
 };
 
-TEST(ZoneRules, TakesADamagedFileForAZoneWithSomeRulesOrForNone)
+TEST(ZoneRules, ReadsADamagedFileAsSomeZoneOrRefusesIt)
 {
     std::vector<std::string> damaged;
     // The first is short enough to be damaged at each byte of its two headers.
@@ -111,7 +111,7 @@ TEST(ZoneRules, TakesADamagedFileForAZoneWithSomeRulesOrForNone)
     }
     damaged.push_back("TZif" + std::string(100000, '\0'));
     const Database database;
-    EXPECT_EQ(findZone("Fifo"), nullptr) << "and does not wait for it";
+    EXPECT_EQ(findZone("Fifo"), nullptr) << "must not block";
     int found = 0;
     for (std::size_t i = 0; i < damaged.size(); ++i) {
         const std::string name = "Damaged/" + std::to_string(i);
@@ -131,7 +131,7 @@ TEST(ZoneRules, TakesADamagedFileForAZoneWithSomeRulesOrForNone)
     EXPECT_LT(found, static_cast<int>(damaged.size()) - 100);
 }
 
-TEST(ZoneRules, RemembersNoNameThatIsNotInTheDatabase)
+TEST(ZoneRules, CachesNoNameThatIsNotInTheDatabase)
 {
     const std::size_t before = mallinfo2().uordblks; // always 0 under a sanitizer
     for (int i = 0; i < 1000; ++i)
@@ -139,7 +139,7 @@ TEST(ZoneRules, RemembersNoNameThatIsNotInTheDatabase)
     EXPECT_LT(mallinfo2().uordblks, before + 50000);
 }
 
-TEST(ZoneRules, AnnouncedChangesTakeOverFromTheZoneAndFromThoseBefore)
+TEST(ZoneRules, AnnouncedChangesOverrideTheZoneAndEarlierChanges)
 {
     const Utc now = utc("2026-01-01 00:00:00");
     DeviationRule rule(findZone("Europe/Berlin"));
@@ -153,16 +153,16 @@ TEST(ZoneRules, AnnouncedChangesTakeOverFromTheZoneAndFromThoseBefore)
     rule.setCurrent(hours(-2), now + hours(1));
     EXPECT_EQ(after(0), "-7200");
     EXPECT_EQ(after(3), "-7200");
-    EXPECT_EQ(after(4), "+14400") << "what is pending stays";
+    EXPECT_EQ(after(4), "+14400") << "pending changes stay";
 
     rule.announce({{now + hours(9), hours(9), {}}}, now + hours(4));
-    EXPECT_EQ(after(5), "+14400") << "what is in force stays";
+    EXPECT_EQ(after(5), "+14400") << "the change in force stays";
     EXPECT_EQ(rule.nextChange(now + hours(9)), std::nullopt) << "announced changes hold";
 
     rule.announce({{now + hours(10), hours(1), true}}, now + hours(9));
     rule.announce({{now + hours(11), hours(2), {}}}, now + hours(10));
     rule.announce({{now + hours(20), hours(3), {}}}, now + hours(12));
-    EXPECT_EQ(after(12), "+7200 DST") << "what an earlier change has left in force stays as well";
+    EXPECT_EQ(after(12), "+7200 DST") << "the state of an earlier change stays as well";
 }
 
 TEST(Clock, StartsAgainAtTheOtherEndOfTheCalendar)
@@ -192,7 +192,7 @@ TEST(Clock, ShowsTheMachinesTime)
     EXPECT_LE(std::abs(shown - std::time(nullptr)), 1);
 }
 
-TEST(WireTime, TakesTimesOfTheCalendarInAnyFormAndNoOthers)
+TEST(WireTime, AcceptsTimesOfTheCalendarInAnyFormAndNoOthers)
 {
     constexpr std::int64_t end = 253402300800;
     const std::pair<nubOsalTime_struct, bool> rows[] = {

@@ -1,4 +1,4 @@
-"""The simulator's reading of the time-zone database, beside those of Python and of the C library."""
+"""Compares how the simulator reads the time-zone database with Python and the C library."""
 
 import datetime
 import os
@@ -14,7 +14,7 @@ import pytest
 DAY = 86400
 EPOCH = datetime.datetime(1970, 1, 1)
 END = 253402300800  # 10000-01-01
-# Past the ends of: what fat files list, 32-bit times, what closing rules are worked out for.
+# The years go past the lists of fat files, 32-bit times, and the 400 years computed from a rule.
 YEARS = (1970, 2026, 2037, 2038, 2040, 2100, 2199, 2395, 2400, 2437, 2438, 2800, 5000, 9997)
 SEED = 2026
 
@@ -35,14 +35,14 @@ class Reference:
         return int(self.zone.fromutc(aware).utcoffset().total_seconds())
 
     def utc(self, local):
-        """The earliest UTC of a local time, None if there is none."""
+        """Returns the earliest UTC of a local time, or None if there is none."""
         naive = EPOCH + datetime.timedelta(seconds=local)
         guesses = (naive.replace(tzinfo=self.zone, fold=fold).utcoffset() for fold in (0, 1))
         candidates = {local - int(guess.total_seconds()) for guess in guesses}
         return min((utc for utc in candidates if utc + self.deviation(utc) == local), default=None)
 
     def changes(self, begin, end, step=9 * DAY):
-        """Each change of the deviation, of those that last for longer than a step."""
+        """Yields each change of the deviation that lasts longer than a step."""
         for low in range(begin, end, step):
             high = low + step
             before = self.deviation(low)
@@ -77,7 +77,7 @@ def zones_fixture(database):
 
 
 def ask(database, questions):
-    """The answers to (question, zone, seconds), in order."""
+    """Returns the answer to each question (kind, zone, seconds)."""
     result = subprocess.run(
         [os.environ["ZONE_ANSWERS"]],
         env={**os.environ, "TZDIR": str(database)},
@@ -90,7 +90,7 @@ def ask(database, questions):
     return dict(zip(questions, result.stdout.splitlines(), strict=True))
 
 
-def test_deviations_are_those_that_python_finds(database, zones):
+def test_deviations_agree_with_python(database, zones):
     chance = random.Random(SEED)
     print("seed", SEED)
     years = [moment(year) for year in YEARS]
@@ -113,7 +113,7 @@ def test_deviations_are_those_that_python_finds(database, zones):
     assert len(answers) > 5000
 
 
-def test_daylight_saving_is_as_the_c_library_says(database, zones, monkeypatch):
+def test_daylight_saving_agrees_with_the_c_library(database, zones, monkeypatch):
     monkeypatch.setenv("TZDIR", str(database))
     questions = [
         ("at", name, moment(year) + day * DAY)
@@ -135,7 +135,7 @@ def test_daylight_saving_is_as_the_c_library_says(database, zones, monkeypatch):
     assert not wrong
 
 
-def test_changes_and_the_local_times_around_them_are_those_that_python_finds(database, zones):
+def test_changes_and_local_times_around_them_agree_with_python(database, zones):
     expected = {}
     repeated = skipped = 0
     for name in zones:
@@ -171,7 +171,7 @@ def test_changes_and_the_local_times_around_them_are_those_that_python_finds(dat
     assert min(skipped, repeated) > 1000
 
 
-def test_no_change_is_found_where_there_is_none(database, zones):
+def test_no_change_is_found_after_the_last_one(database, zones):
     questions = [("next", name, moment(year)) for name in zones for year in (2090, 9990)]
     none = [question for question, answer in ask(database, questions).items() if answer == "none"]
     assert none

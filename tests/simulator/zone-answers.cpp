@@ -1,6 +1,6 @@
-// Answers what the simulator makes of the time-zone database, for a comparison with other readers
-// of it. Reads a question a line, "at|next|utc ZONE SECONDS": the period at a UTC, the first one
-// after it with another deviation, the UTC of a local time.
+// Prints how the simulator reads the time-zone database, for a comparison with other readers. Reads
+// one question per line, "at|next|utc ZONE SECONDS": the period at a UTC, the first one after it
+// with another deviation, or the UTC of a local time.
 
 #include <cstdint>
 #include <iostream>

@@ -1,5 +1,5 @@
-// A middleware that differs from platform/include wherever docs/porting.md lets a device differ:
-// objects of other sizes, functions that are not virtual, members held by value, no typedefs and no
+// This middleware differs from platform/include wherever docs/porting.md permits: objects have
+// other sizes, functions are not virtual, members are held by value, and there are no typedefs or
 // export macros.
 
 #ifndef DEVICE_FABRIC_H

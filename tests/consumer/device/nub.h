@@ -1,4 +1,4 @@
-// The platform facilities of the device that fabric.h describes.
+// The platform facilities of the same device as fabric.h.
 
 #ifndef DEVICE_NUB_H
 #define DEVICE_NUB_H
