@@ -81,7 +81,7 @@ bool LineLog::flush(int timeout)
 {
     while (!pending_.empty()) {
         pollfd room = {output_, POLLOUT, 0};
-        if (poll(&room, 1, timeout) == 0)
+        if (poll(&room, 1, timeout) <= 0)
             return false;
         // A pipe that reports room has room for PIPE_BUF bytes.
         const std::size_t size = std::min<std::size_t>(pending_.size(), PIPE_BUF);

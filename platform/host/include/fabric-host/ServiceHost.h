@@ -40,7 +40,7 @@ public:
     ServiceHost(const ServiceHost&) = delete;
     ServiceHost& operator=(const ServiceHost&) = delete;
 
-    /// Listens at `path`, for this user only, until the host stops. Call it before run() or
+    /// Listens at `path`, for this user only, until the host stops. Call it once, before run() or
     /// start(). The directory must exist. A stale socket is replaced; a socket in use, or a file
     /// that is not a socket, is left alone. Throws std::runtime_error that names the path and the
     /// cause.

@@ -89,7 +89,8 @@ void setLimits(std::string_view switches, Unreadable unreadable)
         },
         unreadable);
     for (std::atomic<std::uint32_t>& each : limits)
-        each.store(everywhere, std::memory_order_relaxed);
+        if (each.load(std::memory_order_relaxed) != everywhere) // keeps untouched memory untouched
+            each.store(everywhere, std::memory_order_relaxed);
     forEachSwitch(
         switches,
         [](std::string_view category, std::uint32_t limit) {

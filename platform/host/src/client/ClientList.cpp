@@ -138,13 +138,21 @@ void ClientList::call(std::unique_lock<std::mutex>& lock, ClientInterface& clien
         ++exceptions_;
         log(logError, "fabric-host: exception from a connection report to %s: %s\n", name, what);
     };
-    const Running here = {&client, running_};
-    running_ = &here;
+    struct Call
+    {
+        ~Call()
+        {
+            lock.lock();
+            list.running_ = here.outer;
+            list.left_.notify_all();
+        }
+        ClientList& list;
+        std::unique_lock<std::mutex>& lock;
+        const Running here;
+    } const call = {*this, lock, {&client, running_}};
+    running_ = &call.here;
     lock.unlock();
     callGuarded([&] { report(client); }, reportException);
-    lock.lock();
-    running_ = here.outer;
-    left_.notify_all();
 }
 
 } // namespace fabric::host

@@ -378,6 +378,7 @@ void Session::Impl::linkUp()
 
 void Session::Impl::linkFailed(int error)
 {
+    lost_ = true;
     log(logError, "fabric-host: not connected: %s\n", std::strerror(error));
     clients_.reportFailed(error);
 }

@@ -17,7 +17,8 @@ constexpr std::uint32_t noString = UINT32_MAX;
 /// records have at most one string; others are not cached.
 struct KnownRecord
 {
-    std::uint32_t string = noString; ///< its offset; written once, before `table`
+    std::uint32_t string = noString; ///< its offset; this and the next are written before `table`
+    const nubEndianEntry_t* entries = nullptr; ///< differ if a module's place was taken by another
     std::atomic<const nubEndianTable_t*> table{nullptr};
 };
 
@@ -49,12 +50,15 @@ void release(void* payload, std::uint32_t offset) noexcept
         release(payload, last = member.offset);
         ++count;
     });
-    static std::mutex mutex;
-    const std::lock_guard<std::mutex> lock(mutex);
     KnownRecord& known = placeOf(table);
     if (count > 1 || known.table.load(std::memory_order_relaxed))
         return;
+    static std::mutex mutex;
+    const std::lock_guard<std::mutex> lock(mutex);
+    if (known.table.load(std::memory_order_relaxed))
+        return;
     known.string = last;
+    known.entries = table.entries;
     known.table.store(&table, std::memory_order_release);
 }
 
@@ -66,7 +70,7 @@ void fabricTwineDeserReleaseMessage(std::uint32_t, const fabric::MsgMeta*,
     if (!table || !payload)
         return;
     const KnownRecord& known = placeOf(*table);
-    if (known.table.load(std::memory_order_acquire) != table)
+    if (known.table.load(std::memory_order_acquire) != table || known.entries != table->entries)
         releaseByWalk(*table, payload);
     else if (known.string != noString)
         release(payload, known.string);

@@ -85,7 +85,7 @@ private:
     void drop(ClientId client, int reason) override { drop(client, reason, "by the service"); }
 
     void acceptPending();
-    void welcome(std::shared_ptr<FrameStream> stream);
+    void welcome(const std::shared_ptr<FrameStream>& stream);
     bool receive(ClientId client, FrameView frame);
     bool handle(ClientId client, FrameView frame);
     bool refuse(ClientId client, const char* reason);
@@ -136,16 +136,19 @@ private:
 class ServiceHost::Impl::Client final : public FrameListener
 {
 public:
-    Client(Impl& host, ClientId id, std::shared_ptr<FrameStream> stream)
-        : host_(host), id_(id), stream_(std::move(stream))
+    Client(Impl& host, ClientId id) : host_(host), id_(id) {}
+    ~Client()
     {
+        if (stream_)
+            stream_->close(0);
     }
-    ~Client() { stream_->close(0); }
 
+    /// Once, when nothing can keep the client from being served any more.
+    void setStream(std::shared_ptr<FrameStream> stream) noexcept { stream_ = std::move(stream); }
     FrameStream& stream() noexcept { return *stream_; }
 
     bool mayRead() override;
-    Service::TimePoint awaitedUntil(Service::TimePoint now);
+    Service::TimePoint awaitedUntil(Service::TimePoint deadline);
     void setNotifies() noexcept { notifies_ = true; }
     void resume() noexcept
     {
@@ -159,7 +162,7 @@ public:
 private:
     Impl& host_;
     const ClientId id_;
-    const std::shared_ptr<FrameStream> stream_;
+    std::shared_ptr<FrameStream> stream_;
     bool notifies_ = false;
     Service::TimePoint awaitedUntil_ = never;
 };
@@ -173,13 +176,13 @@ bool ServiceHost::Impl::Client::mayRead()
 }
 
 /// Returns the time until which clients that notify this one wait for it to read: `never` if it
-/// keeps up, and a past time if it did not read in time.
-Service::TimePoint ServiceHost::Impl::Client::awaitedUntil(Service::TimePoint now)
+/// keeps up, and a past time if it did not read in time. `deadline` is for one that no longer does.
+Service::TimePoint ServiceHost::Impl::Client::awaitedUntil(Service::TimePoint deadline)
 {
     if (!stream_->isCongested())
         awaitedUntil_ = never;
     else if (awaitedUntil_ == never)
-        awaitedUntil_ = now + patience;
+        awaitedUntil_ = deadline;
     return awaitedUntil_;
 }
 
@@ -191,8 +194,6 @@ ServiceHost::Impl::~Impl()
         thread_.join();
     }
     end();
-    if (listener_)
-        listener_->close();
 }
 
 void ServiceHost::Impl::listen(const std::string& path)
@@ -233,6 +234,8 @@ void ServiceHost::Impl::end()
             stream->close(ECONNREFUSED);
         pending_.clear();
     }
+    if (listener_)
+        listener_->close();
     clients_.clear();
 }
 
@@ -262,7 +265,7 @@ void ServiceHost::Impl::acceptPending()
                     });
 }
 
-void ServiceHost::Impl::welcome(std::shared_ptr<FrameStream> stream)
+void ServiceHost::Impl::welcome(const std::shared_ptr<FrameStream>& stream)
 {
     if (finishing_)
         return stream->close(0);
@@ -271,13 +274,12 @@ void ServiceHost::Impl::welcome(std::shared_ptr<FrameStream> stream)
         return stream->close(ECONNREFUSED);
     }
     const ClientId id = ++lastClient_;
-    FrameStream& reading = *stream;
-    auto client = std::make_unique<Client>(*this, id, std::move(stream));
-    Client& listener = *clients_.emplace(id, std::move(client)).first->second;
+    Client& client = *clients_.emplace(id, std::make_unique<Client>(*this, id)).first->second;
+    client.setStream(stream);
     if (const int error = callService("clientConnected", [&] { service_.clientConnected(id); }))
         drop(id, error, "by the service");
-    if (reading.isOpen())
-        reading.start(listener);
+    if (stream->isOpen())
+        stream->start(client);
     runDue();
 }
 
@@ -416,8 +418,9 @@ bool ServiceHost::Impl::holdNotifiers()
 {
     const auto now = Service::TimePoint::clock::now();
     const auto before = std::exchange(heldUntil_, never);
+    const auto deadline = before != never ? before : now + patience; // all readers share one
     for (const auto& [id, reader] : clients_)
-        if (const auto until = reader->awaitedUntil(now); until > now)
+        if (const auto until = reader->awaitedUntil(deadline); until > now)
             heldUntil_ = std::min(heldUntil_, until);
     if (before != never && heldUntil_ == never)
         for (const auto& [id, client] : clients_)
@@ -459,7 +462,6 @@ class ServiceHost::MemoryLink final : public StreamLink
 {
 public:
     explicit MemoryLink(std::shared_ptr<ServiceHost> host) : host_(std::move(host)) {}
-    ~MemoryLink() override { StreamLink::close(); }
 
     void open(asio::io_context& loop, LinkListener& listener) override
     {

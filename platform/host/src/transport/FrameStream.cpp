@@ -20,7 +20,8 @@ void FrameStream::start(FrameListener& listener)
 
 void FrameStream::takeTurn()
 {
-    if (!listener_) // the other end sent something before start()
+    // The other end may send something before start(), and the listener is gone after close().
+    if (!listener_ || !isOpen())
         return;
     const std::shared_ptr<FrameStream> self = shared_from_this(); // the listener may release it
     const auto end = std::chrono::steady_clock::now() + turnLength;

@@ -1,7 +1,6 @@
 #ifndef FABRIC_HOST_MEMORY_STREAM_H
 #define FABRIC_HOST_MEMORY_STREAM_H
 
-#include <atomic>
 #include <memory>
 #include <utility>
 
@@ -44,7 +43,7 @@ private:
     const std::shared_ptr<Channel> channel_;
     Side& here_;
     Side& other_;
-    std::atomic<bool> open_{true};
+    bool open_ = true;
     FrameBytes taken_; ///< received frames, swapped out of the channel
     std::size_t begin_ = 0;
 };

@@ -74,8 +74,8 @@ private:
             return errno == EACCES || errno == ELOOP || errno == EISDIR ? 0 : errno;
         struct stat mine = {};
         struct stat named = {};
-        const bool isLock =
-            ::fstat(file, &mine) == 0 && mine.st_uid == ::geteuid() && mine.st_size == 0;
+        const bool isLock = ::fstat(file, &mine) == 0 && S_ISREG(mine.st_mode) &&
+                            mine.st_uid == ::geteuid() && mine.st_size == 0;
         // The previous holder may have removed the file.
         if (isLock && ::flock(file, LOCK_EX | LOCK_NB) == 0 &&
             ::lstat(name_.c_str(), &named) == 0 && named.st_ino == mine.st_ino)
