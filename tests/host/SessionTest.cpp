@@ -4,6 +4,7 @@
 #include <boost/asio/post.hpp>
 #include <boost/weak_ptr.hpp>
 #include <fabric/EventHandlerIdSet.h>
+#include <pthread.h>
 
 #include <atomic>
 #include <cerrno>
@@ -144,6 +145,24 @@ TEST_F(SessionTest, AConnectionThatCannotBeOpenedIsReportedAsFailed)
     wire->failure = 0;
     session->connect();
     EXPECT_THAT(wire->journal.await(3), ElementsAre("open", "close", "open"));
+}
+
+TEST_F(SessionTest, ConnectOpensALinkAgainThatFailed)
+{
+    wire->failed(ECONNREFUSED);
+    settle();
+    session->connect();
+    EXPECT_THAT(wire->journal.await(3), ElementsAre("open", "close", "open"));
+}
+
+TEST_F(SessionTest, AReportMayEndItsThread)
+{
+    client.also = [](const std::string&) { pthread_exit(nullptr); };
+    wire->up();
+    journal.await(1);
+    Client other(journal);
+    session->detach(other);
+    session->detach(client);
 }
 
 TEST_F(SessionTest, ADisconnectedSessionRefusesCommandsAtOnce)
