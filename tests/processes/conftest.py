@@ -3,10 +3,14 @@
 A test gets a clean environment and a directory of its own, and may change both.
 """
 
+import fcntl
+import json
 import os
 import re
+import shlex
 import shutil
 import signal
+import socket
 import subprocess
 import tempfile
 import threading
@@ -17,7 +21,7 @@ import pytest
 
 # Seconds; longer than anything here takes, even on a slow machine, so reached only on failure.
 PATIENCE = 100
-
+socket.setdefaulttimeout(PATIENCE)
 
 CHRONALCTL = os.environ["CHRONALCTL"]
 SIMD = os.environ["CHRONAL_SIMD"]
@@ -32,6 +36,22 @@ def eventually(condition):
     while not (result := condition()) and time.monotonic() < deadline:
         time.sleep(0.005)
     return result
+
+
+def show(command, output):
+    """Pytest shows what is printed if the test fails."""
+    print("---", *command)
+    print(output.decode(errors="backslashreplace"))
+
+
+def is_closed(end):
+    """Waits until the other side closes; it may not have read everything."""
+    try:
+        while end.recv(4096):
+            pass
+    except ConnectionResetError:
+        pass
+    return True
 
 
 class Process:
@@ -89,14 +109,13 @@ class Process:
         return status
 
     def end(self):
-        """Kills the program and its children; pytest shows this output if the test fails."""
+        """Kills the program and its children."""
         if self.popen.poll() is None:
             os.killpg(self.popen.pid, signal.SIGKILL)
         self.wait()
         if self.popen.stdin:
             self.popen.stdin.close()
-        print("---", *self.command)
-        print(self.output.decode(errors="backslashreplace"))
+        show(self.command, self.output)
 
 
 class Client(Process):
@@ -148,7 +167,9 @@ def run(environment, directory):
 
     def run(*command, **options):
         options = {"env": environment, "cwd": directory, "stdin": subprocess.DEVNULL, **options}
-        return subprocess.run(command, capture_output=True, timeout=PATIENCE, **options)
+        result = subprocess.run(command, capture_output=True, timeout=PATIENCE, **options)
+        show(command, result.stdout + result.stderr)
+        return result
 
     return run
 
@@ -176,3 +197,90 @@ def start_service(start):
 def start_client(start):
     """start_client(WORD...): starts an application that the test controls."""
     return lambda *words: start(CLIENT, *words, kind=Client, stdin=subprocess.PIPE)
+
+
+@pytest.fixture
+def place(environment, directory):
+    """The path of the socket, for both services and applications."""
+    environment["CHRONAL_SOCKET"] = str(directory / "socket")
+    return environment["CHRONAL_SOCKET"]
+
+
+@pytest.fixture
+def service(place, start_service):
+    """service(WORD...): starts a service at that path."""
+    return lambda *words: start_service("--socket", place, *words)
+
+
+@pytest.fixture
+def connect(place):
+    """connect(): connects to the service without the library, so that it can send anything."""
+    ends = []
+
+    def connect():
+        ends.append(socket.socket(socket.AF_UNIX))
+        ends[-1].connect(place)
+        return ends[-1]
+
+    yield connect
+    for end in ends:
+        end.close()
+
+
+@pytest.fixture
+def accept(place):
+    """accept(): listens in place of the service and accepts one connection."""
+
+    def accept():
+        if os.path.exists(place):
+            os.unlink(place)
+        with socket.socket(socket.AF_UNIX) as listener:
+            listener.bind(place)
+            listener.listen()
+            return listener.accept()[0]
+
+    return accept
+
+
+@pytest.fixture
+def answer(chronalctl):
+    """answer(COMMAND): what chronalctl prints of a command that succeeds."""
+
+    def answer(command):
+        result = chronalctl(*shlex.split(command))
+        assert (result.returncode, result.stderr) == (0, b"")
+        return result.stdout.decode()
+
+    return answer
+
+
+@pytest.fixture
+def complaint(chronalctl):
+    """complaint(STATUS, COMMAND): what chronalctl says when it fails, in JSON as well as in words."""
+
+    def complaint(status, command):
+        words = shlex.split(command)
+        result = chronalctl(*words)
+        assert (result.returncode, result.stdout.replace(b"connected\n", b"")) == (status, b"")
+        for_programs = chronalctl("--json", *words)
+        assert for_programs.returncode == status
+        *earlier, last = map(json.loads, for_programs.stdout.splitlines())
+        assert last.keys() == {"command", "error"} and all("error" not in line for line in earlier)
+        error = last["error"]
+        assert error.keys() == {"status", "number", "text", "advice"} and error["status"] == status
+        said = f"chronalctl: {error['text']}\n" + (error["advice"] and error["advice"] + "\n")
+        assert said in for_programs.stderr.decode()
+        assert status != 1 or f": {error['number']} (" in error["text"]
+        return result.stderr.decode()
+
+    return complaint
+
+
+@pytest.fixture
+def stalled():
+    """A full pipe: options for a program that writes to it, and the end to read."""
+    end, room = os.pipe()
+    os.write(room, b"x" * (fcntl.fcntl(room, fcntl.F_GETPIPE_SZ) - 1) + b"\n")
+    yield {"stdout": room, "stderr": room}, end
+    os.close(room)
+    os.close(end)

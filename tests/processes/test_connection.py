@@ -2,65 +2,12 @@
 
 import os
 import signal
-import socket
 import struct
 
 import pytest
+from conftest import is_closed
 
 ECONNRESET, EBADMSG = 104, 74
-
-
-@pytest.fixture
-def place(environment, directory):
-    """The path of the socket, for both services and applications."""
-    environment["CHRONAL_SOCKET"] = str(directory / "socket")
-    return environment["CHRONAL_SOCKET"]
-
-
-@pytest.fixture
-def service(place, start_service):
-    """service(WORD...): starts a service at that path."""
-    return lambda *words: start_service("--socket", place, *words)
-
-
-@pytest.fixture
-def connect(place):
-    """connect(): connects to the service without the library, so that it can send anything."""
-    ends = []
-
-    def connect():
-        ends.append(socket.socket(socket.AF_UNIX))
-        ends[-1].connect(place)
-        return ends[-1]
-
-    yield connect
-    for end in ends:
-        end.close()
-
-
-@pytest.fixture
-def accept(place):
-    """accept(): listens in place of the service and accepts one connection."""
-
-    def accept():
-        if os.path.exists(place):
-            os.unlink(place)
-        with socket.socket(socket.AF_UNIX) as listener:
-            listener.bind(place)
-            listener.listen()
-            return listener.accept()[0]
-
-    return accept
-
-
-def is_closed(end):
-    """Waits until the other side closes; it may not have read everything."""
-    try:
-        while end.recv(4096):
-            pass
-    except ConnectionResetError:
-        pass
-    return True
 
 
 def test_a_service_that_starts_late_is_found(service, place, start_client):
