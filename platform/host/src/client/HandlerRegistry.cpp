@@ -74,11 +74,11 @@ void HandlerRegistry::remove(int id, bool onDispatchThread)
         callEnded_.wait(lock, [&] { return running_ != id; });
 }
 
-Delivery HandlerRegistry::deliver(const Event& event)
+std::size_t HandlerRegistry::deliver(const Event& event)
 {
     const Receiver receiver =
         event.meta.kind == kindReply ? Receiver::component : Receiver::application;
-    Delivery delivery = {0, 0};
+    std::size_t count = 0;
     std::unique_lock<std::mutex> lock(mutex_);
     const int last = lastId_;
     int id = 0;
@@ -88,14 +88,13 @@ Delivery HandlerRegistry::deliver(const Event& event)
                 return each.receiver == receiver && matches(each.key, event.meta);
             });
         if (next == registrations_.end() || next->id > last)
-            return delivery;
+            return count;
         id = next->id;
         // Copied, since the handler may remove its own registration.
         const EventHandler handler = next->handler;
         const Call call(*this, lock, id);
-        ++delivery.handlers;
-        if (!invoke(id, handler, event))
-            ++delivery.exceptions;
+        ++count;
+        invoke(id, handler, event);
     }
 }
 
@@ -106,18 +105,19 @@ bool HandlerRegistry::isRegistered(int id)
     return found != registrations_.end() && found->id == id;
 }
 
-bool HandlerRegistry::invoke(int id, const EventHandler& handler, const Event& event)
+void HandlerRegistry::invoke(int id, const EventHandler& handler, const Event& event)
 {
     const EventHandler::Caller& caller = handler.boundCaller();
-    return callGuarded([&] { caller.invoke(event); },
-                       [&](const char* what) {
-                           // If the handler was removed, its object may be destroyed, which only
-                           // getClassName() uses.
-                           const bool there = isRegistered(id);
-                           log(logError, "fabric-host: exception from %s::%s: %s\n",
-                               there ? caller.getClassName().c_str() : "(removed)",
-                               caller.getMethodName().c_str(), what);
-                       });
+    callGuarded([&] { caller.invoke(event); },
+                [&](const char* what) {
+                    ++exceptions_;
+                    // If the handler was removed, its object may be destroyed, which only
+                    // getClassName() uses.
+                    const bool there = isRegistered(id);
+                    log(logError, "fabric-host: exception from %s::%s: %s\n",
+                        there ? caller.getClassName().c_str() : "(removed)",
+                        caller.getMethodName().c_str(), what);
+                });
 }
 
 } // namespace fabric::host

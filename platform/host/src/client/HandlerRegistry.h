@@ -1,8 +1,10 @@
 #ifndef FABRIC_HOST_HANDLER_REGISTRY_H
 #define FABRIC_HOST_HANDLER_REGISTRY_H
 
+#include <atomic>
 #include <condition_variable>
 #include <cstddef>
+#include <cstdint>
 #include <mutex>
 #include <vector>
 
@@ -18,13 +20,6 @@ enum class Receiver
     component    ///< receives replies
 };
 
-/// Counts the handlers called for one message and the exceptions they threw.
-struct Delivery
-{
-    std::size_t handlers;
-    std::size_t exceptions;
-};
-
 /// Keeps and calls the handlers of one session. No handler is called with a lock held.
 class HandlerRegistry
 {
@@ -37,8 +32,12 @@ public:
     void remove(int id, bool onDispatchThread);
 
     /// Calls the message's handlers in order of registration, except for those added or removed
-    /// meanwhile. Logs exceptions from handlers. Call it on the dispatch thread only.
-    Delivery deliver(const Event& event);
+    /// meanwhile. Logs exceptions from handlers. Call it on the dispatch thread only. Returns the
+    /// number of handlers.
+    std::size_t deliver(const Event& event);
+
+    /// Counts the exceptions from handlers. Thread-safe.
+    std::uint64_t exceptions() const noexcept { return exceptions_; }
 
 private:
     struct Registration
@@ -55,12 +54,13 @@ private:
     /// Returns the first registration after an id. Needs the mutex held.
     Registrations::iterator behind(int id) noexcept;
     bool isRegistered(int id);
-    bool invoke(int id, const EventHandler& handler, const Event& event);
+    void invoke(int id, const EventHandler& handler, const Event& event);
 
     std::mutex mutex_;
     std::condition_variable callEnded_;
     Registrations registrations_; // in ascending order of ids
     int lastId_ = 0;
+    std::atomic<std::size_t> exceptions_{0};
     int running_ = 0; // id of the handler being called, or 0
 };
 

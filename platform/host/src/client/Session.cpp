@@ -59,12 +59,14 @@ std::uint32_t newOriginId()
 
 } // namespace
 
-/// Implements the session. The application, component and service are thin fronts of it.
-class Session::Impl final : private LinkListener
+/// Implements the session. The application and the component are thin fronts of it.
+class Session::Impl final : public ServiceInterface, private LinkListener
 {
 public:
     Impl(std::unique_ptr<Link> link, const MessageCatalogue& catalogue);
-    ~Impl();
+    ~Impl() override;
+
+    std::uint32_t getServiceId() override { return catalogue_.serviceId; }
 
     Impl(const Impl&) = delete;
     Impl& operator=(const Impl&) = delete;
@@ -83,7 +85,6 @@ public:
 private:
     class Application;
     class Component;
-    class Service;
 
     /// Requests of other threads to the loop. disconnect() cancels a pending connect().
     struct Requests
@@ -120,7 +121,6 @@ private:
     std::atomic<std::size_t> framesReceived_{0};
     std::atomic<std::size_t> framesRefused_{0};
     std::atomic<std::size_t> messagesUnhandled_{0};
-    std::atomic<std::size_t> handlerExceptions_{0};
 
     StateHolder stateHolder_;
     HandlerRegistry handlers_;
@@ -142,7 +142,6 @@ public:
     // Declared after the members they use.
     const std::unique_ptr<AbstractApplication> application;
     const std::unique_ptr<AbstractComponent> component;
-    const std::unique_ptr<ServiceInterface> service;
 
 private:
     std::thread dispatcher_; // last: it uses everything above
@@ -183,23 +182,11 @@ private:
     Impl& session_;
 };
 
-class Session::Impl::Service : public ServiceInterface
-{
-public:
-    explicit Service(const MessageCatalogue& messages) : catalogue_(messages) {}
-
-    std::uint32_t getServiceId() override { return catalogue_.serviceId; }
-
-private:
-    const MessageCatalogue& catalogue_;
-};
-
 Session::Impl::Impl(std::unique_ptr<Link> link, const MessageCatalogue& catalogue)
     : catalogue_(catalogue),
       link_(std::move(link)),
       application(new Application(*this)),
       component(new Component(*this)),
-      service(new Service(catalogue)),
       dispatcher_([this] { dispatch(); })
 {
 }
@@ -301,7 +288,7 @@ void Session::Impl::closeLink()
 SessionCounters Session::Impl::counters() const noexcept
 {
     return {framesSent_, framesReceived_, framesRefused_, messagesUnhandled_,
-            handlerExceptions_ + clients_.exceptions()};
+            handlers_.exceptions() + clients_.exceptions()};
 }
 
 int Session::Impl::addEventHandler(Receiver receiver, const MsgMeta& key, int flags,
@@ -443,14 +430,12 @@ bool Session::Impl::deliver(FrameView frame)
     if (event->meta.kind == kindCommand)
         return refuseFrame("it is a command");
 
-    const Delivery delivery = handlers_.deliver(*event);
-    handlerExceptions_ += delivery.exceptions;
-    if (delivery.handlers == 0)
+    const std::size_t handlers = handlers_.deliver(*event);
+    if (handlers == 0)
         ++messagesUnhandled_;
     log(logMessage,
         "fabric-host: message received for %zu handlers: resource %u, operation %u, kind %u\n",
-        delivery.handlers, event->meta.resourceId, event->meta.operationId,
-        unsigned{event->meta.kind});
+        handlers, event->meta.resourceId, event->meta.operationId, unsigned{event->meta.kind});
     return true;
 }
 
@@ -473,7 +458,7 @@ AbstractApplication& Session::application() { return *impl_->application; }
 
 AbstractComponent& Session::component() { return *impl_->component; }
 
-ServiceInterface& Session::service() { return *impl_->service; }
+ServiceInterface& Session::service() { return *impl_; }
 
 void Session::attach(ClientInterface& client) { impl_->attach(client); }
 

@@ -22,7 +22,6 @@
 #include "../base/Log.h"
 #include "../base/LoopTask.h"
 #include "../base/LoopTimer.h"
-#include "../base/RateLimitedLog.h"
 #include "../transport/MemoryStream.h"
 #include "../transport/SocketListener.h"
 #include "../transport/SocketStream.h"
@@ -170,6 +169,8 @@ private:
 /// Makes a client whose commands notify others faster than they read wait for them.
 bool ServiceHost::Impl::Client::mayRead()
 {
+    if (stream_->isCongested())
+        return false;      // until its replies have been read
     awaitedUntil_ = never; // it keeps up, so no client waits for it
     notifies_ = notifies_ && host_.holdNotifiers();
     return !notifies_;
@@ -201,7 +202,7 @@ void ServiceHost::Impl::listen(const std::string& path)
     listener_ = std::make_shared<SocketListener>(loop_, path, [this](SocketStream::Socket socket) {
         boost::system::error_code ignored; // the default size works, too
         socket.set_option(asio::socket_base::send_buffer_size(sendBuffer), ignored);
-        welcome(std::make_shared<SocketStream>(loop_, std::move(socket), FrameStream::throttled));
+        welcome(std::make_shared<SocketStream>(loop_, std::move(socket)));
     });
     listener_->start();
 }

@@ -27,7 +27,7 @@ void FrameStream::takeTurn()
     const auto end = std::chrono::steady_clock::now() + turnLength;
     try {
         FrameView frame = {nullptr, 0};
-        while (isOpen() && !(flow_ == throttled && isCongested()) && listener_->mayRead()) {
+        while (isOpen() && listener_->mayRead()) {
             if (!nextFrame(frame)) {
                 awaitInput();
                 break;

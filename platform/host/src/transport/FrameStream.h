@@ -48,12 +48,6 @@ protected:
 class FrameStream : public std::enable_shared_from_this<FrameStream>
 {
 public:
-    enum Flow
-    {
-        freeFlow, ///< reads whatever arrives
-        throttled ///< does not read while isCongested()
-    };
-
     virtual ~FrameStream() = default;
 
     FrameStream(const FrameStream&) = delete;
@@ -65,8 +59,8 @@ public:
     /// Resumes reading after FrameListener::mayRead() has returned false.
     void resume() noexcept { turn_.schedule(); }
 
-    /// Returns true while too much waits for the other end to read it. Afterwards a throttled
-    /// stream takes a turn.
+    /// Returns true while too much waits for the other end to read it. Afterwards the stream takes
+    /// a turn.
     virtual bool isCongested() = 0;
 
     /// Sends or queues a copy of the frame. Returns 0 or a negative error number: -ENOTCONN,
@@ -91,10 +85,7 @@ public:
     virtual bool isOpen() const noexcept = 0;
 
 protected:
-    FrameStream(boost::asio::io_context& loop, Flow flow)
-        : flow_(flow), turn_(loop, [this] { takeTurn(); })
-    {
-    }
+    explicit FrameStream(boost::asio::io_context& loop) : turn_(loop, [this] { takeTurn(); }) {}
 
     /// Sets `frame` to the next received frame, valid until the next call. Returns false if there
     /// is none yet.
@@ -110,7 +101,6 @@ protected:
     /// Closes the connection with a report to the listener.
     void end(int reason);
 
-    const Flow flow_;
     LoopTask turn_; ///< calls takeTurn()
 
 private:

@@ -10,8 +10,8 @@
 namespace fabric::host {
 namespace {
 
-/// A throttled end stops reading when its queue is half full, so that the messages caused by one
-/// more command still fit.
+/// An end is congested when its queue is half full, so that the messages caused by one more command
+/// still fit.
 constexpr std::size_t congestedFrames = maxQueuedFrames / 2;
 constexpr std::size_t congestedBytes = maxQueuedBytes / 2;
 
@@ -56,13 +56,13 @@ MemoryStream::newPair(boost::asio::io_context& clientLoop, boost::asio::io_conte
     const auto channel = std::make_shared<Channel>();
     Side& client = channel->client;
     Side& service = channel->service;
-    return {std::make_shared<MemoryStream>(clientLoop, freeFlow, channel, client, service),
-            std::make_shared<MemoryStream>(serviceLoop, throttled, channel, service, client)};
+    return {std::make_shared<MemoryStream>(clientLoop, channel, client, service),
+            std::make_shared<MemoryStream>(serviceLoop, channel, service, client)};
 }
 
-MemoryStream::MemoryStream(boost::asio::io_context& loop, Flow flow,
-                           std::shared_ptr<Channel> channel, Side& here, Side& other)
-    : FrameStream(loop, flow), channel_(std::move(channel)), here_(here), other_(other)
+MemoryStream::MemoryStream(boost::asio::io_context& loop, std::shared_ptr<Channel> channel,
+                           Side& here, Side& other)
+    : FrameStream(loop), channel_(std::move(channel)), here_(here), other_(other)
 {
     here_.turn = &turn_;
 }

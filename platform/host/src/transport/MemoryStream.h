@@ -15,14 +15,14 @@ class MemoryStream final : public FrameStream
     struct Channel;
 
 public:
-    /// Creates the two ends of a connection: the client's, and the service's, which is throttled.
-    /// Thread-safe. The caller may destroy an end on this thread until either has sent something.
+    /// Creates the two ends of a connection: the client's and the service's. Thread-safe.
+    /// The caller may destroy an end on this thread until either has sent something.
     static std::pair<std::shared_ptr<FrameStream>, std::shared_ptr<FrameStream>>
     newPair(boost::asio::io_context& clientLoop, boost::asio::io_context& serviceLoop);
 
     /// Called by newPair() only.
-    MemoryStream(boost::asio::io_context& loop, Flow flow, std::shared_ptr<Channel> channel,
-                 Side& here, Side& other);
+    MemoryStream(boost::asio::io_context& loop, std::shared_ptr<Channel> channel, Side& here,
+                 Side& other);
     ~MemoryStream() override;
 
     int send(FrameView frame) override;

@@ -95,8 +95,7 @@ int SocketLink::connect()
         return error;
     if (!isTrusted(socket.native_handle()))
         return EPERM;
-    const auto stream =
-        std::make_shared<SocketStream>(*loop_, std::move(socket), FrameStream::freeFlow);
+    const auto stream = std::make_shared<SocketStream>(*loop_, std::move(socket));
     reported_ = 0;
     connected(stream);
     return 0;

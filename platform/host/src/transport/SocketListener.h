@@ -8,8 +8,8 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/local/stream_protocol.hpp>
 
+#include "../base/Log.h"
 #include "../base/LoopTimer.h"
-#include "../base/RateLimitedLog.h"
 #include "SocketFile.h"
 
 namespace fabric::host {

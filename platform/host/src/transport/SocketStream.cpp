@@ -25,8 +25,8 @@ constexpr std::size_t usualSize = 4096;
 
 } // namespace
 
-SocketStream::SocketStream(asio::io_context& loop, Socket connected, Flow flow)
-    : FrameStream(loop, flow),
+SocketStream::SocketStream(asio::io_context& loop, Socket connected)
+    : FrameStream(loop),
       socket_(std::move(connected)),
       input_(usualSize),
       awaitRoom_(loop, [this] { awaitRoom(); })
@@ -202,8 +202,7 @@ void SocketStream::roomAvailable(const boost::system::error_code& error)
         if (state_ == State::finishing)
             ::shutdown(socket_.native_handle(), SHUT_WR);
     }
-    if (flow_ == throttled)
-        takeTurn();
+    takeTurn();
 }
 
 bool SocketStream::isCongested()
@@ -231,7 +230,7 @@ std::size_t SocketStream::drain()
     std::array<std::uint8_t, usualSize> ignored;
     while (queuedFrames_ != 0 && isOpen() && sendError_ == 0 && left.count() > 0) {
         ::poll(&state, 1, static_cast<int>(left.count()));
-        // A throttled peer does not read until its replies are read, so read and discard them. At
+        // The service does not read until its replies are read, so read and discard them. At
         // the end of input, POLLIN would be set forever.
         if ((state.revents & POLLIN) != 0 &&
             ::recv(socket_.native_handle(), ignored.data(), ignored.size(), MSG_DONTWAIT) == 0)

@@ -19,7 +19,7 @@ class SocketStream final : public FrameStream
 public:
     using Socket = boost::asio::local::stream_protocol::socket;
 
-    SocketStream(boost::asio::io_context& loop, Socket connected, Flow flow);
+    SocketStream(boost::asio::io_context& loop, Socket connected);
 
     int send(FrameView frame) override;
     void shutdownSend() override;
