@@ -2,6 +2,7 @@
 
 #include <fabric-host/Frame.h>
 
+#include <array>
 #include <cerrno>
 #include <mutex>
 #include <new>
@@ -44,25 +45,18 @@ struct MemoryStream::Side
     LoopTask* turn = nullptr; ///< guarded by wakeMutex; null once this end has closed
 };
 
-struct MemoryStream::Channel
-{
-    Side client;
-    Side service;
-};
-
 std::pair<std::shared_ptr<FrameStream>, std::shared_ptr<FrameStream>>
 MemoryStream::newPair(boost::asio::io_context& clientLoop, boost::asio::io_context& serviceLoop)
 {
-    const auto channel = std::make_shared<Channel>();
-    Side& client = channel->client;
-    Side& service = channel->service;
-    return {std::make_shared<MemoryStream>(clientLoop, channel, client, service),
-            std::make_shared<MemoryStream>(serviceLoop, channel, service, client)};
+    const auto sides = std::make_shared<std::array<Side, 2>>();
+    auto& [client, service] = *sides;
+    return {std::make_shared<MemoryStream>(clientLoop, sides, client, service),
+            std::make_shared<MemoryStream>(serviceLoop, sides, service, client)};
 }
 
-MemoryStream::MemoryStream(boost::asio::io_context& loop, std::shared_ptr<Channel> channel,
-                           Side& here, Side& other)
-    : FrameStream(loop), channel_(std::move(channel)), here_(here), other_(other)
+MemoryStream::MemoryStream(boost::asio::io_context& loop, std::shared_ptr<void> sides, Side& here,
+                           Side& other)
+    : FrameStream(loop), sides_(std::move(sides)), here_(here), other_(other)
 {
     here_.turn = &turn_;
 }

@@ -12,7 +12,6 @@ namespace fabric::host {
 class MemoryStream final : public FrameStream
 {
     struct Side;
-    struct Channel;
 
 public:
     /// Creates the two ends of a connection: the client's and the service's. Thread-safe.
@@ -21,7 +20,7 @@ public:
     newPair(boost::asio::io_context& clientLoop, boost::asio::io_context& serviceLoop);
 
     /// Called by newPair() only.
-    MemoryStream(boost::asio::io_context& loop, std::shared_ptr<Channel> channel, Side& here,
+    MemoryStream(boost::asio::io_context& loop, std::shared_ptr<void> sides, Side& here,
                  Side& other);
     ~MemoryStream() override;
 
@@ -40,7 +39,7 @@ private:
     bool takeQueued();
     void closeSending(int reason);
 
-    const std::shared_ptr<Channel> channel_;
+    const std::shared_ptr<void> sides_; ///< keeps the next two alive
     Side& here_;
     Side& other_;
     bool open_ = true;
