@@ -201,7 +201,7 @@ public:
     ~SignalThread()
     {
         ended_ = true;
-        pthread_kill(thread_.native_handle(), SIGTERM);
+        pthread_kill(thread_.native_handle(), SIGINT); // which sigwait() takes
         thread_.join();
     }
 
