@@ -20,7 +20,6 @@
 #include <stdexcept>
 #include <string_view>
 #include <system_error>
-#include <utility>
 
 #include "Guarded.h"
 

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <typeinfo>
-#include <utility>
 
 #include "../base/Guarded.h"
 #include "../base/Log.h"
