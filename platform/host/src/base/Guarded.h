@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <exception>
+#include <mutex>
 #include <new>
 #include <system_error>
 
@@ -27,6 +28,25 @@ bool callGuarded(Call&& call, Report&& report)
         report("an exception of unknown type");
     }
     return false;
+}
+
+/// Calls with the lock released. `after` is called with the lock held again, also while an
+/// exception or the end of the thread unwinds the stack.
+template <typename Call, typename After>
+void callUnlocked(std::unique_lock<std::mutex>& lock, Call call, After after)
+{
+    struct Relock
+    {
+        ~Relock()
+        {
+            lock.lock();
+            after();
+        }
+        std::unique_lock<std::mutex>& lock;
+        After after;
+    } const relock = {lock, after};
+    lock.unlock();
+    call();
 }
 
 /// Returns the error number of the exception being handled, or `otherwise` if it has none.

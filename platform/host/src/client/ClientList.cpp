@@ -29,23 +29,32 @@ void ClientList::attach(ClientInterface& client)
         return;
     entries_.push_back({&client, lastSerial_ + 1, false, false});
     ++lastSerial_;
+    changed_.schedule();
 }
 
-bool ClientList::beginDetach(ClientInterface& client) noexcept
+void ClientList::detach(ClientInterface& client, bool onDispatchThread)
 {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    const auto found = find(client);
-    if (found != entries_.end())
-        found->leaving = true;
-    return found != entries_.end() || isRunning(client);
-}
-
-void ClientList::detachLeaving()
-{
-    const auto leaving = [](const Entry& each) { return each.leaving; };
     std::unique_lock<std::mutex> lock(mutex_);
+    if (const auto found = find(client); found != entries_.end())
+        found->leaving = true;
+    if (onDispatchThread) {
+        lock.unlock();
+        return detachLeaving(false);
+    }
+    changed_.schedule();
+    left_.wait(lock, [&] {
+        const auto found = find(client);
+        const bool leaving = found != entries_.end() && found->leaving;
+        return ended_ || (!leaving && !isRunning(client));
+    });
+}
+
+void ClientList::detachLeaving(bool all)
+{
+    std::unique_lock<std::mutex> lock(mutex_);
+    const auto leaves = [all](const Entry& each) { return each.leaving || all; };
     for (;;) {
-        const auto found = std::find_if(entries_.begin(), entries_.end(), leaving);
+        const auto found = std::find_if(entries_.begin(), entries_.end(), leaves);
         if (found == entries_.end())
             return;
         const Entry entry = *found;
@@ -57,31 +66,11 @@ void ClientList::detachLeaving()
     }
 }
 
-void ClientList::awaitDetached(ClientInterface& client) noexcept
-{
-    std::unique_lock<std::mutex> lock(mutex_);
-    left_.wait(lock, [&] {
-        const auto found = find(client);
-        const bool leaving = found != entries_.end() && found->leaving;
-        return ended_ || (!leaving && !isRunning(client));
-    });
-}
-
 void ClientList::dispatchEnded() noexcept
 {
     const std::lock_guard<std::mutex> lock(mutex_);
     ended_ = true;
     left_.notify_all();
-}
-
-void ClientList::detachAll()
-{
-    {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        for (Entry& each : entries_)
-            each.leaving = true;
-    }
-    detachLeaving();
 }
 
 void ClientList::reportUp()
@@ -137,21 +126,14 @@ void ClientList::call(std::unique_lock<std::mutex>& lock, ClientInterface& clien
         ++exceptions_;
         log(logError, "fabric-host: exception from a connection report to %s: %s\n", name, what);
     };
-    struct Call
-    {
-        ~Call()
-        {
-            lock.lock();
-            list.running_ = here.outer;
-            list.left_.notify_all();
-        }
-        ClientList& list;
-        std::unique_lock<std::mutex>& lock;
-        const Running here;
-    } const call = {*this, lock, {&client, running_}};
-    running_ = &call.here;
-    lock.unlock();
-    callGuarded([&] { report(client); }, reportException);
+    const Running here = {&client, running_};
+    running_ = &here;
+    callUnlocked(
+        lock, [&] { callGuarded([&] { report(client); }, reportException); },
+        [&] {
+            running_ = here.outer;
+            left_.notify_all();
+        });
 }
 
 } // namespace fabric::host

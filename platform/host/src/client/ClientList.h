@@ -10,6 +10,8 @@
 
 #include <fabric/ClientInterface.h>
 
+#include "../base/LoopTask.h"
+
 namespace fabric::host {
 
 /// Keeps the clients of one session and reports the connection to them. Reports run on the dispatch
@@ -17,22 +19,22 @@ namespace fabric::host {
 class ClientList
 {
 public:
-    /// Ignores a client that is in the list. Has to be followed by reportToNewClients() on the
-    /// dispatch thread. Throws std::bad_alloc, leaving the list unchanged. Thread-safe.
+    /// Schedules `changed` when reportToNewClients() or detachLeaving() has something to do.
+    explicit ClientList(LoopTask& changed) : changed_(changed) {}
+
+    /// Ignores a client that is in the list. Throws std::bad_alloc, leaving the list unchanged.
+    /// Thread-safe.
     void attach(ClientInterface& client);
 
-    /// A client is detached in three steps. beginDetach() returns false if nothing is left to do.
-    /// detachLeaving(), on the dispatch thread, notifies the client that the connection is down if
-    /// it knew it to be up. awaitDetached(), on another thread, waits for that and for a running
-    /// report.
-    bool beginDetach(ClientInterface& client) noexcept;
-    void detachLeaving();
-    void awaitDetached(ClientInterface& client) noexcept;
+    /// Ignores a client that is not in the list. Otherwise notifies it that the connection is down
+    /// if it knew it to be up, and waits for that and for a running report, except on the dispatch
+    /// thread. Thread-safe.
+    void detach(ClientInterface& client, bool onDispatchThread);
 
-    /// Called on the dispatch thread.
-    void detachAll();
+    /// Detaches the clients for which other threads wait, or all. Called on the dispatch thread.
+    void detachLeaving(bool all);
 
-    /// Releases the threads in awaitDetached(), since the dispatch thread is ending.
+    /// Releases the threads in detach(), since the dispatch thread is ending.
     void dispatchEnded() noexcept;
 
     void reportUp();
@@ -74,6 +76,7 @@ private:
     template <typename Report>
     void call(std::unique_lock<std::mutex>& lock, ClientInterface& client, Report report);
 
+    LoopTask& changed_;
     std::mutex mutex_;
     std::condition_variable left_;
     Entries entries_;

@@ -20,33 +20,6 @@ bool matches(const MsgMeta& key, const MsgMeta& message) noexcept
 
 } // namespace
 
-/// Marks a handler as running, so that its removal waits. Needs the lock held and releases it for
-/// its own lifetime.
-class HandlerRegistry::Call
-{
-public:
-    Call(HandlerRegistry& owner, std::unique_lock<std::mutex>& held, int id)
-        : registry_(owner), lock_(held)
-    {
-        registry_.running_ = id;
-        lock_.unlock();
-    }
-
-    ~Call()
-    {
-        lock_.lock();
-        registry_.running_ = 0;
-        registry_.callEnded_.notify_all();
-    }
-
-    Call(const Call&) = delete;
-    Call& operator=(const Call&) = delete;
-
-private:
-    HandlerRegistry& registry_;
-    std::unique_lock<std::mutex>& lock_;
-};
-
 HandlerRegistry::Registrations::iterator HandlerRegistry::behind(int id) noexcept
 {
     return std::upper_bound(registrations_.begin(), registrations_.end(), id,
@@ -92,9 +65,14 @@ std::size_t HandlerRegistry::deliver(const Event& event)
         id = next->id;
         // Copied, since the handler may remove its own registration.
         const EventHandler handler = next->handler;
-        const Call call(*this, lock, id);
+        running_ = id;
         ++count;
-        invoke(id, handler, event);
+        callUnlocked(
+            lock, [&] { invoke(id, handler, event); },
+            [this] {
+                running_ = 0;
+                callEnded_.notify_all();
+            });
     }
 }
 

@@ -49,8 +49,6 @@ private:
     };
     using Registrations = std::vector<Registration>;
 
-    class Call;
-
     /// Returns the first registration after an id. Needs the mutex held.
     Registrations::iterator behind(int id) noexcept;
     bool isRegistered(int id);

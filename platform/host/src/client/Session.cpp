@@ -37,6 +37,9 @@ constexpr MsgIds noIds = {0, 0};
 /// descriptors: brief for the user, long enough to leave the processor to others.
 constexpr std::chrono::milliseconds retryAfter(100);
 
+using TimePoint = std::chrono::steady_clock::time_point;
+constexpr TimePoint never = TimePoint::max();
+
 /// Returns the next number of a sequence that skips 0.
 std::uint32_t nextNumber(std::atomic<std::uint32_t>& last) noexcept
 {
@@ -71,18 +74,8 @@ public:
     Impl(const Impl&) = delete;
     Impl& operator=(const Impl&) = delete;
 
-    void attach(ClientInterface& client);
-    void detach(ClientInterface& client);
-    void connect() noexcept;
-    void disconnect() noexcept;
-    SessionCounters counters() const noexcept;
-
-    int addEventHandler(Receiver receiver, const MsgMeta& key, int flags,
-                        const EventHandler& handler);
-    void removeEventHandler(int id) { handlers_.remove(id, onDispatchThread()); }
-    int sendEvent(MsgIds& ids, int flags, std::unique_ptr<SerializableMessageEvent> event);
-
 private:
+    friend class Session;
     class Application;
     class Component;
 
@@ -99,6 +92,11 @@ private:
     void linkDown(int reason) override;
     bool frameReceived(FrameView frame) override;
 
+    int addEventHandler(Receiver receiver, const MsgMeta& key, int flags,
+                        const EventHandler& handler);
+    int sendEvent(MsgIds& ids, int flags, std::unique_ptr<SerializableMessageEvent> event);
+
+    void request(void (*change)(Impl& session)) noexcept;
     void handleRequests();
     void openLink();
     void closeLink();
@@ -124,26 +122,24 @@ private:
 
     StateHolder stateHolder_;
     HandlerRegistry handlers_;
-    ClientList clients_;
+    ClientList clients_{handleRequests_};
 
     asio::io_context loop_{1};
     asio::executor_work_guard<asio::io_context::executor_type> work_{loop_.get_executor()};
     const std::unique_ptr<Link> link_;
-    bool opened_ = false; // used on the loop only, like the next two
-    bool lost_ = false;   // opened, but down since linkDown()
-    int openError_ = 0;   // error of the last attempt to open the link, or 0
+    bool opened_ = false;      // used on the loop only, like the next three
+    bool lost_ = false;        // opened, but down since linkDown()
+    int openError_ = 0;        // error of the last attempt to open the link, or 0
+    TimePoint openAt_ = never; // when the next attempt is made without a request
 
     std::mutex requestsMutex_;
     Requests requests_;               // guarded by requestsMutex_
     std::atomic<bool> closed_{false}; // from disconnect() until the link is up again
     LoopTask handleRequests_{loop_, [this] { handleRequests(); }};
 
-public:
     // Declared after the members they use.
-    const std::unique_ptr<AbstractApplication> application;
-    const std::unique_ptr<AbstractComponent> component;
-
-private:
+    const std::unique_ptr<AbstractApplication> application_;
+    const std::unique_ptr<AbstractComponent> component_;
     std::thread dispatcher_; // last: it uses everything above
 };
 
@@ -176,7 +172,10 @@ public:
         return session_.addEventHandler(Receiver::component, key, flags, handler);
     }
 
-    void removeEventHandler(int handlerId) override { session_.removeEventHandler(handlerId); }
+    void removeEventHandler(int handlerId) override
+    {
+        session_.handlers_.remove(handlerId, session_.onDispatchThread());
+    }
 
 private:
     Impl& session_;
@@ -185,54 +184,23 @@ private:
 Session::Impl::Impl(std::unique_ptr<Link> link, const MessageCatalogue& catalogue)
     : catalogue_(catalogue),
       link_(std::move(link)),
-      application(new Application(*this)),
-      component(new Component(*this)),
+      application_(new Application(*this)),
+      component_(new Component(*this)),
       dispatcher_([this] { dispatch(); })
 {
 }
 
 Session::Impl::~Impl()
 {
-    {
-        const std::lock_guard<std::mutex> lock(requestsMutex_);
-        requests_.end = true;
-    }
-    handleRequests_.schedule();
+    request([](Impl& session) { session.requests_.end = true; });
     dispatcher_.join();
 }
 
-void Session::Impl::attach(ClientInterface& client)
-{
-    clients_.attach(client);
-    handleRequests_.schedule();
-}
-
-void Session::Impl::detach(ClientInterface& client)
-{
-    if (!clients_.beginDetach(client))
-        return;
-    if (onDispatchThread())
-        return clients_.detachLeaving();
-    handleRequests_.schedule();
-    clients_.awaitDetached(client);
-}
-
-void Session::Impl::connect() noexcept
+void Session::Impl::request(void (*change)(Impl& session)) noexcept
 {
     {
         const std::lock_guard<std::mutex> lock(requestsMutex_);
-        requests_.open = true;
-    }
-    handleRequests_.schedule();
-}
-
-void Session::Impl::disconnect() noexcept
-{
-    {
-        const std::lock_guard<std::mutex> lock(requestsMutex_);
-        requests_.close = true;
-        requests_.open = false;
-        closed_ = true;
+        change(*this);
     }
     handleRequests_.schedule();
 }
@@ -251,11 +219,9 @@ void Session::Impl::handleRequests()
         openError_ = 0;
         openLink();
     }
-    clients_.detachLeaving();
-    if (requests.end) {
-        clients_.detachAll();
+    clients_.detachLeaving(requests.end);
+    if (requests.end)
         loop_.stop();
-    }
 }
 
 void Session::Impl::openLink()
@@ -269,6 +235,7 @@ void Session::Impl::openLink()
     callGuarded([this] { link_->open(loop_, *this); },
                 [&](const char*) { error = currentError(ENOMEM); });
     const bool told = std::exchange(openError_, error) == error;
+    openAt_ = error != 0 && link_->reconnects() ? TimePoint::clock::now() + retryAfter : never;
     if (error == 0)
         return;
     opened_ = false;
@@ -279,16 +246,11 @@ void Session::Impl::openLink()
 void Session::Impl::closeLink()
 {
     openError_ = 0;
+    openAt_ = never;
     if (!std::exchange(opened_, false))
         return;
     link_->close();
     reportDown(0);
-}
-
-SessionCounters Session::Impl::counters() const noexcept
-{
-    return {framesSent_, framesReceived_, framesRefused_, messagesUnhandled_,
-            handlers_.exceptions() + clients_.exceptions()};
 }
 
 int Session::Impl::addEventHandler(Receiver receiver, const MsgMeta& key, int flags,
@@ -397,9 +359,9 @@ void Session::Impl::dispatch()
     } const ended = {clients_};
 
     const auto handleEvent = [this] {
-        if (openError_ == 0 || !link_->reconnects())
+        if (openAt_ == never)
             loop_.run_one();
-        else if (loop_.run_one_for(retryAfter) == 0)
+        else if (loop_.run_one_until(openAt_) == 0)
             openLink();
     };
     // After an exception the rest of that event is lost, and the loop continues.
@@ -454,20 +416,38 @@ Session::Session(std::unique_ptr<Link> link, const MessageCatalogue& catalogue)
 
 Session::~Session() = default;
 
-AbstractApplication& Session::application() { return *impl_->application; }
+AbstractApplication& Session::application() { return *impl_->application_; }
 
-AbstractComponent& Session::component() { return *impl_->component; }
+AbstractComponent& Session::component() { return *impl_->component_; }
 
 ServiceInterface& Session::service() { return *impl_; }
 
-void Session::attach(ClientInterface& client) { impl_->attach(client); }
+void Session::attach(ClientInterface& client) { impl_->clients_.attach(client); }
 
-void Session::detach(ClientInterface& client) { impl_->detach(client); }
+void Session::detach(ClientInterface& client)
+{
+    impl_->clients_.detach(client, impl_->onDispatchThread());
+}
 
-void Session::connect() noexcept { impl_->connect(); }
+void Session::connect() noexcept
+{
+    impl_->request([](Impl& session) { session.requests_.open = true; });
+}
 
-void Session::disconnect() noexcept { impl_->disconnect(); }
+void Session::disconnect() noexcept
+{
+    impl_->request([](Impl& session) {
+        session.requests_.close = true;
+        session.requests_.open = false;
+        session.closed_ = true;
+    });
+}
 
-SessionCounters Session::counters() const { return impl_->counters(); }
+SessionCounters Session::counters() const
+{
+    return {impl_->framesSent_, impl_->framesReceived_, impl_->framesRefused_,
+            impl_->messagesUnhandled_,
+            impl_->handlers_.exceptions() + impl_->clients_.exceptions()};
+}
 
 } // namespace fabric::host
