@@ -61,7 +61,6 @@ public:
 
 private:
     friend FABRIC_API std::unique_ptr<Link> newMemoryLink(std::shared_ptr<ServiceHost> host);
-    class MemoryLink;
     class Impl;
     const std::unique_ptr<Impl> impl_;
 };

@@ -459,25 +459,12 @@ int ServiceHost::Impl::callService(const char* operation, Call call)
     return error;
 }
 
-class ServiceHost::MemoryLink final : public StreamLink
-{
-public:
-    explicit MemoryLink(std::shared_ptr<ServiceHost> host) : host_(std::move(host)) {}
-
-    void open(asio::io_context& loop, LinkListener& listener) override
-    {
-        const auto stream = host_->impl_->connect(loop);
-        setListener(listener);
-        connected(stream);
-    }
-
-private:
-    const std::shared_ptr<ServiceHost> host_;
-};
-
 std::unique_ptr<Link> newMemoryLink(std::shared_ptr<ServiceHost> host)
 {
-    return std::make_unique<ServiceHost::MemoryLink>(std::move(host));
+    const auto connect = [host = std::move(host)](asio::io_context& loop) {
+        return host->impl_->connect(loop);
+    };
+    return newStreamLink(connect, false);
 }
 
 ServiceHost::ServiceHost(Service& service) : impl_(new Impl(service)) {}

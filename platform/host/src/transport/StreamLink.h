@@ -1,8 +1,8 @@
 #ifndef FABRIC_HOST_STREAM_LINK_H
 #define FABRIC_HOST_STREAM_LINK_H
 
+#include <functional>
 #include <memory>
-#include <mutex>
 
 #include <fabric-host/Link.h>
 
@@ -10,31 +10,12 @@
 
 namespace fabric::host {
 
-/// Implements a link over a FrameStream.
-class StreamLink : public Link, protected FrameListener
-{
-public:
-    void close() override;
-    int send(FrameView frame) final;
+/// Connects to a service. Throws std::bad_alloc or std::system_error.
+using Connector = std::function<std::shared_ptr<FrameStream>(boost::asio::io_context& loop)>;
 
-protected:
-    void setListener(LinkListener& listener) noexcept { listener_ = &listener; }
-    LinkListener& listener() const noexcept { return *listener_; }
-
-    /// Brings the link up. Commands can be sent before the listener is notified; replies come
-    /// after.
-    void connected(const std::shared_ptr<FrameStream>& stream);
-
-    bool frameReceived(FrameView frame) override;
-    void ended(int reason) override;
-
-private:
-    std::shared_ptr<FrameStream> exchange(std::shared_ptr<FrameStream> stream) noexcept;
-
-    LinkListener* listener_ = nullptr;
-    std::mutex mutex_;
-    std::shared_ptr<FrameStream> stream_; ///< null while the link is down
-};
+/// Creates a link over the streams of a connector. A link that `reconnects` does so for as long as
+/// it is open.
+std::unique_ptr<Link> newStreamLink(Connector connector, bool reconnects);
 
 } // namespace fabric::host
 
