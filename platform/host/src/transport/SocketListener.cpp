@@ -1,38 +1,205 @@
 #include "SocketListener.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <stdexcept>
+#include <thread>
 #include <utility>
 
+#include <fabric-host/Link.h>
+
 #include "../base/Guarded.h"
-#include "../base/Log.h"
 
 namespace fabric::host {
 namespace {
 
+namespace asio = boost::asio;
+using Protocol = asio::local::stream_protocol;
+
+/// Other services hold the lock for a moment only, unless stopped while they hold it.
+constexpr std::chrono::seconds longestLock(1);
+constexpr std::chrono::milliseconds lockRetry(10);
+
 /// Delays accepting after a shortage of descriptors or memory, so that the loop does not spin.
 constexpr std::chrono::milliseconds retryAfter(100);
 
+/// Throws every failure to listen.
+[[noreturn]] void fail(const std::string& path, const std::string& what)
+{
+    throw std::runtime_error(path + ": " + what);
+}
+
+[[noreturn]] void fail(const std::string& path, int error) { fail(path, std::strerror(error)); }
+
+/// Keeps this user's services from replacing the same socket at the same time. The lock is a file
+/// beside the socket, since anyone who may read the directory could lock the directory itself. It
+/// has no effect if another kind of file has its name.
+class PathLock
+{
+public:
+    explicit PathLock(const std::string& socket) : name_(socket + ".lock")
+    {
+        const auto deadline = std::chrono::steady_clock::now() + longestLock;
+        while (const int error = acquire()) {
+            if (error != EWOULDBLOCK)
+                fail(socket,
+                     std::string("cannot create a file in its directory: ") + std::strerror(error));
+            if (std::chrono::steady_clock::now() >= deadline)
+                fail(socket, "another service is starting here and takes more than a second");
+            std::this_thread::sleep_for(lockRetry);
+        }
+    }
+    ~PathLock()
+    {
+        if (file_ < 0)
+            return;
+        ::unlink(name_.c_str());
+        ::close(file_);
+    }
+
+    PathLock(const PathLock&) = delete;
+    PathLock& operator=(const PathLock&) = delete;
+
+private:
+    /// Returns 0 or an error number: EWOULDBLOCK while another service holds the lock.
+    int acquire() noexcept
+    {
+        const int file = ::open(name_.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
+        if (file < 0)
+            return errno == EACCES || errno == ELOOP || errno == EISDIR ? 0 : errno;
+        struct stat mine = {};
+        struct stat named = {};
+        const bool isLock = ::fstat(file, &mine) == 0 && S_ISREG(mine.st_mode) &&
+                            mine.st_uid == ::geteuid() && mine.st_size == 0;
+        // The previous holder may have removed the file.
+        if (isLock && ::flock(file, LOCK_EX | LOCK_NB) == 0 &&
+            ::lstat(name_.c_str(), &named) == 0 && named.st_ino == mine.st_ino)
+            file_ = file;
+        else
+            ::close(file);
+        return isLock && file_ < 0 ? EWOULDBLOCK : 0;
+    }
+
+    const std::string name_;
+    int file_ = -1;
+};
+
+/// Opens the socket close-on-exec, since a child that inherited it would keep the connection open.
+/// Returns 0 or an error number.
+template <class Socket>
+int openSocket(Socket& socket)
+{
+    const int descriptor = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    if (descriptor < 0)
+        return errno;
+    try {
+        socket.assign(Protocol(), descriptor);
+        return 0;
+    } catch (const std::exception&) {
+        ::close(descriptor);
+        return currentError(ENOMEM);
+    }
+}
+
+void removeStale(const std::string& path)
+{
+    struct stat found = {};
+    if (::lstat(path.c_str(), &found) != 0) {
+        if (errno == ENOENT)
+            return;
+        fail(path, errno);
+    }
+    if (!S_ISSOCK(found.st_mode))
+        fail(path, "is there already and is not a socket");
+
+    asio::io_context io;
+    Protocol::socket probe(io);
+    const int error = connectTo(path, probe);
+    if (error == 0 || error == EAGAIN)
+        fail(path, "in use by a running service");
+    if (error != ECONNREFUSED)
+        fail(path, error);
+    if (::unlink(path.c_str()) != 0)
+        fail(path, errno);
+}
+
 } // namespace
 
-SocketListener::SocketListener(boost::asio::io_context& loop, const std::string& path,
+int connectTo(const std::string& path, Protocol::socket& socket)
+{
+    if (path.size() > longestSocketPath)
+        return ENAMETOOLONG;
+    const Protocol::endpoint endpoint(path);
+    if (const int failure = openSocket(socket))
+        return failure;
+    // If the accept queue is full, Asio would wait for the socket and report a connection.
+    const int result =
+        ::connect(socket.native_handle(), endpoint.data(), static_cast<socklen_t>(endpoint.size()));
+    return result == 0 ? 0 : errno;
+}
+
+SocketListener::SocketListener(asio::io_context& loop, const std::string& path,
                                std::function<void(Socket)> accepted)
     : loop_(loop),
+      path_(path),
       accepted_(std::move(accepted)),
       acceptor_(loop),
-      file_(std::make_unique<SocketFile>(path, acceptor_)),
       retry_(loop, [this] { awaitConnection(); })
 {
-    acceptor_.native_non_blocking(true);
+    if (path_.empty())
+        fail(path_, "the path of the socket is empty");
+    if (path_.size() > longestSocketPath)
+        fail(path_, "the path of a socket has at most " + std::to_string(longestSocketPath) +
+                        " characters");
+
+    const PathLock lock(path_);
+    removeStale(path_);
+    if (const int failure = openSocket(acceptor_))
+        fail(path_, failure);
+    // bind() gives the file the socket's mode, so other users can never open it.
+    if (::fchmod(acceptor_.native_handle(), S_IRUSR | S_IWUSR) != 0)
+        fail(path_, errno);
+    boost::system::error_code error;
+    acceptor_.bind(Protocol::endpoint(path_), error);
+    if (error)
+        fail(path_, error.value());
+    if (const int failure = listen()) {
+        ::unlink(path_.c_str());
+        fail(path_, failure);
+    }
+}
+
+/// Also remembers the file, so that no other is removed instead. Returns 0 or an error number.
+int SocketListener::listen()
+{
+    struct stat made = {};
+    if (::lstat(path_.c_str(), &made) != 0)
+        return errno;
+    device_ = made.st_dev;
+    inode_ = made.st_ino;
+    boost::system::error_code error;
+    acceptor_.listen(Protocol::acceptor::max_listen_connections, error);
+    return error.value();
+}
+
+void SocketListener::removeFile() noexcept
+{
+    struct stat found = {};
+    if (::lstat(path_.c_str(), &found) == 0 && found.st_dev == device_ && found.st_ino == inode_)
+        ::unlink(path_.c_str());
+    inode_ = 0; // it may soon be that of another service's socket
 }
 
 void SocketListener::finish()
 {
-    file_ = nullptr; // nothing more can connect
+    removeFile(); // nothing more can connect
     while (acceptor_.is_open() && accept()) {
     }
     close();
@@ -40,7 +207,7 @@ void SocketListener::finish()
 
 void SocketListener::close()
 {
-    file_ = nullptr;
+    removeFile();
     retry_.cancel();
     boost::system::error_code ignored;
     acceptor_.close(ignored);

@@ -1,6 +1,8 @@
 #ifndef FABRIC_HOST_SOCKET_LISTENER_H
 #define FABRIC_HOST_SOCKET_LISTENER_H
 
+#include <sys/types.h>
+
 #include <functional>
 #include <memory>
 #include <string>
@@ -10,9 +12,12 @@
 
 #include "../base/Log.h"
 #include "../base/LoopTimer.h"
-#include "SocketFile.h"
 
 namespace fabric::host {
+
+/// Connects without blocking. Returns 0 or a positive error number: EAGAIN if the service's accept
+/// queue is full.
+int connectTo(const std::string& path, boost::asio::local::stream_protocol::socket& socket);
 
 /// Accepts connections at a Unix-domain socket. Use it on the loop's thread only.
 class SocketListener : public std::enable_shared_from_this<SocketListener>
@@ -20,10 +25,13 @@ class SocketListener : public std::enable_shared_from_this<SocketListener>
 public:
     using Socket = boost::asio::local::stream_protocol::socket;
 
-    /// Listens from now on. After start() each connection is passed to `accepted`, which may throw.
-    /// Throws std::runtime_error as SocketFile does.
+    /// Listens at `path`, for this user only. After start() each connection is passed to
+    /// `accepted`, which may throw. The directory must exist. A stale socket is replaced; a socket
+    /// in use, or a file that is not a socket, is left alone. Throws std::runtime_error that names
+    /// the path and the cause.
     SocketListener(boost::asio::io_context& loop, const std::string& path,
                    std::function<void(Socket)> accepted);
+    ~SocketListener() { removeFile(); }
 
     /// Call it once; a shared_ptr must own the listener.
     void start() { awaitConnection(); }
@@ -37,14 +45,18 @@ public:
     void close();
 
 private:
+    int listen();
+    void removeFile() noexcept;
     void awaitConnection();
     bool accept();
     void failed(int error);
 
     boost::asio::io_context& loop_;
+    const std::string path_;
     const std::function<void(Socket)> accepted_;
     boost::asio::local::stream_protocol::acceptor acceptor_;
-    std::unique_ptr<SocketFile> file_;
+    dev_t device_ = 0; ///< identifies the socket's file, like the next
+    ino_t inode_ = 0;  ///< 0 once the file has been removed
     OperationMemory memory_;
     LoopTimer retry_;
     RateLimitedLog errorLog_;
