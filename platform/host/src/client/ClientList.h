@@ -10,7 +10,7 @@
 
 #include <fabric/ClientInterface.h>
 
-#include "../base/LoopTask.h"
+#include "../base/Loop.h"
 
 namespace fabric::host {
 

@@ -22,7 +22,7 @@
 
 #include "../base/Guarded.h"
 #include "../base/Log.h"
-#include "../base/LoopTask.h"
+#include "../base/Loop.h"
 #include "ClientList.h"
 #include "HandlerRegistry.h"
 

@@ -20,8 +20,7 @@
 
 #include "../base/Guarded.h"
 #include "../base/Log.h"
-#include "../base/LoopTask.h"
-#include "../base/LoopTimer.h"
+#include "../base/Loop.h"
 #include "../transport/MemoryStream.h"
 #include "../transport/SocketListener.h"
 #include "../transport/SocketStream.h"

@@ -9,7 +9,7 @@
 
 #include <fabric-host/Link.h>
 
-#include "../base/LoopTask.h"
+#include "../base/Loop.h"
 
 namespace fabric::host {
 

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cerrno>
+#include <functional>
 #include <mutex>
 #include <new>
 #include <utility>
@@ -24,25 +25,15 @@ constexpr std::size_t usualSize = 16 * 1024;
 /// The state of one end that the other end uses, too.
 struct MemoryStream::Side
 {
-    /// Locks a mutex of its own, so that the woken thread need not wait for one that the sender
-    /// still holds.
-    void wake() noexcept
-    {
-        const std::lock_guard<std::mutex> lock(wakeMutex);
-        if (turn)
-            turn->schedule();
-    }
+    std::function<void()> wake = [] {}; ///< schedules this end's turn
 
-    std::mutex mutex; ///< guards the members up to `reason`
+    std::mutex mutex; ///< guards the members below
     FrameBytes bytes; ///< consecutive frames for this end
     std::size_t frames = 0;
     bool senderWaits = false; ///< for this end to read
     bool closed = false;      ///< nothing more will be sent to this end
     bool refused = false;     ///< this end accepts nothing more
     int reason = 0;           ///< why it was closed
-
-    std::mutex wakeMutex;
-    LoopTask* turn = nullptr; ///< guarded by wakeMutex; null once this end has closed
 };
 
 std::pair<std::shared_ptr<FrameStream>, std::shared_ptr<FrameStream>>
@@ -58,7 +49,7 @@ MemoryStream::MemoryStream(boost::asio::io_context& loop, std::shared_ptr<void> 
                            Side& other)
     : FrameStream(loop), sides_(std::move(sides)), here_(here), other_(other)
 {
-    here_.turn = &turn_;
+    here_.wake = turn_.scheduler();
 }
 
 MemoryStream::~MemoryStream() { MemoryStream::close(0); }
@@ -137,10 +128,6 @@ bool MemoryStream::isCongested()
 void MemoryStream::close(int reason)
 {
     open_ = false;
-    {
-        const std::lock_guard<std::mutex> lock(here_.wakeMutex);
-        here_.turn = nullptr;
-    }
     {
         const std::lock_guard<std::mutex> lock(here_.mutex);
         here_.refused = true;

@@ -11,7 +11,7 @@
 #include <boost/asio/local/stream_protocol.hpp>
 
 #include "../base/Log.h"
-#include "../base/LoopTimer.h"
+#include "../base/Loop.h"
 
 namespace fabric::host {
 

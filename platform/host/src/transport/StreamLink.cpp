@@ -11,7 +11,7 @@
 
 #include "../base/Guarded.h"
 #include "../base/Log.h"
-#include "../base/LoopTimer.h"
+#include "../base/Loop.h"
 
 namespace fabric::host {
 namespace {
