@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <bitset>
 #include <cerrno>
 #include <charconv>
 #include <cstdarg>
@@ -17,9 +18,11 @@
 #include <cstdlib>
 #include <mutex>
 #include <new>
+#include <optional>
 #include <stdexcept>
 #include <string_view>
 #include <system_error>
+#include <utility>
 
 #include "Guarded.h"
 
@@ -27,10 +30,10 @@ namespace fabric::host {
 namespace {
 
 constexpr std::uint32_t hostCategory = 204;
-constexpr std::size_t categories = 0x10000;
+constexpr std::uint32_t everyCategory = 0x10000; ///< `*`
 
 /// A category's lines are enabled if their level is below its limit; 0 disables all.
-std::atomic<std::uint32_t> limits[categories];
+std::atomic<std::uint32_t> limits[everyCategory + 1];
 
 struct Sink
 {
@@ -47,57 +50,53 @@ Sink& sink() noexcept
     return theSink;
 }
 
-/// Reads a decimal 16-bit number. Returns false if `text` is not one.
-bool readNumber(std::string_view text, std::uint32_t& number) noexcept
+/// A category and its limit.
+using Switch = std::pair<std::uint32_t, std::uint32_t>;
+
+/// Reads "CATEGORY:LEVEL", two 16-bit numbers.
+std::optional<Switch> readSwitch(std::string_view part) noexcept
 {
-    const char* const end = text.data() + text.size();
-    const auto [rest, error] = std::from_chars(text.data(), end, number);
-    return error == std::errc() && rest == end && number <= 0xffff;
+    const char* const start = part.data();
+    const char* const end = start + part.size();
+    const bool every = part.substr(0, 1) == "*";
+    std::uint16_t category = 0;
+    std::uint16_t level = 0;
+    const auto name = every ? std::from_chars_result{start + 1, std::errc()}
+                            : std::from_chars(start, end, category);
+    if (name.ec != std::errc() || name.ptr == end || *name.ptr != ':')
+        return std::nullopt;
+    const auto rest = std::from_chars(name.ptr + 1, end, level);
+    if (rest.ec != std::errc() || rest.ptr != end)
+        return std::nullopt;
+    return Switch(every ? everyCategory : category, level + 1U);
 }
 
-/// Calls `take` with the category, which may be `*`, and the limit of each switch in `text`, and
-/// `unreadable` with each invalid entry. Does not allocate, since debug lines also report a lack
-/// of memory.
-template <typename Take, typename Unreadable>
-void forEachSwitch(std::string_view text, Take take, Unreadable unreadable)
+/// Calls `visit` with each entry of `text` as it is and as it was read. Does not allocate, since
+/// debug lines also report a lack of memory.
+template <typename Visit>
+void forEachSwitch(std::string_view text, Visit visit)
 {
     while (!text.empty()) {
         const std::string_view part = text.substr(0, text.find(','));
         text.remove_prefix(std::min(part.size() + 1, text.size()));
-        const std::string_view category = part.substr(0, part.find(':'));
-        std::uint32_t level = 0;
-        std::uint32_t ignored = 0;
-        if (category.size() < part.size() && readNumber(part.substr(category.size() + 1), level) &&
-            (category == "*" || readNumber(category, ignored)))
-            take(category, level + 1);
-        else
-            unreadable(part);
+        visit(part, readSwitch(part));
     }
 }
 
-/// Lets the switch of a single category override `*`, in any order.
-template <typename Unreadable>
-void setLimits(std::string_view switches, Unreadable unreadable)
+/// Ignores invalid entries. The switch of a single category overrides `*`, in any order.
+void setLimits(std::string_view switches) noexcept
 {
-    std::uint32_t everywhere = 0;
-    forEachSwitch(
-        switches,
-        [&](std::string_view category, std::uint32_t limit) {
-            if (category == "*")
-                everywhere = limit;
-        },
-        unreadable);
-    for (std::atomic<std::uint32_t>& each : limits)
-        if (each.load(std::memory_order_relaxed) != everywhere) // keeps untouched memory untouched
-            each.store(everywhere, std::memory_order_relaxed);
-    forEachSwitch(
-        switches,
-        [](std::string_view category, std::uint32_t limit) {
-            std::uint32_t number = 0;
-            if (readNumber(category, number))
-                limits[number].store(limit, std::memory_order_relaxed);
-        },
-        [](std::string_view) {});
+    std::bitset<everyCategory + 1> given;
+    forEachSwitch(switches, [&](std::string_view, const std::optional<Switch>& read) {
+        if (read) {
+            limits[read->first].store(read->second, std::memory_order_relaxed);
+            given.set(read->first);
+        }
+    });
+    const std::uint32_t everywhere = given[everyCategory] ? limits[everyCategory].load() : 0;
+    for (std::size_t i = 0; i < everyCategory; ++i) // keeps untouched memory untouched
+        if (!given[i] && limits[i].load(std::memory_order_relaxed) != everywhere)
+            limits[i].store(everywhere, std::memory_order_relaxed);
 }
 
 /// Defers thread cancellation: it unwinds the stack, which would terminate a noexcept caller.
@@ -120,12 +119,14 @@ void readEnvironment() noexcept
     static const bool done = [] {
         const Uncancelled complaining;
         const char* const text = std::getenv("NUB_DEBUG");
-        setLimits(text ? text : "", [](std::string_view part) {
+        setLimits(text ? text : "");
+        forEachSwitch(text ? text : "", [](std::string_view part, const auto& read) {
             const auto complain = [&] {
                 std::fprintf(stderr, "NUB_DEBUG: cannot read '%s', expected CATEGORY:LEVEL\n",
                              printable(std::string(part)).c_str());
             };
-            callGuarded(complain, [](const char*) {}); // without memory, stay silent
+            if (!read)
+                callGuarded(complain, [](const char*) {}); // without memory, stay silent
         });
         return true;
     }();
@@ -179,21 +180,17 @@ void format(std::uint32_t code, const char* form, std::va_list arguments)
     const int savedError = errno;
     std::va_list again;
     va_copy(again, arguments);
-    std::array<char, 512> shortLine;
-    const int needed = std::vsnprintf(shortLine.data(), shortLine.size(), form, arguments);
-    const std::size_t length =
-        static_cast<std::size_t>(std::max(needed, 0)); // negative for an invalid format
-    if (length >= shortLine.size()) {
-        if (char* const longLine = static_cast<char*>(std::malloc(length + 1))) {
-            std::vsnprintf(longLine, length + 1, form, again);
-            writeLine(code, {longLine, length});
-            std::free(longLine);
-        } else {
-            shortLine[shortLine.size() - 2] = '\n';
-            writeLine(code, {shortLine.data(), shortLine.size() - 1});
-        }
-    } else if (length > 0) {
-        writeLine(code, {shortLine.data(), length});
+    std::array<char, 512> start;
+    const int length = std::vsnprintf(start.data(), start.size(), form, arguments);
+    if (length >= static_cast<int>(start.size())) {
+        start[start.size() - 2] = '\n';
+        char* whole = nullptr;
+        const bool complete = ::vasprintf(&whole, form, again) == length;
+        writeLine(code, complete ? whole : start.data());
+        if (complete)
+            std::free(whole);
+    } else if (length > 0) { // it is negative for an invalid format
+        writeLine(code, start.data());
     }
     va_end(again);
     errno = savedError;
@@ -212,10 +209,12 @@ void setDebugSink(DebugSink newSink)
 void setDebugSwitches(const std::string& switches)
 {
     readEnvironment(); // a later first reading would undo this
-    setLimits(switches, [](std::string_view part) {
-        throw std::invalid_argument("debug switches: cannot read '" + std::string(part) +
-                                    "', expected CATEGORY:LEVEL");
+    forEachSwitch(switches, [](std::string_view part, const auto& read) {
+        if (!read)
+            throw std::invalid_argument("debug switches: cannot read '" + std::string(part) +
+                                        "', expected CATEGORY:LEVEL");
     });
+    setLimits(switches);
 }
 
 void log(LogLevel level, const char* form, ...) noexcept
