@@ -110,16 +110,13 @@ inline std::uint32_t kindAndVersion(std::uint8_t kind) noexcept
     return std::uint32_t{kind} << 24 | std::uint32_t{frameVersion} << 16;
 }
 
-/// Checks a frame's length, version and reserved bytes, but not its body.
-bool isFrame(FrameView frame) noexcept
-{
-    return isFrameLength(frame.size) && lengthOfFrame(frame.data) == frame.size &&
-           endian::load_big_u32(frame.data + 16) == kindAndVersion(frame.data[16]);
-}
-
-/// Describes why isFrame() rejects a frame.
+/// Checks a frame's length, version and reserved bytes, but not its body. Returns an empty text if
+/// they are valid.
 std::string headerFault(FrameView frame)
 {
+    if (isFrameLength(frame.size) && lengthOfFrame(frame.data) == frame.size &&
+        endian::load_big_u32(frame.data + 16) == kindAndVersion(frame.data[16]))
+        return {};
     const std::string start = "frame of " + std::to_string(frame.size) + " bytes ";
     if (frame.size < sizeof(std::uint32_t))
         return start + "is shorter than a header";
@@ -209,10 +206,9 @@ int encodeFrame(const SerializableMessageEvent& event, const MessageCatalogue& c
 std::unique_ptr<SerializableMessageEvent>
 decodeFrame(FrameView frame, const MessageCatalogue& catalogue, std::string& reason)
 {
-    if (!isFrame(frame)) {
-        reason = headerFault(frame);
+    reason = headerFault(frame);
+    if (!reason.empty())
         return nullptr;
-    }
 
     const std::uint8_t* const header = frame.data;
     const MsgMeta meta = {endian::load_big_u32(header + 4), endian::load_big_u32(header + 8),
