@@ -62,21 +62,25 @@ std::uint32_t newOriginId()
 
 } // namespace
 
-/// Implements the session. The application and the component are thin fronts of it.
-class Session::Impl final : public ServiceInterface, private LinkListener
+/// Implements the session and its application.
+class Session::Impl final : private StateHolder,
+                            public AbstractApplication,
+                            public ServiceInterface,
+                            private LinkListener
 {
 public:
     Impl(std::unique_ptr<Link> link, const MessageCatalogue& catalogue);
     ~Impl() override;
 
+    int addEventHandler(const MsgMeta& key, int flags, const EventHandler& handler) override
+    {
+        return addEventHandler(Receiver::application, key, flags, handler);
+    }
+    int sendEvent(MsgIds& ids, int flags, SerializableMessageEvent* event) override;
     std::uint32_t getServiceId() override { return catalogue_.serviceId; }
-
-    Impl(const Impl&) = delete;
-    Impl& operator=(const Impl&) = delete;
 
 private:
     friend class Session;
-    class Application;
     class Component;
 
     /// Requests of other threads to the loop. disconnect() cancels a pending connect().
@@ -94,7 +98,6 @@ private:
 
     int addEventHandler(Receiver receiver, const MsgMeta& key, int flags,
                         const EventHandler& handler);
-    int sendEvent(MsgIds& ids, int flags, std::unique_ptr<SerializableMessageEvent> event);
 
     void request(void (*change)(Impl& session)) noexcept;
     void handleRequests();
@@ -102,8 +105,7 @@ private:
     void closeLink();
     void reportDown(int reason);
 
-    std::string commandFault(int flags, const SerializableMessageEvent* event) const;
-    int encodeAndSend(MsgIds& ids, const SerializableMessageEvent& event);
+    int encode(int flags, SerializableMessageEvent* event, FrameBytes& frame, std::string& fault);
 
     bool onDispatchThread() const noexcept;
     void dispatch();
@@ -120,7 +122,6 @@ private:
     std::atomic<std::size_t> framesRefused_{0};
     std::atomic<std::size_t> messagesUnhandled_{0};
 
-    StateHolder stateHolder_;
     HandlerRegistry handlers_;
     ClientList clients_{handleRequests_};
 
@@ -137,29 +138,8 @@ private:
     std::atomic<bool> closed_{false}; // from disconnect() until the link is up again
     LoopTask handleRequests_{loop_, [this] { handleRequests(); }};
 
-    // Declared after the members they use.
-    const std::unique_ptr<AbstractApplication> application_;
     const std::unique_ptr<AbstractComponent> component_;
     std::thread dispatcher_; // last: it uses everything above
-};
-
-class Session::Impl::Application : public AbstractApplication
-{
-public:
-    explicit Application(Impl& owner) : AbstractApplication(owner.stateHolder_), session_(owner) {}
-
-    int addEventHandler(const MsgMeta& key, int flags, const EventHandler& handler) override
-    {
-        return session_.addEventHandler(Receiver::application, key, flags, handler);
-    }
-
-    int sendEvent(MsgIds& ids, int flags, SerializableMessageEvent* event) override
-    {
-        return session_.sendEvent(ids, flags, std::unique_ptr<SerializableMessageEvent>(event));
-    }
-
-private:
-    Impl& session_;
 };
 
 class Session::Impl::Component : public AbstractComponent
@@ -182,9 +162,9 @@ private:
 };
 
 Session::Impl::Impl(std::unique_ptr<Link> link, const MessageCatalogue& catalogue)
-    : catalogue_(catalogue),
+    : AbstractApplication(static_cast<StateHolder&>(*this)),
+      catalogue_(catalogue),
       link_(std::move(link)),
-      application_(new Application(*this)),
       component_(new Component(*this)),
       dispatcher_([this] { dispatch(); })
 {
@@ -262,55 +242,48 @@ int Session::Impl::addEventHandler(Receiver receiver, const MsgMeta& key, int fl
     return handlers_.add(receiver, key, handler);
 }
 
-int Session::Impl::sendEvent(MsgIds& ids, int flags,
-                             std::unique_ptr<SerializableMessageEvent> event)
+int Session::Impl::sendEvent(MsgIds& ids, int flags, SerializableMessageEvent* event)
 {
+    const std::unique_ptr<SerializableMessageEvent> owned(event);
     ids = noIds;
     try {
-        const std::string fault = commandFault(flags, event.get());
-        if (!fault.empty()) {
+        FrameBytes frame;
+        std::string fault;
+        if (const int error = encode(flags, event, frame, fault)) {
             log(logError, "fabric-host: message not sent: %s\n", fault.c_str());
-            return -EINVAL;
+            return error;
         }
-        event->ids = {originId_, nextNumber(lastMessageId_)};
-        return encodeAndSend(ids, *event);
+        // Both are set before sending, since the reply may arrive before send() returns.
+        ids = event->ids;
+        ++framesSent_;
+        if (const int error = closed_ ? -ENOTCONN : link_->send(frame)) {
+            ids = noIds;
+            --framesSent_;
+            return error;
+        }
+        log(logMessage, "fabric-host: message %u sent: resource %u, operation %u\n",
+            event->ids.messageId, event->meta.resourceId, event->meta.operationId);
+        return 0;
     } catch (const std::bad_alloc&) {
         ids = noIds;
         return -ENOMEM;
     }
 }
 
-/// Returns an empty text for a valid command.
-std::string Session::Impl::commandFault(int flags, const SerializableMessageEvent* event) const
+/// Checks and numbers a command. Returns 0, or a negative error number with its cause in `fault`.
+int Session::Impl::encode(int flags, SerializableMessageEvent* event, FrameBytes& frame,
+                          std::string& fault)
 {
     if (flags != 0)
-        return "flags " + std::to_string(flags) + ", expected 0";
-    if (!event)
-        return "no event";
-    if (event->meta.kind != kindCommand)
-        return "not a command, kind " + std::to_string(event->meta.kind);
-    return "";
-}
-
-int Session::Impl::encodeAndSend(MsgIds& ids, const SerializableMessageEvent& event)
-{
-    FrameBytes frame;
-    std::string reason;
-    if (const int error = encodeFrame(event, catalogue_, frame, reason)) {
-        log(logError, "fabric-host: message not sent: %s\n", reason.c_str());
-        return error;
-    }
-    // Both are set before sending, since the reply may arrive before send() returns.
-    ids = event.ids;
-    ++framesSent_;
-    if (const int error = closed_ ? -ENOTCONN : link_->send(frame)) {
-        ids = noIds;
-        --framesSent_;
-        return error;
-    }
-    log(logMessage, "fabric-host: message %u sent: resource %u, operation %u\n",
-        event.ids.messageId, event.meta.resourceId, event.meta.operationId);
-    return 0;
+        fault = "flags " + std::to_string(flags) + ", expected 0";
+    else if (!event)
+        fault = "no event";
+    else if (event->meta.kind != kindCommand)
+        fault = "not a command, kind " + std::to_string(event->meta.kind);
+    if (!fault.empty())
+        return -EINVAL;
+    event->ids = {originId_, nextNumber(lastMessageId_)};
+    return encodeFrame(*event, catalogue_, frame, fault);
 }
 
 void Session::Impl::linkUp()
@@ -416,7 +389,7 @@ Session::Session(std::unique_ptr<Link> link, const MessageCatalogue& catalogue)
 
 Session::~Session() = default;
 
-AbstractApplication& Session::application() { return *impl_->application_; }
+AbstractApplication& Session::application() { return *impl_; }
 
 AbstractComponent& Session::component() { return *impl_->component_; }
 
