@@ -57,42 +57,63 @@ class ServiceHost::Impl final : private ClientSender
 {
 public:
     explicit Impl(Service& service) : service_(service) {}
-    ~Impl();
+    ~Impl() { end(); }
+
+    Impl(const Impl&) = delete;
+    Impl& operator=(const Impl&) = delete;
 
     void listen(const std::string& path);
     void run();
-    void start()
-    {
-        thread_ = std::thread([this] { run(); });
-    }
-    void stop() noexcept
-    {
-        ++stops_;
-        stop_.schedule();
-    }
-    ServiceCounters counters() const noexcept { return {framesRefused_, clientsDropped_}; }
 
     /// Returns the client's end of a new connection in memory. Throws std::bad_alloc, or
     /// std::system_error if the service has ended. Thread-safe.
     std::shared_ptr<FrameStream> connect(asio::io_context& clientLoop);
 
 private:
-    class Client;
+    friend class ServiceHost;
+    struct Client final : FrameListener
+    {
+        Client(Impl& owner, ClientId number) : host(owner), id(number) {}
+        ~Client()
+        {
+            if (stream)
+                stream->close(0);
+        }
+
+        Client(const Client&) = delete;
+        Client& operator=(const Client&) = delete;
+
+        bool mayRead() override;
+        bool frameReceived(FrameView frame) override
+        {
+            host.receive(id, frame);
+            return true; // the client of a refused frame has been dropped already
+        }
+        void turnEnded() override { host.runDue(); }
+        void ended(int reason) override { host.ended(id, reason); }
+
+        Service::TimePoint awaitedUntil(Service::TimePoint deadline);
+
+        Impl& host;
+        const ClientId id;
+        std::shared_ptr<FrameStream> stream; ///< set once nothing can fail any more
+        bool notifies = false;               ///< its last commands caused notifications of others
+        Service::TimePoint awaited = never;  ///< see awaitedUntil()
+    };
 
     void send(ClientId client, std::unique_ptr<SerializableMessageEvent> event) override;
     void drop(ClientId client, int reason) override { drop(client, reason, "by the service"); }
 
     void acceptPending();
     void welcome(const std::shared_ptr<FrameStream>& stream);
-    bool receive(ClientId client, FrameView frame);
-    bool handle(ClientId client, FrameView frame);
-    bool refuse(ClientId client, const char* reason);
+    void receive(ClientId client, FrameView frame);
     void drop(ClientId client, int reason, const char* why);
     void ended(ClientId client, int reason);
     FrameStream* remove(ClientId client);
     void reportDisconnected();
     void runDue();
     bool holdNotifiers();
+    bool finishing() const noexcept { return lingerUntil_ != never; }
     void finish();
     void end();
 
@@ -111,19 +132,18 @@ private:
     std::vector<std::shared_ptr<FrameStream>> pending_; // guarded by pendingMutex_
     bool ended_ = false;                                // likewise; true once the loop has ended
 
-    std::map<ClientId, std::unique_ptr<Client>> clients_;
-    std::map<ClientId, std::unique_ptr<Client>> disconnected_; // not yet reported to the service
+    std::map<ClientId, Client> clients_;
+    std::map<ClientId, Client> disconnected_; // not yet reported to the service
     ClientId lastClient_ = 0;
     ClientId commanding_ = 0;              // sender of the command in progress
     Service::TimePoint heldUntil_ = never; // when held clients are checked again
     FrameBytes outgoing_;                  // reused for every frame
     RateLimitedLog errorLog_;
-    std::atomic<int> stops_{0}; // calls of stop()
-    bool finishing_ = false;
+    std::atomic<int> stops_{0};              // calls of stop()
+    Service::TimePoint lingerUntil_ = never; // set by finish(); the end even if clients are left
 
     // Created when first needed: a loop without timers and sockets wakes up faster.
     std::optional<LoopTimer> due_;
-    std::optional<LoopTimer> linger_;
     Service::TimePoint untimed_ = never; // next runDue() if no timer could be created
     LoopTask reportDisconnected_{loop_, [this] { reportDisconnected(); }};
     LoopTask acceptPending_{loop_, [this] { acceptPending(); }};
@@ -131,69 +151,25 @@ private:
     std::thread thread_; // last: it uses everything above
 };
 
-class ServiceHost::Impl::Client final : public FrameListener
-{
-public:
-    Client(Impl& host, ClientId id) : host_(host), id_(id) {}
-    ~Client()
-    {
-        if (stream_)
-            stream_->close(0);
-    }
-
-    /// Once, when nothing can keep the client from being served any more.
-    void setStream(std::shared_ptr<FrameStream> stream) noexcept { stream_ = std::move(stream); }
-    FrameStream& stream() noexcept { return *stream_; }
-
-    bool mayRead() override;
-    Service::TimePoint awaitedUntil(Service::TimePoint deadline);
-    void setNotifies() noexcept { notifies_ = true; }
-    void resume() noexcept
-    {
-        if (notifies_)
-            stream_->resume();
-    }
-    bool frameReceived(FrameView frame) override { return host_.receive(id_, frame); }
-    void turnEnded() override { host_.runDue(); }
-    void ended(int reason) override { host_.ended(id_, reason); }
-
-private:
-    Impl& host_;
-    const ClientId id_;
-    std::shared_ptr<FrameStream> stream_;
-    bool notifies_ = false;
-    Service::TimePoint awaitedUntil_ = never;
-};
-
 /// Makes a client whose commands notify others faster than they read wait for them.
 bool ServiceHost::Impl::Client::mayRead()
 {
-    if (stream_->isCongested())
-        return false;      // until its replies have been read
-    awaitedUntil_ = never; // it keeps up, so no client waits for it
-    notifies_ = notifies_ && host_.holdNotifiers();
-    return !notifies_;
+    if (stream->isCongested())
+        return false; // until its replies have been read
+    awaited = never;  // it keeps up, so no client waits for it
+    notifies = notifies && host.holdNotifiers();
+    return !notifies;
 }
 
 /// Returns the time until which clients that notify this one wait for it to read: `never` if it
 /// keeps up, and a past time if it did not read in time. `deadline` is for one that no longer does.
 Service::TimePoint ServiceHost::Impl::Client::awaitedUntil(Service::TimePoint deadline)
 {
-    if (!stream_->isCongested())
-        awaitedUntil_ = never;
-    else if (awaitedUntil_ == never)
-        awaitedUntil_ = deadline;
-    return awaitedUntil_;
-}
-
-ServiceHost::Impl::~Impl()
-{
-    if (thread_.joinable()) {
-        if (stops_ == 0)
-            stop();
-        thread_.join();
-    }
-    end();
+    if (!stream->isCongested())
+        awaited = never;
+    else if (awaited == never)
+        awaited = deadline;
+    return awaited;
 }
 
 void ServiceHost::Impl::listen(const std::string& path)
@@ -267,15 +243,15 @@ void ServiceHost::Impl::acceptPending()
 
 void ServiceHost::Impl::welcome(const std::shared_ptr<FrameStream>& stream)
 {
-    if (finishing_)
+    if (finishing())
         return stream->close(0);
     if (clients_.size() >= maxClients) {
         errorLog_.log("client refused", "there are 256 already");
         return stream->close(ECONNREFUSED);
     }
     const ClientId id = ++lastClient_;
-    Client& client = *clients_.emplace(id, std::make_unique<Client>(*this, id)).first->second;
-    client.setStream(stream);
+    Client& client = clients_.try_emplace(id, *this, id).first->second;
+    client.stream = stream;
     if (const int error = callService("clientConnected", [&] { service_.clientConnected(id); }))
         drop(id, error, "by the service");
     if (stream->isOpen())
@@ -283,25 +259,22 @@ void ServiceHost::Impl::welcome(const std::shared_ptr<FrameStream>& stream)
     runDue();
 }
 
-bool ServiceHost::Impl::receive(ClientId client, FrameView frame)
-{
-    bool accepted = false;
-    if (!callGuarded([&] { accepted = handle(client, frame); }, [](const char*) {}))
-        drop(client, ENOMEM, "out of memory");
-    else if (!accepted)
-        drop(client, EBADMSG, "its frame was refused");
-    return true; // the client of a refused frame has been dropped already
-}
-
-bool ServiceHost::Impl::handle(ClientId client, FrameView frame)
+void ServiceHost::Impl::receive(ClientId client, FrameView frame)
 {
     std::string reason;
-    const std::unique_ptr<SerializableMessageEvent> command =
-        decodeFrame(frame, service_.catalogue(), reason);
-    if (!command)
-        return refuse(client, reason.c_str());
-    if (command->meta.kind != kindCommand)
-        return refuse(client, "not a command");
+    std::unique_ptr<SerializableMessageEvent> command;
+    const auto decode = [&] {
+        command = decodeFrame(frame, service_.catalogue(), reason);
+        if (command && command->meta.kind != kindCommand)
+            reason = "not a command";
+    };
+    if (!callGuarded(decode, [](const char*) {}))
+        return drop(client, ENOMEM, "out of memory");
+    if (!reason.empty()) {
+        ++framesRefused_;
+        log(logError, "fabric-host: frame of client %u refused: %s\n", client, reason.c_str());
+        return drop(client, EBADMSG, "its frame was refused");
+    }
     log(logMessage, "fabric-host: command of client %u: resource %u, operation %u\n", client,
         command->meta.resourceId, command->meta.operationId);
     commanding_ = client;
@@ -310,15 +283,6 @@ bool ServiceHost::Impl::handle(ClientId client, FrameView frame)
     commanding_ = 0;
     if (error == ENOMEM)
         drop(client, ENOMEM, "out of memory"); // or it would wait for a reply in vain
-    return true;
-}
-
-/// Always returns false.
-bool ServiceHost::Impl::refuse(ClientId client, const char* reason)
-{
-    ++framesRefused_;
-    log(logError, "fabric-host: frame of client %u refused: %s\n", client, reason);
-    return false;
 }
 
 void ServiceHost::Impl::send(ClientId client, std::unique_ptr<SerializableMessageEvent> event)
@@ -341,8 +305,8 @@ void ServiceHost::Impl::send(ClientId client, std::unique_ptr<SerializableMessag
     }
     const auto sender = client == commanding_ ? clients_.end() : clients_.find(commanding_);
     if (sender != clients_.end())
-        sender->second->setNotifies();
-    const int error = found->second->stream().send(outgoing_);
+        sender->second.notifies = true;
+    const int error = found->second.stream->send(outgoing_);
     if (error == -EAGAIN)
         drop(client, ENOBUFS, "it does not read");
     else if (error == -ENOMEM)
@@ -375,10 +339,10 @@ FrameStream* ServiceHost::Impl::remove(ClientId client)
     auto node = clients_.extract(client);
     if (node.empty())
         return nullptr;
-    FrameStream& stream = node.mapped()->stream();
+    FrameStream* const stream = node.mapped().stream.get();
     disconnected_.insert(std::move(node));
     reportDisconnected_.schedule();
-    return &stream;
+    return stream;
 }
 
 void ServiceHost::Impl::reportDisconnected()
@@ -388,18 +352,20 @@ void ServiceHost::Impl::reportDisconnected()
         callService("clientDisconnected", [&] { service_.clientDisconnected(node.key()); });
     }
     runDue();
-    if (finishing_ && clients_.empty())
+    if (finishing() && clients_.empty())
         loop_.stop();
 }
 
 void ServiceHost::Impl::runDue()
 {
+    if (finishing() && Service::TimePoint::clock::now() >= lingerUntil_)
+        return loop_.stop();
     Service::TimePoint next = never;
     if (callService("runDue", [&] { next = service_.runDue(); }) != 0)
         next = Service::TimePoint::clock::now() + retryAfter;
     if (heldUntil_ != never)
         holdNotifiers();
-    next = std::min(next, heldUntil_);
+    next = std::min({next, heldUntil_, lingerUntil_});
     if (!due_ && next == never)
         return;
     const auto set = [&] {
@@ -419,30 +385,25 @@ bool ServiceHost::Impl::holdNotifiers()
     const auto now = Service::TimePoint::clock::now();
     const auto before = std::exchange(heldUntil_, never);
     const auto deadline = before != never ? before : now + patience; // all readers share one
-    for (const auto& [id, reader] : clients_)
-        if (const auto until = reader->awaitedUntil(deadline); until > now)
+    for (auto& [id, reader] : clients_)
+        if (const auto until = reader.awaitedUntil(deadline); until > now)
             heldUntil_ = std::min(heldUntil_, until);
     if (before != never && heldUntil_ == never)
         for (const auto& [id, client] : clients_)
-            client->resume();
+            if (client.notifies)
+                client.stream->resume();
     return heldUntil_ != never;
 }
 
 void ServiceHost::Impl::finish()
 {
-    if (finishing_ || stops_ > 1)
+    if (finishing() || stops_ > 1)
         return loop_.stop();
     if (listener_)
         listener_->finish();
-    finishing_ = true;
     for (const auto& [id, client] : clients_)
-        client->stream().shutdownSend();
-    const auto linger = [this] {
-        linger_.emplace(loop_, [this] { loop_.stop(); });
-        linger_->expireAfter(lingerTimeout);
-    };
-    if (!callGuarded(linger, [](const char*) {}))
-        return loop_.stop();
+        client.stream->shutdownSend();
+    lingerUntil_ = Service::TimePoint::clock::now() + lingerTimeout;
     reportDisconnected_.schedule();
 }
 
@@ -468,16 +429,33 @@ std::unique_ptr<Link> newMemoryLink(std::shared_ptr<ServiceHost> host)
 
 ServiceHost::ServiceHost(Service& service) : impl_(new Impl(service)) {}
 
-ServiceHost::~ServiceHost() = default;
+ServiceHost::~ServiceHost()
+{
+    if (!impl_->thread_.joinable())
+        return;
+    if (impl_->stops_ == 0)
+        stop();
+    impl_->thread_.join();
+}
 
 void ServiceHost::listen(const std::string& path) { impl_->listen(path); }
 
 void ServiceHost::run() { impl_->run(); }
 
-void ServiceHost::start() { impl_->start(); }
+void ServiceHost::start()
+{
+    impl_->thread_ = std::thread([this] { run(); });
+}
 
-void ServiceHost::stop() noexcept { impl_->stop(); }
+void ServiceHost::stop() noexcept
+{
+    ++impl_->stops_;
+    impl_->stop_.schedule();
+}
 
-ServiceCounters ServiceHost::counters() const noexcept { return impl_->counters(); }
+ServiceCounters ServiceHost::counters() const noexcept
+{
+    return {impl_->framesRefused_, impl_->clientsDropped_};
+}
 
 } // namespace fabric::host
