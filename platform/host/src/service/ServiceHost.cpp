@@ -20,11 +20,7 @@
 
 #include "../base/Guarded.h"
 #include "../base/Log.h"
-#include "../base/Loop.h"
-#include "../transport/MemoryStream.h"
-#include "../transport/SocketListener.h"
-#include "../transport/SocketStream.h"
-#include "../transport/StreamLink.h"
+#include "../transport/SocketPath.h"
 
 namespace fabric::host {
 namespace {
@@ -174,10 +170,10 @@ Service::TimePoint ServiceHost::Impl::Client::awaitedUntil(Service::TimePoint de
 
 void ServiceHost::Impl::listen(const std::string& path)
 {
-    listener_ = std::make_shared<SocketListener>(loop_, path, [this](SocketStream::Socket socket) {
+    listener_ = std::make_shared<SocketListener>(loop_, path, [this](Socket socket) {
         boost::system::error_code ignored; // the default size works, too
         socket.set_option(asio::socket_base::send_buffer_size(sendBuffer), ignored);
-        welcome(std::make_shared<SocketStream>(loop_, std::move(socket)));
+        welcome(newSocketStream(loop_, std::move(socket)));
     });
     listener_->start();
 }
@@ -217,7 +213,7 @@ void ServiceHost::Impl::end()
 
 std::shared_ptr<FrameStream> ServiceHost::Impl::connect(asio::io_context& clientLoop)
 {
-    const auto [client, service] = MemoryStream::newPair(clientLoop, loop_);
+    const auto [client, service] = newMemoryStreams(clientLoop, loop_);
     const std::lock_guard<std::mutex> lock(pendingMutex_);
     if (ended_)
         throw std::system_error(ECONNREFUSED, std::generic_category(), "the service has ended");

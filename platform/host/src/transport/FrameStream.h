@@ -3,9 +3,12 @@
 
 #include <chrono>
 #include <cstddef>
+#include <functional>
 #include <memory>
+#include <utility>
 
 #include <boost/asio/io_context.hpp>
+#include <boost/asio/local/stream_protocol.hpp>
 
 #include <fabric-host/Link.h>
 
@@ -106,6 +109,22 @@ protected:
 private:
     FrameListener* listener_ = nullptr;
 };
+
+using Socket = boost::asio::local::stream_protocol::socket;
+
+std::shared_ptr<FrameStream> newSocketStream(boost::asio::io_context& loop, Socket connected);
+
+/// Creates the two ends of a connection in memory: the client's and the service's. Thread-safe.
+/// The caller may destroy an end on this thread until either has sent something.
+std::pair<std::shared_ptr<FrameStream>, std::shared_ptr<FrameStream>>
+newMemoryStreams(boost::asio::io_context& clientLoop, boost::asio::io_context& serviceLoop);
+
+/// Connects to a service. Throws std::bad_alloc or std::system_error.
+using Connector = std::function<std::shared_ptr<FrameStream>(boost::asio::io_context& loop)>;
+
+/// Creates a link over the streams of a connector. A link that `reconnects` does so for as long as
+/// it is open.
+std::unique_ptr<Link> newStreamLink(Connector connector, bool reconnects);
 
 } // namespace fabric::host
 

@@ -1,5 +1,3 @@
-#include "MemoryStream.h"
-
 #include <fabric-host/Frame.h>
 
 #include <array>
@@ -8,6 +6,8 @@
 #include <mutex>
 #include <new>
 #include <utility>
+
+#include "FrameStream.h"
 
 namespace fabric::host {
 namespace {
@@ -20,10 +20,8 @@ constexpr std::size_t congestedBytes = maxQueuedBytes / 2;
 /// A larger buffer is freed after a burst; a few frames at a time fit easily in this size.
 constexpr std::size_t usualSize = 16 * 1024;
 
-} // namespace
-
 /// The state of one end that the other end uses, too.
-struct MemoryStream::Side
+struct Side
 {
     std::function<void()> wake = [] {}; ///< schedules this end's turn
 
@@ -36,23 +34,40 @@ struct MemoryStream::Side
     int reason = 0;           ///< why it was closed
 };
 
-std::pair<std::shared_ptr<FrameStream>, std::shared_ptr<FrameStream>>
-MemoryStream::newPair(boost::asio::io_context& clientLoop, boost::asio::io_context& serviceLoop)
+/// Carries frames between two threads of this process.
+class MemoryStream final : public FrameStream
 {
-    const auto sides = std::make_shared<std::array<Side, 2>>();
-    auto& [client, service] = *sides;
-    return {std::make_shared<MemoryStream>(clientLoop, sides, client, service),
-            std::make_shared<MemoryStream>(serviceLoop, sides, service, client)};
-}
+public:
+    MemoryStream(boost::asio::io_context& loop, std::shared_ptr<void> sides, Side& here,
+                 Side& other)
+        : FrameStream(loop), sides_(std::move(sides)), here_(here), other_(other)
+    {
+        here_.wake = turn_.scheduler();
+    }
+    ~MemoryStream() override { MemoryStream::close(0); }
 
-MemoryStream::MemoryStream(boost::asio::io_context& loop, std::shared_ptr<void> sides, Side& here,
-                           Side& other)
-    : FrameStream(loop), sides_(std::move(sides)), here_(here), other_(other)
-{
-    here_.wake = turn_.scheduler();
-}
+    int send(FrameView frame) override;
+    void shutdownSend() override { closeSending(0); }
+    /// Nothing needs sending: frames stay in memory until the other end reads them.
+    std::size_t drain() override { return 0; }
+    void close(int reason) override;
+    bool isCongested() override;
+    bool isOpen() const noexcept override { return open_; }
 
-MemoryStream::~MemoryStream() { MemoryStream::close(0); }
+private:
+    bool nextFrame(FrameView& frame) override;
+    void awaitInput() override;
+
+    bool takeQueued();
+    void closeSending(int reason);
+
+    const std::shared_ptr<void> sides_; ///< keeps the next two alive
+    Side& here_;
+    Side& other_;
+    bool open_ = true;
+    FrameBytes taken_; ///< received frames, swapped out of the channel
+    std::size_t begin_ = 0;
+};
 
 int MemoryStream::send(FrameView frame)
 {
@@ -147,6 +162,17 @@ void MemoryStream::closeSending(int reason)
         other_.reason = reason;
     }
     other_.wake();
+}
+
+} // namespace
+
+std::pair<std::shared_ptr<FrameStream>, std::shared_ptr<FrameStream>>
+newMemoryStreams(boost::asio::io_context& clientLoop, boost::asio::io_context& serviceLoop)
+{
+    const auto sides = std::make_shared<std::array<Side, 2>>();
+    auto& [client, service] = *sides;
+    return {std::make_shared<MemoryStream>(clientLoop, sides, client, service),
+            std::make_shared<MemoryStream>(serviceLoop, sides, service, client)};
 }
 
 } // namespace fabric::host

@@ -1,5 +1,3 @@
-#include "SocketStream.h"
-
 #include <fabric-host/Frame.h>
 
 #include <poll.h>
@@ -7,13 +5,17 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <mutex>
 #include <new>
 #include <utility>
 
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/error.hpp>
+
+#include "FrameStream.h"
 
 namespace fabric::host {
 namespace {
@@ -23,15 +25,67 @@ namespace asio = boost::asio;
 /// Holds many frames of typical size; the buffer grows for as long as a longer one needs it.
 constexpr std::size_t usualSize = 4096;
 
-} // namespace
-
-SocketStream::SocketStream(asio::io_context& loop, Socket connected)
-    : FrameStream(loop),
-      socket_(std::move(connected)),
-      input_(usualSize),
-      awaitRoom_(loop, [this] { awaitRoom(); })
+/// Carries frames over a socket.
+class SocketStream final : public FrameStream
 {
-}
+public:
+    SocketStream(asio::io_context& loop, Socket connected)
+        : FrameStream(loop),
+          socket_(std::move(connected)),
+          input_(usualSize),
+          awaitRoom_(loop, [this] { awaitRoom(); })
+    {
+    }
+
+    int send(FrameView frame) override;
+    void shutdownSend() override;
+    std::size_t drain() override;
+    void close(int reason) override;
+    bool isCongested() override;
+    bool isOpen() const noexcept override { return state_ != State::closed; }
+
+private:
+    enum class State
+    {
+        open,
+        finishing, ///< sends what is queued, but accepts no more
+        failed,    ///< does not send, but reads what has already arrived
+        closed
+    };
+
+    bool nextFrame(FrameView& frame) override;
+    void awaitInput() override;
+
+    void received(const boost::system::error_code& error, std::size_t count);
+    int reasonOfEnd();
+    void roomAvailable(const boost::system::error_code& error);
+    void awaitRoom();
+
+    // These need the mutex held.
+    std::size_t sendNow(const std::uint8_t* bytes, std::size_t size) noexcept;
+    bool hasRoomFor(std::size_t size) const noexcept;
+    void append(const std::uint8_t* bytes, std::size_t size);
+    void sendQueued() noexcept;
+    void fail(int error) noexcept;
+
+    Socket socket_;
+    FrameBytes input_;
+    std::size_t begin_ = 0;  ///< start of the input not yet delivered
+    std::size_t end_ = 0;    ///< end of the input
+    std::size_t wanted_ = 0; ///< bytes needed from begin_ on to continue
+    bool reading_ = false;
+    OperationMemory readMemory_;
+
+    std::mutex mutex_; ///< guards the members below and the closing of socket_
+    std::atomic<State> state_{State::open};
+    int sendError_ = 0;
+    FrameBytes queue_;     ///< frames, the first of which may be partly sent
+    std::size_t sent_ = 0; ///< bytes of queue_ already sent
+    std::size_t queuedFrames_ = 0;
+    std::size_t firstEnd_ = 0; ///< end of the first queued frame in queue_
+    OperationMemory writeMemory_;
+    LoopTask awaitRoom_; ///< waits until the socket is writable
+};
 
 bool SocketStream::nextFrame(FrameView& frame)
 {
@@ -60,7 +114,7 @@ void SocketStream::awaitInput()
     begin_ = 0;
     const std::size_t size = std::max(wanted_, usualSize);
     if (size > input_.size() || (size < input_.size() && end_ <= usualSize)) {
-        std::vector<std::uint8_t> resized(size);
+        FrameBytes resized(size);
         std::memcpy(&resized[0], &input_[0], end_);
         input_.swap(resized);
     }
@@ -161,7 +215,7 @@ void SocketStream::sendQueued() noexcept
         if (--queuedFrames_ != 0)
             firstEnd_ += lengthOfFrame(&queue_[firstEnd_]);
     if (queuedFrames_ == 0) {
-        std::vector<std::uint8_t>().swap(queue_); // frees the memory of a burst
+        FrameBytes().swap(queue_); // frees the memory of a burst
         sent_ = 0;
     } else if (sent_ > maxQueuedBytes) {
         queue_.erase(queue_.begin(), queue_.begin() + static_cast<std::ptrdiff_t>(sent_));
@@ -252,6 +306,13 @@ void SocketStream::close(int)
     ::shutdown(socket_.native_handle(), SHUT_RDWR);
     boost::system::error_code ignored;
     socket_.close(ignored);
+}
+
+} // namespace
+
+std::shared_ptr<FrameStream> newSocketStream(asio::io_context& loop, Socket connected)
+{
+    return std::make_shared<SocketStream>(loop, std::move(connected));
 }
 
 } // namespace fabric::host

@@ -1,5 +1,3 @@
-#include "StreamLink.h"
-
 #include <fabric-host/Frame.h>
 
 #include <algorithm>
@@ -11,7 +9,7 @@
 
 #include "../base/Guarded.h"
 #include "../base/Log.h"
-#include "../base/Loop.h"
+#include "FrameStream.h"
 
 namespace fabric::host {
 namespace {

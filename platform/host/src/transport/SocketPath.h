@@ -1,5 +1,5 @@
-#ifndef FABRIC_HOST_SOCKET_LISTENER_H
-#define FABRIC_HOST_SOCKET_LISTENER_H
+#ifndef FABRIC_HOST_SOCKET_PATH_H
+#define FABRIC_HOST_SOCKET_PATH_H
 
 #include <sys/types.h>
 
@@ -7,24 +7,15 @@
 #include <memory>
 #include <string>
 
-#include <boost/asio/io_context.hpp>
-#include <boost/asio/local/stream_protocol.hpp>
-
 #include "../base/Log.h"
-#include "../base/Loop.h"
+#include "FrameStream.h"
 
 namespace fabric::host {
-
-/// Connects without blocking. Returns 0 or a positive error number: EAGAIN if the service's accept
-/// queue is full.
-int connectTo(const std::string& path, boost::asio::local::stream_protocol::socket& socket);
 
 /// Accepts connections at a Unix-domain socket. Use it on the loop's thread only.
 class SocketListener : public std::enable_shared_from_this<SocketListener>
 {
 public:
-    using Socket = boost::asio::local::stream_protocol::socket;
-
     /// Listens at `path`, for this user only. After start() each connection is passed to
     /// `accepted`, which may throw. The directory must exist. A stale socket is replaced; a socket
     /// in use, or a file that is not a socket, is left alone. Throws std::runtime_error that names
@@ -54,7 +45,7 @@ private:
     boost::asio::io_context& loop_;
     const std::string path_;
     const std::function<void(Socket)> accepted_;
-    boost::asio::local::stream_protocol::acceptor acceptor_;
+    Socket::protocol_type::acceptor acceptor_;
     dev_t device_ = 0; ///< identifies the socket's file, like the next
     ino_t inode_ = 0;  ///< 0 once the file has been removed
     OperationMemory memory_;

@@ -1,4 +1,4 @@
-#include "SocketListener.h"
+#include "SocketPath.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -10,10 +10,9 @@
 #include <chrono>
 #include <cstring>
 #include <stdexcept>
+#include <system_error>
 #include <thread>
 #include <utility>
-
-#include <fabric-host/Link.h>
 
 #include "../base/Guarded.h"
 
@@ -21,7 +20,7 @@ namespace fabric::host {
 namespace {
 
 namespace asio = boost::asio;
-using Protocol = asio::local::stream_protocol;
+using Protocol = Socket::protocol_type;
 
 /// Other services hold the lock for a moment only, unless stopped while they hold it.
 constexpr std::chrono::seconds longestLock(1);
@@ -91,21 +90,40 @@ private:
     int file_ = -1;
 };
 
-/// Opens the socket close-on-exec, since a child that inherited it would keep the connection open.
-/// Returns 0 or an error number.
-template <class Socket>
-int openSocket(Socket& socket)
+/// Opens a descriptor close-on-exec, since a child that inherited it would keep the connection
+/// open.
+int newSocket() noexcept
 {
-    const int descriptor = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    return ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+}
+
+/// Hands a new descriptor over to `socket`. Throws the error that errno names if it is negative.
+template <class Any>
+void adopt(Any& socket, int descriptor)
+{
     if (descriptor < 0)
-        return errno;
+        throw std::system_error(errno, std::generic_category());
     try {
         socket.assign(Protocol(), descriptor);
-        return 0;
-    } catch (const std::exception&) {
+    } catch (...) {
         ::close(descriptor);
-        return currentError(ENOMEM);
+        throw;
     }
+}
+
+/// Connects without blocking. Throws std::system_error, with EAGAIN if the service's accept queue
+/// is full, or std::bad_alloc.
+Socket connectTo(const std::string& path, asio::io_context& loop)
+{
+    if (path.size() > longestSocketPath)
+        throw std::system_error(ENAMETOOLONG, std::generic_category());
+    const Protocol::endpoint service(path);
+    Socket socket(loop);
+    adopt(socket, newSocket());
+    // If the accept queue is full, Asio would wait for the socket and report a connection.
+    if (::connect(socket.native_handle(), service.data(), static_cast<socklen_t>(service.size())))
+        throw std::system_error(errno, std::generic_category());
+    return socket;
 }
 
 void removeStale(const std::string& path)
@@ -120,8 +138,8 @@ void removeStale(const std::string& path)
         fail(path, "is there already and is not a socket");
 
     asio::io_context io;
-    Protocol::socket probe(io);
-    const int error = connectTo(path, probe);
+    int error = 0;
+    callGuarded([&] { connectTo(path, io); }, [&](const char*) { error = currentError(ENOMEM); });
     if (error == 0 || error == EAGAIN)
         fail(path, "in use by a running service");
     if (error != ECONNREFUSED)
@@ -130,19 +148,30 @@ void removeStale(const std::string& path)
         fail(path, errno);
 }
 
+bool isTrusted(int socket, uid_t trustedUser, const std::string& path)
+{
+    ucred service = {};
+    socklen_t size = sizeof(service);
+    if (::getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &service, &size) != 0)
+        return false;
+    if (service.uid == ::geteuid() || service.uid == 0 || service.uid == trustedUser)
+        return true;
+    log(logError, "fabric-host: the service at %s runs as user %u, which is not trusted\n",
+        path.c_str(), unsigned{service.uid});
+    return false;
+}
+
 } // namespace
 
-int connectTo(const std::string& path, Protocol::socket& socket)
+std::unique_ptr<Link> newSocketLink(const std::string& path, uid_t trustedUser)
 {
-    if (path.size() > longestSocketPath)
-        return ENAMETOOLONG;
-    const Protocol::endpoint endpoint(path);
-    if (const int failure = openSocket(socket))
-        return failure;
-    // If the accept queue is full, Asio would wait for the socket and report a connection.
-    const int result =
-        ::connect(socket.native_handle(), endpoint.data(), static_cast<socklen_t>(endpoint.size()));
-    return result == 0 ? 0 : errno;
+    const auto connect = [path, trustedUser](asio::io_context& loop) {
+        Socket socket = connectTo(path, loop);
+        if (!isTrusted(socket.native_handle(), trustedUser, path))
+            throw std::system_error(EPERM, std::generic_category());
+        return newSocketStream(loop, std::move(socket));
+    };
+    return newStreamLink(connect, true);
 }
 
 SocketListener::SocketListener(asio::io_context& loop, const std::string& path,
@@ -161,8 +190,8 @@ SocketListener::SocketListener(asio::io_context& loop, const std::string& path,
 
     const PathLock lock(path_);
     removeStale(path_);
-    if (const int failure = openSocket(acceptor_))
-        fail(path_, failure);
+    callGuarded([this] { adopt(acceptor_, newSocket()); },
+                [this](const char*) { fail(path_, currentError(ENOMEM)); });
     // bind() gives the file the socket's mode, so other users can never open it.
     if (::fchmod(acceptor_.native_handle(), S_IRUSR | S_IWUSR) != 0)
         fail(path_, errno);
@@ -231,20 +260,16 @@ void SocketListener::awaitConnection()
 /// Returns false, with errno set, if there is no connection.
 bool SocketListener::accept()
 {
+    Socket socket(loop_);
     const int descriptor = ::accept4(acceptor_.native_handle(), nullptr, nullptr, SOCK_CLOEXEC);
     if (descriptor < 0)
         return false;
-    bool owned = false; // by a socket object
     const auto welcome = [&] {
-        Socket socket(loop_);
-        socket.assign(Socket::protocol_type(), descriptor);
-        owned = true;
+        adopt(socket, descriptor);
         accepted_(std::move(socket));
     };
     callGuarded(welcome,
                 [this](const char* what) { errorLog_.log("cannot serve a client", what); });
-    if (!owned)
-        ::close(descriptor);
     return true;
 }
 
