@@ -46,20 +46,107 @@ public:
     }
     ~MemoryStream() override { MemoryStream::close(0); }
 
-    int send(FrameView frame) override;
+    int send(FrameView frame) override
+    {
+        {
+            const std::lock_guard<std::mutex> lock(other_.mutex);
+            if (other_.closed || other_.refused)
+                return -ENOTCONN;
+            if (other_.frames >= maxQueuedFrames ||
+                other_.bytes.size() + frame.size > maxQueuedBytes)
+                return -EAGAIN;
+            try {
+                other_.bytes.insert(other_.bytes.end(), frame.data, frame.data + frame.size);
+            } catch (const std::bad_alloc&) {
+                return -ENOMEM;
+            }
+            if (other_.frames++ != 0)
+                return 0;
+        }
+        other_.wake();
+        return 0;
+    }
+
     void shutdownSend() override { closeSending(0); }
     /// Nothing needs sending: frames stay in memory until the other end reads them.
     std::size_t drain() override { return 0; }
-    void close(int reason) override;
-    bool isCongested() override;
+    void close(int reason) override
+    {
+        open_ = false;
+        {
+            const std::lock_guard<std::mutex> lock(here_.mutex);
+            here_.refused = true;
+            FrameBytes().swap(here_.bytes);
+            here_.frames = 0;
+        }
+        closeSending(reason);
+    }
+
+    bool isCongested() override
+    {
+        const std::lock_guard<std::mutex> lock(other_.mutex);
+        if (other_.refused || other_.closed ||
+            (other_.frames < congestedFrames && other_.bytes.size() < congestedBytes))
+            return false;
+        other_.senderWaits = true;
+        return true;
+    }
+
     bool isOpen() const noexcept override { return open_; }
 
 private:
-    bool nextFrame(FrameView& frame) override;
-    void awaitInput() override;
+    bool nextFrame(FrameView& frame) override
+    {
+        if (begin_ == taken_.size() && !takeQueued())
+            return false;
+        const std::uint8_t* const start = &taken_[begin_];
+        frame = {start, lengthOfFrame(start)};
+        begin_ += frame.size;
+        return true;
+    }
 
-    bool takeQueued();
-    void closeSending(int reason);
+    void awaitInput() override
+    {
+        int reason = 0;
+        {
+            // The other end schedules the next turn, unless it has closed.
+            const std::lock_guard<std::mutex> lock(here_.mutex);
+            if (!here_.closed || here_.frames != 0)
+                return;
+            reason = here_.reason;
+        }
+        end(reason);
+    }
+
+    bool takeQueued()
+    {
+        begin_ = 0;
+        taken_.clear();
+        if (taken_.capacity() > usualSize)
+            FrameBytes().swap(taken_);
+        bool senderWaits = false;
+        {
+            const std::lock_guard<std::mutex> lock(here_.mutex);
+            here_.bytes.swap(taken_);
+            here_.frames = 0;
+            senderWaits = std::exchange(here_.senderWaits, false);
+        }
+        if (senderWaits)
+            other_.wake();
+        return !taken_.empty();
+    }
+
+    /// Wakes the other end, which may also be waiting for room to send.
+    void closeSending(int reason)
+    {
+        {
+            const std::lock_guard<std::mutex> lock(other_.mutex);
+            if (std::exchange(other_.closed, true))
+                return;
+            other_.reason = reason;
+        }
+        other_.wake();
+    }
 
     const std::shared_ptr<void> sides_; ///< keeps the next two alive
     Side& here_;
@@ -68,101 +155,6 @@ private:
     FrameBytes taken_; ///< received frames, swapped out of the channel
     std::size_t begin_ = 0;
 };
-
-int MemoryStream::send(FrameView frame)
-{
-    {
-        const std::lock_guard<std::mutex> lock(other_.mutex);
-        if (other_.closed || other_.refused)
-            return -ENOTCONN;
-        if (other_.frames >= maxQueuedFrames || other_.bytes.size() + frame.size > maxQueuedBytes)
-            return -EAGAIN;
-        try {
-            other_.bytes.insert(other_.bytes.end(), frame.data, frame.data + frame.size);
-        } catch (const std::bad_alloc&) {
-            return -ENOMEM;
-        }
-        if (other_.frames++ != 0)
-            return 0;
-    }
-    other_.wake();
-    return 0;
-}
-
-bool MemoryStream::nextFrame(FrameView& frame)
-{
-    if (begin_ == taken_.size() && !takeQueued())
-        return false;
-    const std::uint8_t* const start = &taken_[begin_];
-    frame = {start, lengthOfFrame(start)};
-    begin_ += frame.size;
-    return true;
-}
-
-bool MemoryStream::takeQueued()
-{
-    begin_ = 0;
-    taken_.clear();
-    if (taken_.capacity() > usualSize)
-        FrameBytes().swap(taken_);
-    bool senderWaits = false;
-    {
-        const std::lock_guard<std::mutex> lock(here_.mutex);
-        here_.bytes.swap(taken_);
-        here_.frames = 0;
-        senderWaits = std::exchange(here_.senderWaits, false);
-    }
-    if (senderWaits)
-        other_.wake();
-    return !taken_.empty();
-}
-
-void MemoryStream::awaitInput()
-{
-    int reason = 0;
-    {
-        // The other end schedules the next turn, unless it has closed.
-        const std::lock_guard<std::mutex> lock(here_.mutex);
-        if (!here_.closed || here_.frames != 0)
-            return;
-        reason = here_.reason;
-    }
-    end(reason);
-}
-
-bool MemoryStream::isCongested()
-{
-    const std::lock_guard<std::mutex> lock(other_.mutex);
-    if (other_.refused || other_.closed ||
-        (other_.frames < congestedFrames && other_.bytes.size() < congestedBytes))
-        return false;
-    other_.senderWaits = true;
-    return true;
-}
-
-void MemoryStream::close(int reason)
-{
-    open_ = false;
-    {
-        const std::lock_guard<std::mutex> lock(here_.mutex);
-        here_.refused = true;
-        FrameBytes().swap(here_.bytes);
-        here_.frames = 0;
-    }
-    closeSending(reason);
-}
-
-/// Wakes the other end, which may also be waiting for room to send.
-void MemoryStream::closeSending(int reason)
-{
-    {
-        const std::lock_guard<std::mutex> lock(other_.mutex);
-        if (std::exchange(other_.closed, true))
-            return;
-        other_.reason = reason;
-    }
-    other_.wake();
-}
 
 } // namespace
 

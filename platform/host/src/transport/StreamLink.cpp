@@ -27,19 +27,93 @@ public:
     {
     }
 
-    void open(boost::asio::io_context& loop, LinkListener& listener) override;
-    void close() override;
-    int send(FrameView frame) override;
+    void open(boost::asio::io_context& loop, LinkListener& listener) override
+    {
+        loop_ = &loop;
+        listener_ = &listener;
+        if (!reconnects_)
+            return connect();
+        retry_.emplace(loop, [this] { attempt(); });
+        delay_ = firstDelay;
+        reported_ = 0;
+        attempt();
+    }
+
+    void close() override
+    {
+        retry_.reset();
+        const std::shared_ptr<FrameStream> stream = exchange(nullptr);
+        if (!stream)
+            return;
+        stream->deliverReceived();
+        if (const std::size_t unsent = stream->drain())
+            log(logError, "fabric-host: %zu messages not sent before the connection was closed\n",
+                unsent);
+        stream->close(0);
+    }
+
+    int send(FrameView frame) override
+    {
+        if (!isFrameLength(frame.size) || lengthOfFrame(frame.data) != frame.size)
+            return -EBADMSG; // the other end would lose the frame boundaries
+        const std::lock_guard<std::mutex> lock(mutex_);
+        return stream_ ? stream_->send(frame) : -ENOTCONN;
+    }
+
     bool reconnects() const noexcept override { return reconnects_; }
 
 private:
-    bool frameReceived(FrameView frame) override;
-    void ended(int reason) override;
+    bool frameReceived(FrameView frame) override
+    {
+        if (!listener_->frameReceived(frame))
+            return false;
+        delay_ = firstDelay; // a peer that sends anything else is retried less and less often
+        return true;
+    }
 
-    void connect();
-    void attempt();
-    void retry();
-    std::shared_ptr<FrameStream> exchange(std::shared_ptr<FrameStream> stream) noexcept;
+    void ended(int reason) override
+    {
+        exchange(nullptr);
+        listener_->linkDown(reason);
+        if (reconnects_)
+            retry();
+    }
+
+    /// Brings the link up. Commands can be sent before the listener is notified; replies come
+    /// after.
+    void connect()
+    {
+        const std::shared_ptr<FrameStream> stream = connector_(*loop_);
+        reported_ = 0;
+        exchange(stream);
+        listener_->linkUp();
+        if (stream->isOpen())
+            stream->start(*this);
+    }
+
+    void attempt()
+    {
+        callGuarded([this] { connect(); },
+                    [this](const char*) {
+                        const int error = currentError(ENOMEM);
+                        if (error != reported_)
+                            listener_->linkFailed(error);
+                        reported_ = error;
+                        retry();
+                    });
+    }
+
+    void retry()
+    {
+        retry_->expireAfter(delay_);
+        delay_ = std::min(2 * delay_, longestDelay);
+    }
+
+    std::shared_ptr<FrameStream> exchange(std::shared_ptr<FrameStream> stream) noexcept
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        return std::exchange(stream_, std::move(stream));
+    }
 
     const Connector connector_;
     const bool reconnects_;
@@ -52,90 +126,6 @@ private:
     std::mutex mutex_;
     std::shared_ptr<FrameStream> stream_; ///< null while the link is down; guarded by mutex_
 };
-
-void StreamLink::open(boost::asio::io_context& loop, LinkListener& listener)
-{
-    loop_ = &loop;
-    listener_ = &listener;
-    if (!reconnects_)
-        return connect();
-    retry_.emplace(loop, [this] { attempt(); });
-    delay_ = firstDelay;
-    reported_ = 0;
-    attempt();
-}
-
-void StreamLink::close()
-{
-    retry_.reset();
-    const std::shared_ptr<FrameStream> stream = exchange(nullptr);
-    if (!stream)
-        return;
-    stream->deliverReceived();
-    if (const std::size_t unsent = stream->drain())
-        log(logError, "fabric-host: %zu messages not sent before the connection was closed\n",
-            unsent);
-    stream->close(0);
-}
-
-int StreamLink::send(FrameView frame)
-{
-    if (!isFrameLength(frame.size) || lengthOfFrame(frame.data) != frame.size)
-        return -EBADMSG; // the other end would lose the frame boundaries
-    const std::lock_guard<std::mutex> lock(mutex_);
-    return stream_ ? stream_->send(frame) : -ENOTCONN;
-}
-
-/// Brings the link up. Commands can be sent before the listener is notified; replies come after.
-void StreamLink::connect()
-{
-    const std::shared_ptr<FrameStream> stream = connector_(*loop_);
-    reported_ = 0;
-    exchange(stream);
-    listener_->linkUp();
-    if (stream->isOpen())
-        stream->start(*this);
-}
-
-void StreamLink::attempt()
-{
-    callGuarded([this] { connect(); },
-                [this](const char*) {
-                    const int error = currentError(ENOMEM);
-                    if (error != reported_)
-                        listener_->linkFailed(error);
-                    reported_ = error;
-                    retry();
-                });
-}
-
-void StreamLink::retry()
-{
-    retry_->expireAfter(delay_);
-    delay_ = std::min(2 * delay_, longestDelay);
-}
-
-bool StreamLink::frameReceived(FrameView frame)
-{
-    if (!listener_->frameReceived(frame))
-        return false;
-    delay_ = firstDelay; // a peer that sends anything else is retried less and less often
-    return true;
-}
-
-void StreamLink::ended(int reason)
-{
-    exchange(nullptr);
-    listener_->linkDown(reason);
-    if (reconnects_)
-        retry();
-}
-
-std::shared_ptr<FrameStream> StreamLink::exchange(std::shared_ptr<FrameStream> stream) noexcept
-{
-    const std::lock_guard<std::mutex> lock(mutex_);
-    return std::exchange(stream_, std::move(stream));
-}
 
 } // namespace
 
