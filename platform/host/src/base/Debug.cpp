@@ -139,19 +139,16 @@ bool wanted(std::uint32_t code) noexcept
     return (code & 0xffff) < limits[code >> 16].load(std::memory_order_relaxed);
 }
 
-/// Returns true if a sink accepted the line.
-bool writeToSink(std::uint32_t code, std::string_view line)
-{
-    Sink& target = sink();
-    const std::lock_guard<std::mutex> lock(target.mutex);
-    return target.call &&
-           callGuarded([&] { target.call(code, target.line.assign(line)); }, [](const char*) {});
-}
-
+/// Writes to standard error unless a sink accepts the line.
 void writePlainLine(std::uint32_t code, std::string_view line)
 {
-    if (writeToSink(code, line))
-        return;
+    Sink& target = sink();
+    {
+        const std::lock_guard<std::mutex> lock(target.mutex);
+        const auto deliver = [&] { target.call(code, target.line.assign(line)); };
+        if (target.call && callGuarded(deliver, [](const char*) {}))
+            return;
+    }
     while (!line.empty()) {
         const ssize_t written = ::write(STDERR_FILENO, line.data(), line.size());
         if (written < 0 && errno == EINTR)

@@ -83,24 +83,18 @@ const char* decodeBody(const RecordLayout& layout, std::uint8_t* record, const s
     return characters == 0 ? nullptr : "bytes after the record";
 }
 
-std::string describe(const MsgMeta& meta)
-{
-    return "service " + std::to_string(meta.serviceId) + ", resource " +
-           std::to_string(meta.resourceId) + ", operation " + std::to_string(meta.operationId) +
-           ", kind " + std::to_string(meta.kind);
-}
-
 /// Returns null, with the cause in `reason`, for an identity that is not in the catalogue.
 const MessageType* typeOf(const MsgMeta& meta, const MessageCatalogue& catalogue,
                           std::string& reason)
 {
-    if (meta.serviceId != catalogue.serviceId) {
-        reason = "unknown service: " + describe(meta);
-        return nullptr;
-    }
-    const MessageType* const type = catalogue.find(meta.resourceId, meta.operationId, meta.kind);
+    const bool known = meta.serviceId == catalogue.serviceId;
+    const MessageType* const type =
+        known ? catalogue.find(meta.resourceId, meta.operationId, meta.kind) : nullptr;
     if (!type)
-        reason = "unknown identity: " + describe(meta);
+        reason = std::string(known ? "unknown identity" : "unknown service") + ": service " +
+                 std::to_string(meta.serviceId) + ", resource " + std::to_string(meta.resourceId) +
+                 ", operation " + std::to_string(meta.operationId) + ", kind " +
+                 std::to_string(meta.kind);
     return type;
 }
 
@@ -132,21 +126,15 @@ std::string headerFault(FrameView frame)
     return "reserved bytes are not zero";
 }
 
-/// Returns the message's type; null, with the cause in `reason`, unless its record is of that type.
-const MessageType* typeOf(const SerializableMessageEvent& event, const MessageCatalogue& catalogue,
-                          std::string& reason)
+/// Returns null, or how the message's payload does not belong to its type.
+const char* payloadFault(const SerializableMessageEvent& event, const MessageType& type) noexcept
 {
-    const MessageType* const type = typeOf(event.meta, catalogue, reason);
-    if (!type)
-        return nullptr;
     if (!event.data || !event.data->payload || !event.data->endianTable)
-        reason = std::string(type->name) + " has no payload";
+        return " has no payload";
     // Entries are compared, since they exist only once even if an executable copies the table.
-    else if (event.data->endianTable->entries != type->table->entries)
-        reason = std::string(type->name) + " has a payload of another record";
-    else
-        return type;
-    return nullptr;
+    return event.data->endianTable->entries == type.table->entries
+               ? nullptr
+               : " has a payload of another record";
 }
 
 } // namespace
@@ -154,9 +142,13 @@ const MessageType* typeOf(const SerializableMessageEvent& event, const MessageCa
 int encodeFrame(const SerializableMessageEvent& event, const MessageCatalogue& catalogue,
                 FrameBytes& frame, std::string& reason)
 {
-    const MessageType* const type = typeOf(event, catalogue, reason);
+    const MessageType* const type = typeOf(event.meta, catalogue, reason);
     if (!type)
         return -EINVAL;
+    if (const char* const fault = payloadFault(event, *type)) {
+        reason = std::string(type->name) + fault;
+        return -EINVAL;
+    }
     const RecordLayout& layout = catalogue.layoutOf(*type);
     const std::uint8_t* const record = static_cast<const std::uint8_t*>(event.data->payload);
     std::size_t size = frameHeaderSize + layout.frameSize;

@@ -1,6 +1,7 @@
 #include <fabric/Twine.h>
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <mutex>
@@ -10,6 +11,12 @@
 using namespace fabric::host;
 
 namespace {
+
+constexpr nubEndianEntry_t stringEntries[] = {
+    {(nubEndianWord32 << 16) | offsetof(nubDeserString_t, length),
+     nubEndianArgument_t(std::uintptr_t{0})},
+    {0, nubEndianArgument_t(std::uintptr_t{0xffffffff})},
+};
 
 constexpr std::uint32_t noString = UINT32_MAX;
 
@@ -63,6 +70,10 @@ void release(void* payload, std::uint32_t offset) noexcept
 }
 
 } // namespace
+
+// The characters have no entry: the conversion recognises a string by this table's address.
+const nubEndianTable_t __nub_EndianTable_nubDeserString_t = {sizeof(nubDeserString_t),
+                                                             stringEntries};
 
 void fabricTwineDeserReleaseMessage(std::uint32_t, const fabric::MsgMeta*,
                                     const nubEndianTable_t* table, void* payload)
