@@ -90,25 +90,23 @@ private:
     int file_ = -1;
 };
 
-/// Opens a descriptor close-on-exec, since a child that inherited it would keep the connection
-/// open.
-int newSocket() noexcept
-{
-    return ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-}
-
-/// Hands a new descriptor over to `socket`. Throws the error that errno names if it is negative.
-template <class Any>
-void adopt(Any& socket, int descriptor)
+/// Hands a new descriptor over to a socket. Throws the error that errno names if it is negative.
+Socket adopt(asio::io_context& loop, int descriptor)
 {
     if (descriptor < 0)
         throw std::system_error(errno, std::generic_category());
     try {
-        socket.assign(Protocol(), descriptor);
+        return Socket(loop, Protocol(), descriptor);
     } catch (...) {
         ::close(descriptor);
         throw;
     }
+}
+
+/// Opens the socket close-on-exec, since a child that inherited it would keep the connection open.
+Socket newSocket(asio::io_context& loop)
+{
+    return adopt(loop, ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
 }
 
 /// Connects without blocking. Throws std::system_error, with EAGAIN if the service's accept queue
@@ -118,8 +116,7 @@ Socket connectTo(const std::string& path, asio::io_context& loop)
     if (path.size() > longestSocketPath)
         throw std::system_error(ENAMETOOLONG, std::generic_category());
     const Protocol::endpoint service(path);
-    Socket socket(loop);
-    adopt(socket, newSocket());
+    Socket socket = newSocket(loop);
     // If the accept queue is full, Asio would wait for the socket and report a connection.
     if (::connect(socket.native_handle(), service.data(), static_cast<socklen_t>(service.size())))
         throw std::system_error(errno, std::generic_category());
@@ -129,23 +126,17 @@ Socket connectTo(const std::string& path, asio::io_context& loop)
 void removeStale(const std::string& path)
 {
     struct stat found = {};
-    if (::lstat(path.c_str(), &found) != 0) {
-        if (errno == ENOENT)
-            return;
-        fail(path, errno);
-    }
-    if (!S_ISSOCK(found.st_mode))
+    if (::lstat(path.c_str(), &found) == 0 && !S_ISSOCK(found.st_mode))
         fail(path, "is there already and is not a socket");
-
     asio::io_context io;
     int error = 0;
     callGuarded([&] { connectTo(path, io); }, [&](const char*) { error = currentError(ENOMEM); });
     if (error == 0 || error == EAGAIN)
         fail(path, "in use by a running service");
-    if (error != ECONNREFUSED)
+    if (error == ECONNREFUSED && ::unlink(path.c_str()) != 0)
+        error = errno;
+    if (error != ECONNREFUSED && error != ENOENT)
         fail(path, error);
-    if (::unlink(path.c_str()) != 0)
-        fail(path, errno);
 }
 
 bool isTrusted(int socket, uid_t trustedUser, const std::string& path)
@@ -176,11 +167,9 @@ std::unique_ptr<Link> newSocketLink(const std::string& path, uid_t trustedUser)
 
 SocketListener::SocketListener(asio::io_context& loop, const std::string& path,
                                std::function<void(Socket)> accepted)
-    : loop_(loop),
-      path_(path),
-      accepted_(std::move(accepted)),
-      acceptor_(loop),
-      retry_(loop, [this] { awaitConnection(); })
+    : loop_(loop), path_(path), accepted_(std::move(accepted)), socket_(loop), retry_(loop, [this] {
+          awaitConnection();
+      })
 {
     if (path_.empty())
         fail(path_, "the path of the socket is empty");
@@ -190,32 +179,22 @@ SocketListener::SocketListener(asio::io_context& loop, const std::string& path,
 
     const PathLock lock(path_);
     removeStale(path_);
-    callGuarded([this] { adopt(acceptor_, newSocket()); },
+    callGuarded([this] { socket_ = newSocket(loop_); },
                 [this](const char*) { fail(path_, currentError(ENOMEM)); });
+    const int socket = socket_.native_handle();
+    const Protocol::endpoint here(path_);
     // bind() gives the file the socket's mode, so other users can never open it.
-    if (::fchmod(acceptor_.native_handle(), S_IRUSR | S_IWUSR) != 0)
+    if (::fchmod(socket, S_IRUSR | S_IWUSR) != 0 ||
+        ::bind(socket, here.data(), static_cast<socklen_t>(here.size())) != 0)
         fail(path_, errno);
-    boost::system::error_code error;
-    acceptor_.bind(Protocol::endpoint(path_), error);
-    if (error)
-        fail(path_, error.value());
-    if (const int failure = listen()) {
+    struct stat made = {};
+    if (::lstat(path_.c_str(), &made) != 0 || ::listen(socket, SOMAXCONN) != 0) {
+        const int failure = errno;
         ::unlink(path_.c_str());
         fail(path_, failure);
     }
-}
-
-/// Also remembers the file, so that no other is removed instead. Returns 0 or an error number.
-int SocketListener::listen()
-{
-    struct stat made = {};
-    if (::lstat(path_.c_str(), &made) != 0)
-        return errno;
     device_ = made.st_dev;
     inode_ = made.st_ino;
-    boost::system::error_code error;
-    acceptor_.listen(Protocol::acceptor::max_listen_connections, error);
-    return error.value();
 }
 
 void SocketListener::removeFile() noexcept
@@ -229,7 +208,7 @@ void SocketListener::removeFile() noexcept
 void SocketListener::finish()
 {
     removeFile(); // nothing more can connect
-    while (acceptor_.is_open() && accept()) {
+    while (socket_.is_open() && accept()) {
     }
     close();
 }
@@ -239,35 +218,31 @@ void SocketListener::close()
     removeFile();
     retry_.cancel();
     boost::system::error_code ignored;
-    acceptor_.close(ignored);
+    socket_.close(ignored);
 }
 
 void SocketListener::awaitConnection()
 {
-    if (!acceptor_.is_open())
+    if (!socket_.is_open())
         return;
-    acceptor_.async_wait(Socket::wait_read,
-                         preallocated(memory_, [self = shared_from_this()](const auto&) {
-                             if (!self->acceptor_.is_open())
-                                 return;
-                             if (self->accept())
-                                 self->awaitConnection();
-                             else
-                                 self->failed(errno);
-                         }));
+    socket_.async_wait(Socket::wait_read,
+                       preallocated(memory_, [self = shared_from_this()](const auto&) {
+                           if (!self->socket_.is_open())
+                               return;
+                           if (self->accept())
+                               self->awaitConnection();
+                           else
+                               self->failed(errno);
+                       }));
 }
 
 /// Returns false, with errno set, if there is no connection.
 bool SocketListener::accept()
 {
-    Socket socket(loop_);
-    const int descriptor = ::accept4(acceptor_.native_handle(), nullptr, nullptr, SOCK_CLOEXEC);
+    const int descriptor = ::accept4(socket_.native_handle(), nullptr, nullptr, SOCK_CLOEXEC);
     if (descriptor < 0)
         return false;
-    const auto welcome = [&] {
-        adopt(socket, descriptor);
-        accepted_(std::move(socket));
-    };
+    const auto welcome = [&] { accepted_(adopt(loop_, descriptor)); };
     callGuarded(welcome,
                 [this](const char* what) { errorLog_.log("cannot serve a client", what); });
     return true;

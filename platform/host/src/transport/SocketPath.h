@@ -36,7 +36,6 @@ public:
     void close();
 
 private:
-    int listen();
     void removeFile() noexcept;
     void awaitConnection();
     bool accept();
@@ -45,8 +44,8 @@ private:
     boost::asio::io_context& loop_;
     const std::string path_;
     const std::function<void(Socket)> accepted_;
-    Socket::protocol_type::acceptor acceptor_;
-    dev_t device_ = 0; ///< identifies the socket's file, like the next
+    Socket socket_;
+    dev_t device_ = 0; ///< identifies the file, like the next, so that no other is removed
     ino_t inode_ = 0;  ///< 0 once the file has been removed
     OperationMemory memory_;
     LoopTimer retry_;
