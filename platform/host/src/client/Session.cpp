@@ -103,7 +103,6 @@ private:
     void handleRequests();
     void openLink();
     void closeLink();
-    void reportDown(int reason);
 
     int encode(int flags, SerializableMessageEvent* event, FrameBytes& frame, std::string& fault);
 
@@ -230,7 +229,7 @@ void Session::Impl::closeLink()
     if (!std::exchange(opened_, false))
         return;
     link_->close();
-    reportDown(0);
+    linkDown(0);
 }
 
 int Session::Impl::addEventHandler(Receiver receiver, const MsgMeta& key, int flags,
@@ -308,11 +307,6 @@ void Session::Impl::linkFailed(int error)
 void Session::Impl::linkDown(int reason)
 {
     lost_ = true;
-    reportDown(reason);
-}
-
-void Session::Impl::reportDown(int reason)
-{
     log(logInfo, "fabric-host: disconnected: %s\n", reason ? std::strerror(reason) : "closed");
     clients_.reportDown(reason);
 }
