@@ -279,10 +279,11 @@ int Session::Impl::encode(int flags, SerializableMessageEvent* event, FrameBytes
         fault = "no event";
     else if (event->meta.kind != kindCommand)
         fault = "not a command, kind " + std::to_string(event->meta.kind);
-    if (!fault.empty())
-        return -EINVAL;
-    event->ids = {originId_, nextNumber(lastMessageId_)};
-    return encodeFrame(*event, catalogue_, frame, fault);
+    else {
+        event->ids = {originId_, nextNumber(lastMessageId_)};
+        return encodeFrame(*event, catalogue_, frame, fault);
+    }
+    return -EINVAL;
 }
 
 void Session::Impl::linkUp()
