@@ -16,33 +16,35 @@ struct StarvedDesk final : Desk
     }
     void drop(ClientId client, int) override { dropped[client - 1] = true; }
 
-    /// Returns false if there was no memory for the command.
-    bool askStarved(const Content& command, int allocation)
+    void askStarved(const std::string& command, int allocation)
     {
-        fabric::SerializableMessageEvent event(command.meta, {-1, 7}, command.data);
+        const fabric::SerializableMessageEvent event = message(command);
         sent.clear();
         const Starved starved(allocation);
         try {
             service.commandReceived(1, event);
-            return true;
         } catch (const std::bad_alloc&) {
-            return false;
         }
     }
 
-    /// Returns all state that the commands below may change.
-    Texts state()
+    std::string sentTo(char client) const
     {
-        Texts all;
-        for (const Content& question :
-             {command(cmdTimezoneFetch), command(cmdDateTimeSettingsFetch),
-              about(cmdRefTimeFetch, referenceTimeRtc), about(cmdRefTimeFetch, referenceTimeDvb),
-              about(cmdNextTimeDeviationChangeFetch, referenceTimeDvb)})
-            for (const std::string& line : ask(question))
-                all.push_back(line);
-        const Texts current = advance(std::chrono::seconds(2));
-        all.insert(all.end(), current.begin(), current.end());
+        std::string all;
+        for (const auto& [clients, text] : sent)
+            all += clients.find(client) == std::string::npos ? "" : text + '\n';
         return all;
+    }
+
+    /// Returns all state that the commands below may change.
+    std::string state()
+    {
+        sent.clear();
+        for (const char* const question :
+             {"cmdTimezoneFetch", "cmdDateTimeSettingsFetch", "cmdRefTimeFetch 1",
+              "cmdRefTimeFetch 3", "cmdNextTimeDeviationChangeFetch 3"})
+            ask(question);
+        advance(std::chrono::seconds(2));
+        return sentTo('1') + sentTo('2');
     }
 
     bool dropped[2] = {};
@@ -50,33 +52,26 @@ struct StarvedDesk final : Desk
 
 TEST(ServiceShortage, LeavesACommandUndoneOrAnswersIt)
 {
-    const Content commands[] = {
-        zoneSet("Asia/Tokyo"),
-        settingsSet("a.name.longer.than.what.a.string.holds", 1, 1),
-        ntpSet("a.name.longer.than.what.a.string.holds", 1),
-        about(cmdRefTimeSet, referenceTimeDvb, at("2026-05-01 00:00:00"), span(7200)),
-        about(cmdNextTimeDeviationChangeSet, referenceTimeDvb, at("2026-05-01 00:00:00"), span(1)),
-        about(cmdSendDaylightsavingInfo, referenceTimeRtc, at("2025-05-01 00:00:00"),
-              at("2026-05-02 00:00:00"), span(1), span(2)),
-        about(cmdRefTimeSubscribe, referenceTimeRtc),
-        command(cmdTimeInit),
-    };
-    for (const Content& command : commands) {
+    for (const std::string command :
+         {"cmdTimezoneSet Asia/Tokyo", "cmdDateTimeNtpSet *40 1", "cmdRefTimeSubscribe 1",
+          "cmdDateTimeSettingsSet 0 1 2 3 4 -5 *40 1 1 1", "cmdRefTimeSet 3 2026-05-01 7200",
+          "cmdNextTimeDeviationChangeSet 3 2026-05-01 1", "cmdTimeInit",
+          "cmdSendDaylightsavingInfo 1 2025-05-01 2026-05-02 0 1 2"}) {
         StarvedDesk served;
         served.askStarved(command, 0);
-        served.runDue();
-        const Texts answer = served.sentTo(1), notified = served.sentTo(2), done = served.state();
+        served.advance(Span(0));
+        const std::string answer = served.sentTo('1'), notified = served.sentTo('2');
+        const std::string done = served.state(), undone = StarvedDesk().state();
         bool failed = true;
         for (int allocation = 1; failed; ++allocation) {
-            SCOPED_TRACE(answer.front() + " " + std::to_string(allocation));
+            SCOPED_TRACE(command + " " + std::to_string(allocation));
             StarvedDesk desk;
-            const Texts undone = StarvedDesk().state();
             desk.askStarved(command, allocation);
             failed = shortage().failed != 0;
-            desk.runDue(); // may send notifications that failed before
-            const bool answered = !desk.sentTo(1).empty();
-            EXPECT_TRUE(!answered || desk.dropped[0] || desk.sentTo(1) == answer);
-            EXPECT_TRUE(desk.dropped[1] || desk.sentTo(2) == (answered ? notified : Texts()));
+            desk.advance(Span(0)); // may send notifications that failed before
+            const bool answered = !desk.sentTo('1').empty();
+            EXPECT_TRUE(!answered || desk.dropped[0] || desk.sentTo('1') == answer);
+            EXPECT_TRUE(desk.dropped[1] || desk.sentTo('2') == (answered ? notified : ""));
             EXPECT_EQ(answered ? done : undone, desk.state());
         }
     }

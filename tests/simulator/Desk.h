@@ -1,12 +1,14 @@
 #ifndef CHRONAL_TESTS_SIMULATOR_DESK_H
 #define CHRONAL_TESTS_SIMULATOR_DESK_H
 
-#include <cstdio>
-#include <type_traits>
+#include <cstring>
+#include <iomanip>
+#include <sstream>
 
 #include <absl/time/time.h>
 #include <gmock/gmock.h>
 
+#include "FaultInjector.h"
 #include "TimeService.h"
 #include "WireTime.h"
 
@@ -14,129 +16,107 @@ namespace chronal::sim {
 
 using fabric::host::ClientId;
 
-/// Reads a time like "2026-03-29 01:00:00", optionally with a fraction of six digits.
-template <class Time>
-Time parsed(const std::string& text)
+/// Reads a time like "2026-03-29T01:00:59" or a span like "-3600", with or without "/MICROSECONDS".
+inline nubOsalTime_struct at(const std::string& text)
 {
-    int year = 0, month = 0, day = 0, hour = 0, minute = 0, second = 0, micros = 0;
-    EXPECT_GE(std::sscanf(text.c_str(), "%d-%d-%d %d:%d:%d.%6d", &year, &month, &day, &hour,
-                          &minute, &second, &micros),
-              6)
-        << text;
-    const absl::CivilSecond civil(year, month, day, hour, minute, second);
-    return Time(std::chrono::seconds(civil - absl::CivilSecond()) + Span(micros));
+    const std::size_t slash = std::min(text.find('/'), text.size());
+    const std::int32_t microseconds = std::atoi(text.substr(slash).erase(0, 1).c_str());
+    absl::CivilSecond civil;
+    if (absl::ParseLenientCivilTime(text.substr(0, slash), &civil) && text.find('-', 1) < slash)
+        return {civil - absl::CivilSecond(), microseconds};
+    return {std::strtoll(text.c_str(), nullptr, 10), microseconds};
 }
 
-inline Utc utc(const std::string& text) { return parsed<Utc>(text); }
-
-inline nubOsalTime_struct at(const std::string& text) { return wireTime(utc(text)); }
-
-inline nubOsalTime_struct span(std::int64_t seconds, std::int32_t microseconds = 0)
+inline Utc utc(const std::string& text)
 {
-    return {seconds, microseconds};
+    return Utc(std::chrono::seconds(at(text).seconds) + Span(at(text).microseconds));
 }
 
-/// Formats a time like "2026-03-29 01:00:00", or a span like "+3600"; shows each field's sign.
+/// Returns the shortest text that at() reads, a time near 1970 as a span; shows each field's sign.
 inline std::string text(const nubOsalTime_struct& time)
 {
-    const bool isSpan = time.seconds < 400000 || time.seconds > 253402300800;
-    return (isSpan ? (time.seconds < 0 ? "" : "+") + std::to_string(time.seconds)
-                   : absl::FormatTime("%F %T", absl::FromUnixSeconds(time.seconds),
-                                      absl::UTCTimeZone())) +
-           (time.microseconds == 0 ? "" : "." + std::to_string(time.microseconds));
+    const absl::CivilSecond civil = absl::CivilSecond() + time.seconds;
+    std::string text = civil == absl::CivilDay(civil) ? absl::FormatCivilTime(absl::CivilDay(civil))
+                       : civil == absl::CivilMinute(civil)
+                           ? absl::FormatCivilTime(absl::CivilMinute(civil))
+                           : absl::FormatCivilTime(civil);
+    if (time.seconds < 400000 || civil.year() > 9999)
+        text = (time.seconds < 0 ? "" : "+") + std::to_string(time.seconds);
+    return time.microseconds == 0 ? text : text + "/" + std::to_string(time.microseconds);
 }
 
 /// Calls `visit` with the table (null for a word) and the address of each field of a record.
 template <class Visit>
-void forEachField(const nubEndianTable_t& table, char* record, Visit visit)
+void forEachField(const fabric::SerializableMessageData& data, Visit visit)
 {
-    for (const nubEndianEntry_t* entry = table.entries; entry->code != 0; ++entry) {
-        const bool isRecord = entry->code >> 16 == nubEndianRecord;
-        visit(isRecord ? entry->argument.table : nullptr, record + (entry->code & 0xFFFF));
-    }
+    for (const nubEndianEntry_t* entry = data.endianTable->entries; entry->code != 0; ++entry)
+        visit(entry->code >> 16 == nubEndianRecord ? entry->argument.table : nullptr,
+              static_cast<char*>(data.payload) + (entry->code & 0xFFFF));
 }
 
-/// Returns the name and the fields of a message.
+/// Makes a message from its name and its fields in the order of its table. Fields at the end may be
+/// missing; "*300" is a string of 300 characters.
+inline fabric::SerializableMessageEvent message(const std::string& text)
+{
+    std::istringstream words(text);
+    std::string word;
+    words >> word;
+    const fabric::host::MessageType* type = catalogue().types;
+    while (type->name != word && type != &catalogue().types[catalogue().count - 1])
+        ++type;
+    EXPECT_EQ(type->name, word);
+    const auto data = fabric::SerializableMessageData::create(type->table->size, *type->table);
+    forEachField(*data, [&](const nubEndianTable_t* table, void* field) {
+        if (!(words >> std::quoted(word)))
+            return;
+        if (table == &__nub_EndianTable_nubOsalTime_t)
+            *static_cast<nubOsalTime_struct*>(field) = at(word);
+        else if (table)
+            copyText(*static_cast<nubDeserString_t*>(field),
+                     word[0] == '*' ? std::string(std::stoul(&word[1]), 'x') : word);
+        else
+            *static_cast<std::int32_t*>(field) = std::atoi(word.c_str());
+    });
+    const fabric::MsgMeta meta = {catalogue().serviceId, type->resourceId, type->operationId,
+                                  type->kind};
+    return {meta, {-1, 7}, data};
+}
+
+/// Returns what message() reads, but "done" or the error's name for a result.
 inline std::string text(const fabric::SerializableMessageEvent& event)
 {
-    const fabric::host::MessageType* const type =
-        catalogue().find(event.meta.resourceId, event.meta.operationId, event.meta.kind);
-    std::string all = type ? type->name : "not in the catalogue";
-    const auto add = [&](const nubEndianTable_t* table, const char* field) {
-        if (!table)
-            all += " " + std::to_string(*reinterpret_cast<const std::int32_t*>(field));
-        else if (table == &__nub_EndianTable_nubOsalTime_t)
-            all += " " + text(*reinterpret_cast<const nubOsalTime_struct*>(field));
+    std::string all =
+        catalogue().find(event.meta.resourceId, event.meta.operationId, event.meta.kind)->name;
+    forEachField(*event.data, [&](const nubEndianTable_t* table, const void* field) {
+        const auto string = static_cast<const nubDeserString_t*>(field);
+        if (table == &__nub_EndianTable_nubOsalTime_t)
+            all += " " + text(*static_cast<const nubOsalTime_struct*>(field));
+        else if (table)
+            all += " " +
+                   (string->length < 99 ? readText(*string) : "*" + std::to_string(string->length));
         else
-            all += " " + readText(*reinterpret_cast<const nubDeserString_t*>(field));
-    };
-    forEachField(*event.data->endianTable, static_cast<char*>(event.data->payload), add);
-    return all;
+            all += " " + std::to_string(*static_cast<const std::int32_t*>(field));
+    });
+    const auto result = static_cast<const chronalMsgReplyResult_t*>(event.data->payload)->result;
+    return all.rfind("replyResult ", 0) != 0 ? all : result ? strerrorname_np(-result) : "done";
 }
 
 /// Moves only when the test moves it, both times alike.
-struct ManualClock : Clock
+struct ManualClock final : Clock
 {
-    Utc utc() const override { return now; }
+    Utc utc() const override { return wrapped(now); }
     TimePoint steady() const override { return steadyNow; }
-    TimePoint steadyAfter(Span wait) const override
-    {
-        return steadyNow + std::min<Span>(wait, std::chrono::hours(24 * 36525));
-    }
+    TimePoint steadyAfter(Span wait) const override { return steadyNow + wait; }
 
-    Utc now = sim::utc("2026-01-01 11:30:00");
+    Utc now = sim::utc("2026-01-01T11:30:00");
     TimePoint steadyNow;
 };
-
-template <class Record>
-Content command(const Message<Record>& message, const std::common_type_t<Record>& record = {})
-{
-    return compose(message, [&](Record& target) { target = record; });
-}
-
-inline Content about(const Message<chronalMsgCmdRefTimeId_t>& message, std::int32_t id)
-{
-    return command(message, {static_cast<referenceTimeId_enum>(id)});
-}
-
-inline Content about(const Message<chronalMsgCmdRefTimeData_t>& message, std::int32_t id,
-                     const nubOsalTime_struct& time1, const nubOsalTime_struct& time2 = {},
-                     const nubOsalTime_struct& time3 = {}, const nubOsalTime_struct& time4 = {},
-                     std::int32_t value = 0)
-{
-    return command(message,
-                   {static_cast<referenceTimeId_enum>(id), time1, value, time2, time3, time4});
-}
-
-inline nubDeserString_t string(const std::string& characters)
-{
-    nubDeserString_t string;
-    copyText(string, characters);
-    return string;
-}
-
-inline Content zoneSet(const std::string& zone)
-{
-    return command(cmdTimezoneSet, {string(zone), {}});
-}
-
-inline Content ntpSet(const std::string& server, std::int32_t used)
-{
-    return command(cmdDateTimeNtpSet, {string(server), used});
-}
-
-inline Content settingsSet(const std::string& server, std::int32_t flag1, std::int32_t flag2)
-{
-    return command(cmdDateTimeSettingsSet,
-                   {{}, {1, -1}, {-2, 0}, {3, 0}, {4, 0}, -5, string(server), flag1, flag2, 1});
-}
-
-typedef std::vector<std::string> Texts;
 
 /// A service in Berlin on 2026-01-01 at 12:30 local time, with clients 1 and 2.
 struct Desk : fabric::host::ClientSender
 {
-    Desk()
+    explicit Desk(const Faults& faults = {}, const FaultInjector::Log& log = nullptr)
+        : service(timeService, faults, log)
     {
         service.start(*this);
         service.clientConnected(1);
@@ -145,48 +125,86 @@ struct Desk : fabric::host::ClientSender
     }
     virtual ~Desk() = default;
 
-    /// Sends a client's command and returns the messages that this client gets.
-    Texts ask(const Content& command, ClientId client = 1)
+    /// Compares what happens to a script with "STEP[; STEP...] -> [CLIENTS MESSAGE, ...]" in each
+    /// line.
+    void play(const std::string& script)
     {
-        sent.clear();
-        fabric::SerializableMessageEvent event(command.meta, {-1, 7}, command.data);
+        std::istringstream lines(script);
+        std::string expected, found;
+        for (std::string line, step; std::getline(lines, line);) {
+            line.erase(0, line.find_first_not_of(' '));
+            expected += line + '\n';
+            const std::size_t arrow = line.find(" ->");
+            found += line.substr(0, arrow) + (arrow == std::string::npos ? "" : " ->");
+            sent.clear();
+            for (std::istringstream steps(line.substr(0, arrow));
+                 arrow != std::string::npos && std::getline(steps >> std::ws, step, ';');)
+                perform(step);
+            for (const auto& [clients, text] : sent)
+                found += (&clients == &sent[0].first ? " " : ", ") + clients + " " + text;
+            found += '\n';
+        }
+        EXPECT_EQ(found, expected);
+    }
+
+    /// Carries out "[CLIENT ]cmd...", "connect CLIENT", "drop CLIENT", "wait SPAN", "until TIME" or
+    /// "due".
+    void perform(const std::string& step)
+    {
+        const std::string argument = step.substr(step.find(' ') + 1);
+        if (step == "due")
+            note("in", due < std::chrono::hours(900000) ? text(wireSpan(due)) : "never");
+        else if (step.rfind("drop", 0) == 0)
+            service.clientDisconnected(static_cast<ClientId>(std::stoul(argument)));
+        else if (step.rfind("connect", 0) == 0)
+            service.clientConnected(static_cast<ClientId>(std::stoul(argument)));
+        else if (step.rfind("wait", 0) == 0)
+            advance(utc(argument).time_since_epoch());
+        else if (step.rfind("until", 0) == 0)
+            while (clock.now + due <= utc(argument))
+                advance(due);
+        else if (std::isdigit(static_cast<unsigned char>(step[0])))
+            ask(argument, static_cast<ClientId>(std::stoul(step)));
+        else
+            ask(step);
+    }
+
+    void ask(const std::string& command, ClientId client = 1)
+    {
+        fabric::SerializableMessageEvent event = message(command);
         event.ids = {client, 99};
         service.commandReceived(client, event);
-        runDue();
-        return sentTo(client);
+        advance(Span(0));
     }
 
-    Texts sentTo(ClientId client) const
+    void advance(Span span)
     {
-        Texts texts;
-        for (const auto& [receiver, ids, text] : sent)
-            if (receiver == client)
-                texts.push_back(text);
-        return texts;
-    }
-
-    void runDue() { due = std::chrono::ceil<Span>(service.runDue() - clock.steady()); }
-
-    /// Lets time pass and returns the messages that client 2 gets.
-    Texts advance(Span span)
-    {
-        sent.clear();
         clock.now += span;
         clock.steadyNow += span;
-        runDue();
-        return sentTo(2);
+        due = std::chrono::floor<Span>(service.runDue() - clock.steadyNow);
     }
 
     void send(ClientId client, std::unique_ptr<fabric::SerializableMessageEvent> event) override
     {
-        sent.emplace_back(client, event->ids, text(*event));
+        EXPECT_EQ(event->sender.node, -1);
+        note(std::to_string(client), text(*event));
     }
 
-    void drop(ClientId, int) override {}
+    void drop(ClientId client, int) override { note(std::to_string(client), "dropped"); }
+
+    void note(const std::string& client, const std::string& text)
+    {
+        if (sent.empty() || sent.back().second != text)
+            sent.emplace_back("", text);
+        if (sent.back().first.find(client) == std::string::npos)
+            sent.back().first += client;
+    }
 
     ManualClock clock;
-    TimeService service{{"Europe/Berlin"}, clock};
-    std::vector<std::tuple<ClientId, fabric::MsgIds, std::string>> sent;
+    TimeService timeService{{"Europe/Berlin"}, clock};
+    FaultInjector service;
+    /// In the current line, with the clients that got it one after the other.
+    std::vector<std::pair<std::string, std::string>> sent;
     Span due; ///< from now
 };
 
