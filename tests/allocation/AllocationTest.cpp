@@ -17,9 +17,8 @@ int untilFailure = 0; ///< the number of allocations that succeed before one fai
 int outstanding = 0;  ///< the number of blocks that have not been freed
 
 /// Makes one allocation fail, and counts blocks, while it lives.
-class Watch
+struct Watch
 {
-public:
     explicit Watch(int allocationThatFails)
     {
         untilFailure = allocationThatFails;
@@ -29,123 +28,95 @@ public:
     ~Watch() { watching = false; }
 };
 
-/// Counts an allocation. Returns whether it succeeds.
-bool allocated()
+/// Returns what `allocate` does, unless this allocation is to fail.
+template <class Allocate>
+void* counted(Allocate allocate)
 {
-    if (!watching)
-        return true;
-    if (untilFailure-- == 0)
-        return false;
-    ++outstanding;
-    return true;
-}
-
-void freed(const void* block)
-{
-    if (watching && block)
-        --outstanding;
+    if (watching && untilFailure-- == 0)
+        return nullptr;
+    outstanding += watching;
+    return allocate();
 }
 
 } // namespace
 
 extern "C" {
-
 void* __real_malloc(std::size_t size);
 void* __real_calloc(std::size_t count, std::size_t size);
 void __real_free(void* block);
 
-void* __wrap_malloc(std::size_t size) { return allocated() ? __real_malloc(size) : nullptr; }
+void* __wrap_malloc(std::size_t size)
+{
+    return counted([=] { return __real_malloc(size); });
+}
 
 void* __wrap_calloc(std::size_t count, std::size_t size)
 {
-    return allocated() ? __real_calloc(count, size) : nullptr;
+    return counted([=] { return __real_calloc(count, size); });
 }
 
 void __wrap_free(void* block)
 {
-    freed(block);
+    outstanding -= watching && block;
     __real_free(block);
 }
 }
 
 void* operator new(std::size_t size)
 {
-    void* const block = allocated() ? __real_malloc(size) : nullptr;
-    if (!block)
-        throw std::bad_alloc();
-    return block;
+    void* const block = __wrap_malloc(size);
+    return block ? block : throw std::bad_alloc();
 }
 
-void operator delete(void* block) noexcept
-{
-    freed(block);
-    __real_free(block);
-}
-
-void operator delete(void* block, std::size_t) noexcept { ::operator delete(block); }
+void operator delete(void* block) noexcept { __wrap_free(block); }
+void operator delete(void* block, std::size_t) noexcept { __wrap_free(block); }
 
 namespace {
 
-/// Overrides nothing.
-class Adapter : public chronal::UserAdapter
+struct Allocation : ::testing::Test
 {
-public:
-    using UserAdapter::UserAdapter;
-};
-
-class Allocation : public ::testing::Test
-{
-protected:
-    /// The allocations of a command: record, owner, reference count, event, characters.
-    static int allocationsOf(const CommandRow& row)
+    /// Overrides nothing.
+    struct Adapter : chronal::UserAdapter
     {
-        return std::string(row.values).find(':') == std::string::npos ? 4 : 5;
-    }
+        using UserAdapter::UserAdapter;
+    };
 
-    fabric::StateHolder holder_;
-    desk::NullComponent component_;
-    desk::NullApplication application_{holder_};
-    desk::NullService service_;
-    Adapter adapter_{application_, component_};
-    fabric::MsgIds ids_ = {};
+    fabric::StateHolder holder;
+    desk::NullComponent component;
+    desk::NullApplication application{holder};
+    desk::NullService service;
+    Adapter adapter{application, component};
+    fabric::MsgIds ids = {};
 };
 
-TEST_F(Allocation, ThatFailsLosesNothingInAnyCommand)
+TEST_F(Allocation, IsMadeByACommandFourTimesPlusOncePerStringAndLosesNothingIfItFails)
 {
-    adapter_.setServiceInterface(&service_);
+    adapter.setServiceInterface(&service);
     for (const CommandRow& row : commandRows) {
-        for (int failing = 0; failing < allocationsOf(row); ++failing) {
+        SCOPED_TRACE(row.name);
+        // Record, owner, reference count, event, and the characters of a string.
+        const int needed = std::string(row.values).find(':') == std::string::npos ? 4 : 5;
+        for (int failing = 0; failing < needed; ++failing) {
             const Watch watch(failing);
-            EXPECT_THROW(row.send(adapter_, ids_), std::bad_alloc) << row.name << failing;
-            EXPECT_EQ(outstanding, 0) << row.name << failing;
+            EXPECT_THROW(row.send(adapter, ids), std::bad_alloc) << failing;
+            EXPECT_EQ(outstanding, 0) << failing;
         }
+        const Watch watch(needed);
+        EXPECT_NO_THROW(row.send(adapter, ids));
     }
 }
 
-TEST_F(Allocation, IsMadeNoMoreOftenThanACommandNeeds)
-{
-    adapter_.setServiceInterface(&service_);
-    for (const CommandRow& row : commandRows) {
-        const Watch watch(allocationsOf(row));
-        EXPECT_NO_THROW(row.send(adapter_, ids_)) << row.name;
-    }
-}
-
-TEST_F(Allocation, IsNotMadeWithoutAServiceInterface)
+TEST_F(Allocation, IsNotMadeWithoutAServiceInterfaceOrForRegistrations)
 {
     for (const CommandRow& row : commandRows) {
         const Watch watch(0);
-        EXPECT_NO_THROW(row.send(adapter_, ids_)) << row.name;
+        EXPECT_NO_THROW(row.send(adapter, ids)) << row.name;
     }
-}
-
-TEST_F(Allocation, IsNotMadeForTheRegistrations)
-{
-    adapter_.setServiceInterface(&service_);
+    adapter.setServiceInterface(&service);
     for (int connection = 0; connection < 3; ++connection)
-        adapter_.onServiceConnected(); // afterwards the set of ids has room for another twelve
+        adapter.onServiceConnected(); // afterwards the set of ids has room for another twelve
     const Watch watch(0);
-    EXPECT_NO_THROW(adapter_.onServiceConnected());
+    EXPECT_NO_THROW(adapter.onServiceConnected());
 }
 
 TEST_F(Allocation, ThatFailsInAReceiverThrowsWithoutAnOverrideToo)
@@ -159,7 +130,7 @@ TEST_F(Allocation, ThatFailsInAReceiverThrowsWithoutAnOverrideToo)
     for (const auto receiver :
          {&Adapter::callReplyTimezoneInfo, &Adapter::callNotifyTimezoneChange}) {
         const Watch watch(0);
-        EXPECT_THROW((adapter_.*receiver)(event), std::bad_alloc);
+        EXPECT_THROW((adapter.*receiver)(event), std::bad_alloc);
         EXPECT_EQ(data.use_count(), 2);
     }
 }
@@ -169,13 +140,13 @@ TEST_F(Allocation, IsRefusedForAStringOf4GiB)
 {
     if (sizeof(std::size_t) == 4)
         GTEST_SKIP() << "no string is that long";
-    adapter_.setServiceInterface(&service_);
+    adapter.setServiceInterface(&service);
     std::string zone;
     const auto setLength = [&](std::uint64_t length) {
         std::memcpy(reinterpret_cast<char*>(&zone) + sizeof(void*), &length, sizeof(length));
     };
     setLength(std::uint64_t{1} << 32);
-    EXPECT_THROW(adapter_.cmdTimezoneSet(ids_, zone), std::bad_alloc);
+    EXPECT_THROW(adapter.cmdTimezoneSet(ids, zone), std::bad_alloc);
     setLength(0);
 }
 
