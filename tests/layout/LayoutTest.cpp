@@ -2,14 +2,11 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstddef>
-#include <cstdint>
 #include <cstring>
 #include <iomanip>
 #include <regex>
 #include <sstream>
 #include <string>
-#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -55,18 +52,14 @@ std::string textOf(const nubEndianEntry_t* entry)
 {
     std::ostringstream text;
     for (; entry->code != 0; ++entry) {
-        const nubEndianArgument_t& argument = entry->argument;
-        const bool isTime = argument.table == &__nub_EndianTable_nubOsalTime_t;
-        const bool isString = argument.table == &__nub_EndianTable_nubDeserString_t;
-        const std::uint32_t kind = entry->code >> 16;
-        text << (kind == 3 && isTime     ? 'T'
-                 : kind == 3 && isString ? 'S'
-                 : argument.word         ? '?'
-                 : kind == 4             ? 'w'
-                 : kind == 8             ? 'W'
-                                         : '?')
-             << std::hex << std::setw(2) << std::setfill('0') << (entry->code & 0xffff)
-             << (entry[1].code != 0 ? " " : "");
+        const std::string kinds = entry->argument.table == &__nub_EndianTable_nubOsalTime_t ? "???T"
+                                  : entry->argument.table == &__nub_EndianTable_nubDeserString_t
+                                      ? "???S"
+                                  : entry->argument.word == 0 ? "????w???W"
+                                                              : "";
+        const std::size_t kind = entry->code >> 16;
+        text << (kind < kinds.size() ? kinds[kind] : '?') << std::hex << std::setw(2)
+             << std::setfill('0') << (entry->code & 0xffff) << " ";
     }
     EXPECT_EQ(entry->argument.word, 0xffffffffU);
     return text.str();
@@ -76,7 +69,7 @@ TEST(EndianTables, DescribeTheRecordsOfTheDevice)
 {
     for (const Row& row : rows) {
         SCOPED_TRACE(row.record);
-        std::string expected = row.entries, found = textOf(row.table->entries);
+        std::string expected = row.entries + std::string(" "), found = textOf(row.table->entries);
         // Where pointers are wider, a record that holds a string has a layout of its own.
         if (word == 4 || expected.find('S') == std::string::npos)
             EXPECT_EQ(row.table->size, row.size);
@@ -133,24 +126,24 @@ std::size_t offsetOf(Pointer member)
     return offset & ~std::size_t(1);
 }
 
+/// Expects each member `unit` bytes after the one before.
 template <typename... Pointers>
-std::vector<std::size_t> offsetsIn(std::size_t unit, Pointers... members)
+void expectInOrder(std::size_t unit, std::size_t first, Pointers... members)
 {
-    return {offsetOf(members) / unit...};
+    for (const std::size_t offset : {offsetOf(members)...})
+        EXPECT_EQ(offset, unit * first++);
 }
 
-using Offsets = std::vector<std::size_t>;
 using Adapter = chronal::UserAdapter;
 
 TEST(Messages, LieAsTheMiddlewareReadsThem)
 {
     using M = fabric::MsgMeta;
-    EXPECT_EQ(offsetsIn(1, &M::serviceId, &M::resourceId, &M::operationId, &M::kind),
-              (Offsets{0, 4, 8, 12}));
+    expectInOrder(4, 0, &M::serviceId, &M::resourceId, &M::operationId, &M::kind);
     using E = fabric::EndpointId;
-    EXPECT_EQ(offsetsIn(1, &E::node, &E::componentId), (Offsets{0, 4}));
+    expectInOrder(4, 0, &E::node, &E::componentId);
     using D = fabric::SerializableMessageData;
-    EXPECT_EQ(offsetsIn(word, &D::payload, &D::releaseWord, &D::endianTable), (Offsets{1, 2, 3}));
+    expectInOrder(word, 1, &D::payload, &D::releaseWord, &D::endianTable);
     EXPECT_EQ(sizeof(D), 4 * word);
     struct EventWithPointer : fabric::Event
     {
@@ -173,36 +166,33 @@ TEST(HandlerObject, HoldsItsCallerInItsOwnStorage)
 }
 
 /// An application that names the protected callbacks and adds a virtual function of its own.
-class Application : public Adapter
+struct Application : Adapter
 {
-public:
     virtual void own();
 
-    static Offsets entries()
+    static void expectOrder()
     {
         using A = Application;
-        return offsetsIn(
-            word, &A::onServiceConnectionFailed, &A::onServiceDisconnected, &A::onServiceConnected,
-            &A::onReplyResult, &A::onReplyTimeRefInfo, &A::onNotifyCurrentTime,
-            &A::onNotifyDeviationChange, &A::onNotifyTimezoneChange, &A::onReplyTimeRefAt,
-            &A::onReplyTimeAt, &A::onReplyUtcDeviationInfo, &A::onReplyDateTimeSettingsInfo,
-            &A::onReplyTimezoneInfo, &A::onNotifyDtvTimeChange, &A::onNotifyDSTChange, &A::own);
+        // The destructor comes first, with the two entries 0 and 1.
+        expectInOrder(word, 2, &A::onServiceConnectionFailed, &A::onServiceDisconnected,
+                      &A::onServiceConnected, &A::onReplyResult, &A::onReplyTimeRefInfo,
+                      &A::onNotifyCurrentTime, &A::onNotifyDeviationChange,
+                      &A::onNotifyTimezoneChange, &A::onReplyTimeRefAt, &A::onReplyTimeAt,
+                      &A::onReplyUtcDeviationInfo, &A::onReplyDateTimeSettingsInfo,
+                      &A::onReplyTimezoneInfo, &A::onNotifyDtvTimeChange, &A::onNotifyDSTChange,
+                      &A::own);
     }
 };
 
 TEST(VirtualTables, KeepTheirOrder)
 {
-    // The destructor comes first, with the two entries 0 and 1.
-    EXPECT_EQ(Application::entries(),
-              (Offsets{2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17}));
+    Application::expectOrder();
     using C = fabric::BaseArg1Method<int, const fabric::Event&>::Caller;
-    EXPECT_EQ(offsetsIn(word, &C::invoke, &C::getClassName, &C::getMethodName, &C::getObject),
-              (Offsets{2, 3, 4, 5}));
+    expectInOrder(word, 2, &C::invoke, &C::getClassName, &C::getMethodName, &C::getObject);
     // This table holds the three reports alone.
     using I = fabric::ClientInterface;
-    EXPECT_EQ(offsetsIn(word, &I::onServiceConnected, &I::onServiceConnectionFailed,
-                        &I::onServiceDisconnected),
-              (Offsets{0, 1, 2}));
+    expectInOrder(word, 0, &I::onServiceConnected, &I::onServiceConnectionFailed,
+                  &I::onServiceDisconnected);
 }
 
 } // namespace
