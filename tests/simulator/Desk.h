@@ -125,48 +125,52 @@ struct Desk : fabric::host::ClientSender
     }
     virtual ~Desk() = default;
 
-    /// Compares what happens to a script with "STEP[; STEP...] -> [CLIENTS MESSAGE, ...]" in each
-    /// line.
+    /// Compares what the steps in each line of a script do: "STEP[; STEP...] -> [CLIENTS
+    /// MESSAGE...]"
     void play(const std::string& script)
     {
         std::istringstream lines(script);
         std::string expected, found;
-        for (std::string line, step; std::getline(lines, line);) {
+        for (std::string line; std::getline(lines, line);) {
             line.erase(0, line.find_first_not_of(' '));
+            const std::string steps = line.substr(0, line.find(" -> "));
             expected += line + '\n';
-            const std::size_t arrow = line.find(" ->");
-            found += line.substr(0, arrow) + (arrow == std::string::npos ? "" : " ->");
-            sent.clear();
-            for (std::istringstream steps(line.substr(0, arrow));
-                 arrow != std::string::npos && std::getline(steps >> std::ws, step, ';');)
-                perform(step);
-            for (const auto& [clients, text] : sent)
-                found += (&clients == &sent[0].first ? " " : ", ") + clients + " " + text;
-            found += '\n';
+            found += (steps == line ? line : steps + " -> " + run(steps)) + '\n';
         }
         EXPECT_EQ(found, expected);
     }
 
-    /// Carries out "[CLIENT ]cmd...", "connect CLIENT", "drop CLIENT", "wait SPAN", "until TIME" or
-    /// "due".
-    void perform(const std::string& step)
+    std::string run(const std::string& script)
     {
-        const std::string argument = step.substr(step.find(' ') + 1);
-        if (step == "due")
+        sent.clear();
+        std::istringstream steps(script);
+        for (std::string step; std::getline(steps >> std::ws, step, ';');)
+            std::isdigit(static_cast<unsigned char>(step[0]))
+                ? perform(step.substr(2), static_cast<ClientId>(step[0] - '0'))
+                : perform(step, 1);
+        std::string all;
+        for (const auto& [clients, text] : sent)
+            all += (all.empty() ? "" : ", ") + clients + " " + text;
+        return all.empty() ? "nothing" : all;
+    }
+
+    /// Carries out "cmd...", "connect", "drop", "wait SPAN", "until TIME" or "due".
+    void perform(const std::string& step, ClientId client)
+    {
+        const Utc argument = utc(step.substr(step.find(' ') + 1));
+        if (step == "connect")
+            service.clientConnected(client);
+        else if (step == "drop")
+            service.clientDisconnected(client);
+        else if (step == "due")
             note("in", due < std::chrono::hours(900000) ? text(wireSpan(due)) : "never");
-        else if (step.rfind("drop", 0) == 0)
-            service.clientDisconnected(static_cast<ClientId>(std::stoul(argument)));
-        else if (step.rfind("connect", 0) == 0)
-            service.clientConnected(static_cast<ClientId>(std::stoul(argument)));
         else if (step.rfind("wait", 0) == 0)
-            advance(utc(argument).time_since_epoch());
+            advance(argument.time_since_epoch());
         else if (step.rfind("until", 0) == 0)
-            while (clock.now + due <= utc(argument))
+            while (clock.now + due <= argument)
                 advance(due);
-        else if (std::isdigit(static_cast<unsigned char>(step[0])))
-            ask(argument, static_cast<ClientId>(std::stoul(step)));
         else
-            ask(step);
+            ask(step, client);
     }
 
     void ask(const std::string& command, ClientId client = 1)

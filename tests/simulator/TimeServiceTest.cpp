@@ -82,22 +82,23 @@ TEST(TimeService, ChangesNothingWhenItRefusesACommand)
     Desk desk;
     desk.play("cmdRefTimeSet 4 2026-02-03 +1800 9; 2 cmdRefTimeLock 4 -> 12 done");
     const auto everything = [&] {
-        desk.sent.clear();
-        desk.perform("cmdDateTimeSettingsFetch");
-        desk.perform("cmdTimezoneFetch");
-        for (const std::string source : {" 1", " 2", " 3", " 4", " 5"}) {
-            desk.perform("cmdRefTimeFetch" + source);
-            desk.perform("cmdNextTimeDeviationChangeFetch" + source);
-        }
-        return desk.sent;
+        return desk.run(R"(cmdDateTimeSettingsFetch; cmdTimezoneFetch;
+            cmdRefTimeFetch 1; cmdRefTimeFetch 2; cmdRefTimeFetch 3; cmdRefTimeFetch 4; cmdRefTimeFetch 5;
+            cmdNextTimeDeviationChangeFetch 1; cmdNextTimeDeviationChangeFetch 4)");
     };
-    const auto before = everything();
+    const std::string before = everything();
     desk.play(R"(
         cmdRefTimeSet 4 2026-12-01; cmdRefLocalTimeSet 4 2026-12-01; cmdTimeInit -> 1 EBUSY
         cmdNextTimeDeviationChangeSet 4 2026-12-01 60; cmdSendDaylightsavingInfo 4 1 2 0 3 4 -> 1 EBUSY
         cmdDateTimeNtpStart -> 1 EPERM
         cmdDateTimeNtpSet *256 0; cmdDateTimeNtpSet "" 1; cmdTimezoneSet *256 -> 1 EINVAL
         cmdDateTimeSettingsSet 0 1 2 3 4 5 *256 1 0; cmdDateTimeSettingsSet 0 1 2 3 4 5 "" 1 1 -> 1 EINVAL
+        # Only names of the database, not all that a path or a library could lead to.
+        cmdTimezoneSet ../UTC; cmdTimezoneSet /etc/localtime; cmdTimezoneSet /usr/share/zoneinfo/UTC -> 1 ENOENT
+        cmdTimezoneSet Europe/../Europe/Paris; cmdTimezoneSet Europe//Paris; cmdTimezoneSet Europe/./Paris -> 1 ENOENT
+        cmdTimezoneSet Europe/Paris/; cmdTimezoneSet file:/usr/share/zoneinfo/UTC; cmdTimezoneSet libc:UTC -> 1 ENOENT
+        cmdTimezoneSet Fixed/UTC+05:00:00; cmdTimezoneSet localtime; cmdTimezoneSet europe/berlin -> 1 ENOENT
+        cmdTimezoneSet *255; cmdTimezoneSet; cmdTimezoneSet "" -> 1 ENOENT
         # Times outside the calendar, deviations of more than a day, and local times that are skipped.
         cmdTimeAt -1 1; cmdTimeAt 10000-01-01 0; cmdTimeAt 2026-03-29T02:30 0; cmdRefTimeAt 1 -1 -> 1 EINVAL
         cmdRefTimeSet 1 0/-1; cmdRefTimeSet 1 10000-01-01; cmdRefTimeSet 5 2026-12-01 86400/1 -> 1 EINVAL
@@ -115,12 +116,6 @@ TEST(TimeService, ChangesNothingWhenItRefusesACommand)
           "cmdRefTimeLock", "cmdRefTimeUnlock"})
         for (const std::string source : {" 0", " 6", " -1", " -2147483648"})
             desk.play(command + source + " 1 2 -> 1 EINVAL");
-    for (const std::string zone :
-         {"../UTC", "../../../etc/passwd", "/etc/localtime", "/usr/share/zoneinfo/UTC",
-          "Europe/../Europe/Paris", "Europe//Paris", "Europe/./Paris", "Europe/Paris/", "*255",
-          "file:/usr/share/zoneinfo/UTC", "libc:UTC", "Fixed/UTC+05:00:00", "localtime",
-          "europe/berlin", "\"\"", "UTC\1"})
-        desk.play("cmdTimezoneSet " + zone + " -> 1 ENOENT");
     desk.play(std::string("cmdTimezoneSet UTC\0 -> 1 ENOENT", 31));
     EXPECT_EQ(everything(), before);
 }
@@ -202,7 +197,7 @@ TEST(TimeService, NotifiesSubscribersEachPeriodAndSkipsThoseMissed)
         2 cmdRefTimeUnsubscribe 2; 2 cmdRefTimeUnsubscribe 2; 2 cmdRefTimeSubscribe 3 -> 2 done
         cmdRefTimeSubscribe 3; cmdRefTimeSubscribe 5; cmdRefTimeLock 3 -> 1 done
         wait 1 -> 1 notifyCurrentTime 3 +0 -360001 +0 0 0, 1 notifyCurrentTime 5 +0 -360001 +0 0 0, 2 notifyCurrentTime 3 +0 -360001 +0 0 0
-        drop 1; wait 1 -> 2 notifyCurrentTime 3 +0 -360001 +0 0 0
+        1 drop; wait 1 -> 2 notifyCurrentTime 3 +0 -360001 +0 0 0
         2 cmdRefTimeSet 3 0; 2 cmdRefTimeSet 5 0 -> 2 EBUSY, 2 done, 2 notifyDtvTimeChange +0
         2 cmdRefTimeUnsubscribe 3; wait 1 -> 2 done)");
 }
@@ -220,8 +215,8 @@ TEST(TimeService, KeepsMoreZonesApartThanItRemembers)
 
 TEST(TimeService, IgnoresWhatIsNotACommand)
 {
-    Desk().play(
-        "replyTimeRefAt 1 1; notifyDeviationChange 1; replyTimeAt 1; replyTimeRefInfo 1 ->");
+    Desk().play("replyTimeRefAt 1 1; notifyDeviationChange 1; replyTimeAt 1; replyTimeRefInfo 1 -> "
+                "nothing");
 }
 
 } // namespace
