@@ -190,7 +190,7 @@ struct Desk : fabric::host::ClientSender
 
     void send(ClientId client, std::unique_ptr<fabric::SerializableMessageEvent> event) override
     {
-        EXPECT_EQ(event->sender.node, -1);
+        EXPECT_TRUE(event->meta.serviceId == 29032007 && event->sender.node == -1);
         note(std::to_string(client), text(*event));
     }
 

@@ -14,6 +14,13 @@ TEST(FaultInjector, RefusesByNameAndDropsAClientAfterItsCommands)
         2 cmdRefTimeSet 1 0 -> 2 EACCES, 2 dropped)");
 }
 
+TEST(FaultInjector, KnowsEachCommandByTheOperationThatSendsIt)
+{
+    const std::vector<std::string> names = commandNames();
+    EXPECT_EQ(names.size(), 22U);
+    EXPECT_THAT(names, testing::IsSupersetOf({"cmdRefTimeSet", "cmdUTCTimeAt", "cmdLocaltimeAt"}));
+}
+
 TEST(FaultInjector, LogsConnectionsAndMessagesWithTheirIds)
 {
     std::string log;
