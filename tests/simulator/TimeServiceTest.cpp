@@ -195,8 +195,8 @@ TEST(TimeService, NotifiesSubscribersEachPeriodAndSkipsThoseMissed)
         wait 60/500000; due -> 2 notifyCurrentTime 2 2026-01-01T11:31:01/500000 +3600 2026-01-01T12:31:01/500000 1 0, in +0/500000
         # Those of a client end with it, unlike its locks.
         2 cmdRefTimeUnsubscribe 2; 2 cmdRefTimeUnsubscribe 2; 2 cmdRefTimeSubscribe 3 -> 2 done
-        cmdRefTimeSubscribe 3; cmdRefTimeSubscribe 5; cmdRefTimeLock 3 -> 1 done
-        wait 1 -> 1 notifyCurrentTime 3 +0 -360001 +0 0 0, 1 notifyCurrentTime 5 +0 -360001 +0 0 0, 2 notifyCurrentTime 3 +0 -360001 +0 0 0
+        cmdRefTimeSubscribe 1; cmdRefTimeSubscribe 3; cmdRefTimeSubscribe 5; cmdRefTimeLock 3 -> 1 done
+        wait 1 -> 1 notifyCurrentTime 1 2026-01-01T11:31:02/500000 +3600 2026-01-01T12:31:02/500000 1 0, 1 notifyCurrentTime 3 +0 -360001 +0 0 0, 1 notifyCurrentTime 5 +0 -360001 +0 0 0, 2 notifyCurrentTime 3 +0 -360001 +0 0 0
         1 drop; wait 1 -> 2 notifyCurrentTime 3 +0 -360001 +0 0 0
         2 cmdRefTimeSet 3 0; 2 cmdRefTimeSet 5 0 -> 2 EBUSY, 2 done, 2 notifyDtvTimeChange +0
         2 cmdRefTimeUnsubscribe 3; wait 1 -> 2 done)");

@@ -124,7 +124,7 @@ TEST(ZoneRules, FindNoZoneInADamagedFileOrOneThatCanBeUsed)
         ASSERT_EQ(whole.substr(0, 4), "TZif");
         for (std::size_t at = 0; at < whole.size(); at += step) {
             damaged.insert(damaged.end(), {whole.substr(0, at), whole});
-            damaged.back()[at] = static_cast<char>(~whole[at] ^ (at % 2 ? 0 : 0xfe));
+            damaged.back()[at] = static_cast<char>(whole[at] ^ (at % 2 ? 0xff : 0x01));
         }
     }
     std::size_t found = 0;
