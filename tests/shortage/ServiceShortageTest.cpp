@@ -1,6 +1,8 @@
 #include "../simulator/Desk.h"
 #include "Shortage.h"
 
+#include <filesystem>
+
 namespace chronal::sim {
 
 namespace {
@@ -75,6 +77,26 @@ TEST(ServiceShortage, LeavesACommandUndoneOrAnswersIt)
             EXPECT_EQ(answered ? done : undone, desk.state());
         }
     }
+}
+
+TEST(ServiceShortage, DoesNotSpoilAZoneThatIsReadAgain)
+{
+    // Abseil keeps each zone that it has read, so every attempt needs another one.
+    int allocation = 0;
+    bool failed = true;
+    for (const auto& entry : std::filesystem::directory_iterator("/usr/share/zoneinfo/Asia")) {
+        const std::string name = "Asia/" + entry.path().filename().string();
+        try {
+            const Starved starved(++allocation);
+            EXPECT_NE(findZone(name), nullptr) << allocation;
+            failed = shortage().failed != 0;
+        } catch (const std::bad_alloc&) {
+        }
+        const auto zone = findZone(name);
+        ASSERT_NE(zone, nullptr) << allocation;
+        EXPECT_GT(zone->periodAt(utc("2026-01-01")).deviation, Span(0)) << allocation;
+    }
+    EXPECT_FALSE(failed) << "more allocations than zones";
 }
 
 } // namespace
