@@ -118,13 +118,14 @@ TEST(ZoneRules, FindNoZoneInADamagedFileOrOneThatCanBeUsed)
     EXPECT_NE(findZone("UTC"), nullptr) << "needs no database";
     std::vector<std::string> damaged = {"TZif" + std::string(100000, '\0')};
     // The first is short enough to be damaged at each byte of its two headers.
-    for (const auto& [zone, step] :
-         {std::pair("Asia/Tokyo", 1U), std::pair("Europe/Berlin", 61U)}) {
+    for (const auto& [zone, step, bits] :
+         {std::tuple("Asia/Tokyo", 1U, 0xff), std::tuple("Asia/Tokyo", 3U, 0x01),
+          std::tuple("Europe/Berlin", 61U, 0xff)}) {
         const std::string whole = contentOf(installed / zone);
         ASSERT_EQ(whole.substr(0, 4), "TZif");
         for (std::size_t at = 0; at < whole.size(); at += step) {
             damaged.insert(damaged.end(), {whole.substr(0, at), whole});
-            damaged.back()[at] = static_cast<char>(whole[at] ^ (at % 2 ? 0xff : 0x01));
+            damaged.back()[at] = static_cast<char>(whole[at] ^ bits);
         }
     }
     std::size_t found = 0;
