@@ -28,6 +28,13 @@ struct SessionCounters
     std::uint64_t exceptionsCaught;  ///< thrown by callbacks
 };
 
+/// Selects the thread that runs a session's loop and is its dispatch thread.
+enum class Dispatch
+{
+    ownThread, ///< a thread of the session's own
+    caller     ///< the one thread that uses the session, which calls poll()
+};
+
 /// Replaces the device's middleware on a host: provides one application with one component, the
 /// interface of one service, and one dispatch thread, which delivers connection reports, replies
 /// and notifications in order.
@@ -45,7 +52,8 @@ class FABRIC_API Session
 {
 public:
     /// Does not open `link` yet. `catalogue` lists the service's messages and outlives the session.
-    Session(std::unique_ptr<Link> link, const MessageCatalogue& catalogue);
+    Session(std::unique_ptr<Link> link, const MessageCatalogue& catalogue,
+            Dispatch dispatch = Dispatch::ownThread);
 
     /// Closes the connection as disconnect() does, detaches the remaining clients and ends the
     /// dispatch thread. Must not be called inside a callback.
@@ -79,6 +87,11 @@ public:
     /// that. Queued commands are still sent, for up to a second; a debug line counts those given
     /// up.
     void disconnect() noexcept;
+
+    /// With Dispatch::caller: opens and closes the link, and makes the reports and deliveries that
+    /// are due, until nothing is. Never waits. Returns true if there was anything to do. Must not be
+    /// called inside a callback.
+    bool poll();
 
     SessionCounters counters() const;
 

@@ -69,7 +69,7 @@ class Session::Impl final : private StateHolder,
                             private LinkListener
 {
 public:
-    Impl(std::unique_ptr<Link> link, const MessageCatalogue& catalogue);
+    Impl(std::unique_ptr<Link> link, const MessageCatalogue& catalogue, Dispatch dispatchOn);
     ~Impl() override;
 
     int addEventHandler(const MsgMeta& key, int flags, const EventHandler& handler) override
@@ -108,6 +108,8 @@ private:
 
     bool onDispatchThread() const noexcept;
     void dispatch();
+    template <class Step>
+    void guardLoop(Step step);
     bool deliver(FrameView frame);
     bool refuseFrame(const char* reason) noexcept;
 
@@ -160,19 +162,24 @@ private:
     Impl& session_;
 };
 
-Session::Impl::Impl(std::unique_ptr<Link> link, const MessageCatalogue& catalogue)
+Session::Impl::Impl(std::unique_ptr<Link> link, const MessageCatalogue& catalogue,
+                    Dispatch dispatchOn)
     : AbstractApplication(static_cast<StateHolder&>(*this)),
       catalogue_(catalogue),
       link_(std::move(link)),
-      component_(new Component(*this)),
-      dispatcher_([this] { dispatch(); })
+      component_(new Component(*this))
 {
+    if (dispatchOn == Dispatch::ownThread)
+        dispatcher_ = std::thread([this] { dispatch(); });
 }
 
 Session::Impl::~Impl()
 {
     request([](Impl& session) { session.requests_.end = true; });
-    dispatcher_.join();
+    if (dispatcher_.joinable())
+        dispatcher_.join();
+    else
+        dispatch();
 }
 
 void Session::Impl::request(void (*change)(Impl& session)) noexcept
@@ -312,9 +319,10 @@ void Session::Impl::linkDown(int reason)
     clients_.reportDown(reason);
 }
 
+/// Without a thread of its own, a session is used on one thread only.
 bool Session::Impl::onDispatchThread() const noexcept
 {
-    return std::this_thread::get_id() == dispatcher_.get_id();
+    return !dispatcher_.joinable() || std::this_thread::get_id() == dispatcher_.get_id();
 }
 
 void Session::Impl::dispatch()
@@ -326,17 +334,22 @@ void Session::Impl::dispatch()
         ClientList& clients;
     } const ended = {clients_};
 
-    const auto handleEvent = [this] {
-        if (openAt_ == never)
-            loop_.run_one();
-        else if (loop_.run_one_until(openAt_) == 0)
-            openLink();
-    };
-    // After an exception the rest of that event is lost, and the loop continues.
     while (!loop_.stopped())
-        callGuarded(handleEvent, [](const char* what) {
-            log(logError, "fabric-host: exception in a session's loop: %s\n", what);
+        guardLoop([this] {
+            if (openAt_ == never)
+                loop_.run_one();
+            else if (loop_.run_one_until(openAt_) == 0)
+                openLink();
         });
+}
+
+/// Handles an event. After an exception, the rest of it is lost and the loop can continue.
+template <class Step>
+void Session::Impl::guardLoop(Step step)
+{
+    callGuarded(step, [](const char* what) {
+        log(logError, "fabric-host: exception in a session's loop: %s\n", what);
+    });
 }
 
 bool Session::Impl::frameReceived(FrameView frame)
@@ -377,8 +390,8 @@ bool Session::Impl::refuseFrame(const char* reason) noexcept
     return false;
 }
 
-Session::Session(std::unique_ptr<Link> link, const MessageCatalogue& catalogue)
-    : impl_(new Impl(std::move(link), catalogue))
+Session::Session(std::unique_ptr<Link> link, const MessageCatalogue& catalogue, Dispatch dispatch)
+    : impl_(new Impl(std::move(link), catalogue, dispatch))
 {
 }
 
@@ -409,6 +422,14 @@ void Session::disconnect() noexcept
         session.requests_.open = false;
         session.closed_ = true;
     });
+}
+
+bool Session::poll()
+{
+    bool any = false;
+    for (bool more = true; more; any = any || more)
+        impl_->guardLoop([&] { more = impl_->loop_.poll_one() != 0; });
+    return any;
 }
 
 SessionCounters Session::counters() const
