@@ -23,7 +23,7 @@
 #include <fabric-host/ServiceHost.h>
 #include <fabric-host/Session.h>
 
-#include "Protocol.h"
+#include <chronal-sim/Messages.h>
 #include "TimeService.h"
 
 /// Clients of a time service, as the measurements of whole round trips need them.

@@ -15,6 +15,9 @@ namespace {
 // The machine's UTC may be set and advances during suspension, so no wait is longer than this.
 constexpr Span longestWait = std::chrono::minutes(1);
 
+// Keeps steady time in range, and is longer than any wait for a change that somebody may see.
+constexpr Span longestJump = std::chrono::hours(24 * 36525);
+
 Span machineTime()
 {
 #ifdef SYS_clock_gettime64
@@ -47,26 +50,63 @@ double inMicroseconds(Span span) { return static_cast<double>(span.count()); }
 
 } // namespace
 
-ScaledClock::ScaledClock(Utc start, double speed)
-    : startUtc_(start), startSteady_(std::chrono::steady_clock::now()), speed_(speed)
+SettableClock::SettableClock(Utc start, double speed)
+    : machine_(std::chrono::steady_clock::now()), steady_(machine_), utc_(start), speed_(speed)
 {
+}
+
+Span SettableClock::elapsed() const
+{
+    return speed_ == 0
+               ? Span::zero()
+               : std::chrono::duration_cast<Span>(std::chrono::steady_clock::now() - machine_);
 }
 
 // Computes in floating point until the result is certain to fit into a Span.
-Utc ScaledClock::utc() const
+Utc SettableClock::utc() const
 {
-    const Span elapsed = std::chrono::duration_cast<Span>(steady() - startSteady_);
-    const double ahead =
-        std::fmod(inMicroseconds(elapsed) * speed_, inMicroseconds(calendarEnd.time_since_epoch()));
-    return wrapped(startUtc_ + Span(static_cast<Span::rep>(ahead)));
+    const double ahead = std::fmod(inMicroseconds(elapsed()) * speed_,
+                                   inMicroseconds(calendarEnd.time_since_epoch()));
+    return wrapped(utc_ + Span(static_cast<Span::rep>(ahead)));
 }
 
-Clock::TimePoint ScaledClock::steady() const { return std::chrono::steady_clock::now(); }
+Clock::TimePoint SettableClock::steady() const { return steady_ + elapsed(); }
 
-Clock::TimePoint ScaledClock::steadyAfter(Span wait) const
+Clock::TimePoint SettableClock::steadyAfter(Span wait) const
 {
+    if (speed_ == 0)
+        return steady_ + std::clamp(wait, Span::zero(), longestJump);
     return steady() + Span(static_cast<Span::rep>(std::ceil(std::clamp(
                           inMicroseconds(wait) / speed_, 0.0, inMicroseconds(longestWait)))));
+}
+
+Clock::TimePoint SettableClock::onMachine(TimePoint steady) const
+{
+    const bool never = speed_ == 0 || steady == TimePoint::max();
+    return never ? TimePoint::max() : machine_ + (steady - steady_);
+}
+
+void SettableClock::setUtc(Utc utc)
+{
+    setSpeed(speed_);
+    utc_ = wrapped(utc);
+}
+
+void SettableClock::setSpeed(double speed)
+{
+    const Utc now = utc();
+    steady_ = steady();
+    utc_ = now;
+    machine_ = std::chrono::steady_clock::now();
+    speed_ = speed;
+}
+
+void SettableClock::advanceTo(TimePoint steady)
+{
+    setSpeed(speed_);
+    const TimePoint::duration ahead = std::max(steady - steady_, TimePoint::duration::zero());
+    steady_ += ahead;
+    utc_ = wrapped(utc_ + std::chrono::duration_cast<Span>(ahead));
 }
 
 const Clock& systemClock()

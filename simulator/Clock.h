@@ -23,23 +23,40 @@ public:
     /// The time at which to check whether utc() has advanced by `wait`. It may be too early, but
     /// lies after steady() if `wait` is positive, and is never more than a minute late.
     virtual TimePoint steadyAfter(Span wait) const = 0;
+
+    /// The time of the machine's steady clock at `steady`; TimePoint::max() for never.
+    virtual TimePoint onMachine(TimePoint steady) const { return steady; }
 };
 
-/// Starts at a given time and runs at a multiple of the machine's speed.
-class ScaledClock final : public Clock
+/// Can be set, stopped and moved, and runs at a multiple of the machine's speed. Steady time runs
+/// at the machine's speed, unless the clock stands still. Not thread-safe.
+class SettableClock final : public Clock
 {
 public:
-    /// `speed` must be positive.
-    ScaledClock(Utc start, double speed);
+    /// With a `speed` of 0 the clock stands still.
+    SettableClock(Utc start, double speed);
 
     Utc utc() const override;
     TimePoint steady() const override;
     TimePoint steadyAfter(Span wait) const override;
+    TimePoint onMachine(TimePoint steady) const override;
+
+    void setUtc(Utc utc);
+    double speed() const { return speed_; }
+    void setSpeed(double speed);
+
+    /// Moves UTC and steady time forward to this steady time.
+    void advanceTo(TimePoint steady);
 
 private:
-    const Utc startUtc_;
-    const TimePoint startSteady_;
-    const double speed_;
+    /// The machine's time since the last change, or zero if the clock stands still.
+    Span elapsed() const;
+
+    // The times at the last change.
+    TimePoint machine_;
+    TimePoint steady_;
+    Utc utc_;
+    double speed_;
 };
 
 /// The machine's clocks. They continue past 2038, even where time_t has 32 bits.

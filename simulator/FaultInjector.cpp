@@ -1,11 +1,10 @@
 #include "FaultInjector.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <iterator>
 #include <new>
 #include <utility>
-
-#include "MessageText.h"
-#include "Protocol.h"
 
 namespace chronal::sim {
 
@@ -29,9 +28,36 @@ void FaultInjector::note(Text text) const noexcept
     log_(line);
 }
 
-FaultInjector::FaultInjector(fabric::host::Service& service, const Faults& faults, Log log)
-    : service_(service), faults_(faults), log_(std::move(log))
+FaultInjector::FaultInjector(fabric::host::Service& service, const Clock& clock, Log log,
+                             std::size_t dropAfter)
+    : service_(service), clock_(clock), log_(std::move(log)), dropAfter_(dropAfter)
 {
+}
+
+std::optional<Fault> FaultInjector::setFault(const std::string& command, std::optional<Fault> fault)
+{
+    std::optional<Fault> previous;
+    const auto found = faults_.find(command);
+    if (found != faults_.end())
+        previous = found->second;
+    if (fault)
+        faults_[command] = *fault;
+    else
+        faults_.erase(command);
+    return previous;
+}
+
+void FaultInjector::dropAll(int reason)
+{
+    for (const auto& [client, received] : commands_)
+        outlet_->drop(client, reason);
+}
+
+void FaultInjector::notify(const Content& content)
+{
+    ++lastNotification_;
+    for (const auto& [client, received] : commands_)
+        send(client, newEvent(content, {0, lastNotification_}));
 }
 
 const fabric::host::MessageCatalogue& FaultInjector::catalogue() const
@@ -56,6 +82,8 @@ void FaultInjector::clientDisconnected(ClientId client)
 {
     note([=] { return named(client) + " disconnected"; });
     commands_.erase(client);
+    for (auto next = delayed_.begin(); next != delayed_.end();)
+        next = next->second.client == client ? delayed_.erase(next) : std::next(next);
     service_.clientDisconnected(client);
 }
 
@@ -63,38 +91,57 @@ void FaultInjector::commandReceived(ClientId client,
                                     const fabric::SerializableMessageEvent& command)
 {
     note([&] { return named(client) + " -> " + messageText(command); });
-    if (isRefused(command))
-        refuse(client, command);
-    else
+    const char* const name = nameOf(command);
+    const auto found = faults_.find(name ? name : "");
+    const Fault fault = found != faults_.end() ? found->second : Fault{true, {}, Span::zero()};
+    delay_ = fault.delay;
+    if (fault.carriedOut)
         service_.commandReceived(client, command);
-    if (++commands_[client] == faults_.dropAfter)
+    else if (fault.answer.data)
+        send(client, newEvent(fault.answer, command.ids));
+    delay_ = Span::zero();
+    if (++commands_[client] == dropAfter_)
         outlet_->drop(client, ECONNRESET);
 }
 
-FaultInjector::TimePoint FaultInjector::runDue() { return service_.runDue(); }
+FaultInjector::TimePoint FaultInjector::runDue() { return clock_.onMachine(runDueByClock()); }
+
+FaultInjector::TimePoint FaultInjector::runDueByClock()
+{
+    while (!delayed_.empty() && delayed_.begin()->first <= clock_.steady()) {
+        Delayed next = std::move(delayed_.begin()->second);
+        delayed_.erase(delayed_.begin());
+        send(next.client, std::move(next.event));
+    }
+    const TimePoint due = service_.runDue();
+    return delayed_.empty() ? due : std::min(due, delayed_.begin()->first);
+}
+
+bool FaultInjector::advance(SettableClock& clock, TimePoint target)
+{
+    const double speed = clock.speed();
+    clock.setSpeed(0); // so that the next due time is exact
+    clock.advanceTo(std::min(runDueByClock(), target));
+    runDueByClock();
+    clock.setSpeed(speed);
+    return clock.steady() >= target;
+}
 
 void FaultInjector::send(ClientId client, std::unique_ptr<fabric::SerializableMessageEvent> event)
 {
+    if (delay_ > Span::zero() && event->meta.kind == fabric::host::kindReply) {
+        delayed_.emplace(clock_.steady() + delay_, Delayed{client, std::move(event)});
+        return;
+    }
     note([&] { return named(client) + " <- " + messageText(*event); });
     outlet_->send(client, std::move(event));
 }
 
 void FaultInjector::drop(ClientId client, int reason) { outlet_->drop(client, reason); }
 
-bool FaultInjector::isRefused(const fabric::SerializableMessageEvent& command) const
+Content refusal(int error)
 {
-    const char* const name = nameOf(command);
-    return name && faults_.refused.count(name) != 0;
-}
-
-void FaultInjector::refuse(ClientId client, const fabric::SerializableMessageEvent& command)
-{
-    const Content result =
-        compose(replyResult, [](chronalMsgReplyResult_t& record) { record.result = -EACCES; });
-    auto event = std::make_unique<fabric::SerializableMessageEvent>(
-        result.meta, fabric::EndpointId{-1, 0}, result.data);
-    event->ids = command.ids;
-    send(client, std::move(event));
+    return compose(replyResult, [=](chronalMsgReplyResult_t& record) { record.result = error; });
 }
 
 } // namespace chronal::sim

@@ -14,8 +14,8 @@
 #include <fabric-host/Printable.h>
 #include <fabric-host/ServiceHost.h>
 
-#include "Protocol.h"
 #include "TimeService.h"
+#include <chronal-sim/Messages.h>
 
 namespace chronal::sim {
 

@@ -51,16 +51,6 @@ Content compose(const Message<chronalMsgTimezone_t>& message, const Zone& zone, 
     });
 }
 
-std::unique_ptr<fabric::SerializableMessageEvent> newEvent(const Content& content,
-                                                           const fabric::MsgIds& ids)
-{
-    const fabric::EndpointId thisService = {-1, 0};
-    auto event =
-        std::make_unique<fabric::SerializableMessageEvent>(content.meta, thisService, content.data);
-    event->ids = ids;
-    return event;
-}
-
 std::optional<Utc> readLocalAsUtc(const nubOsalTime_struct& time, std::optional<Span> announced,
                                   const DeviationRule& rule)
 {
@@ -181,7 +171,7 @@ void TimeService::commandReceived(ClientId client, const fabric::SerializableMes
                    candidate.operationId == command.meta.operationId;
         });
     // The catalogue also has replies and notifications, some with a command's ids.
-    if (command.meta.kind != detail::kindCommand || handler == std::end(handlers))
+    if (command.meta.kind != fabric::host::kindCommand || handler == std::end(handlers))
         return;
     // The answer is allocated before anything changes, so that every change is answered.
     afterAnswer_.clear();

@@ -13,14 +13,18 @@
 #include <utility>
 #include <vector>
 
+#include <chronal-sim/Messages.h>
 #include <chronal/MessageRecords.h>
 #include <fabric-host/Service.h>
 
 #include "Clock.h"
-#include "Protocol.h"
 #include "ZoneRules.h"
+#include "api-chronal-record-text.h"
 
 namespace chronal::sim {
+
+using detail::copyText;
+using detail::readText;
 
 /// The longest accepted name of a zone or a server, in bytes. Real names are shorter.
 inline constexpr std::size_t longestText = 255;

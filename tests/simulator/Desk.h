@@ -85,8 +85,7 @@ inline fabric::SerializableMessageEvent message(const std::string& text)
 /// Returns what message() reads, but "done" or the error's name for a result.
 inline std::string text(const fabric::SerializableMessageEvent& event)
 {
-    std::string all =
-        catalogue().find(event.meta.resourceId, event.meta.operationId, event.meta.kind)->name;
+    std::string all = typeOf(event)->name;
     forEachField(*event.data, [&](const nubEndianTable_t* table, const void* field) {
         const auto string = static_cast<const nubDeserString_t*>(field);
         if (table == &__nub_EndianTable_nubOsalTime_t)
@@ -115,9 +114,12 @@ struct ManualClock final : Clock
 /// A service in Berlin on 2026-01-01 at 12:30 local time, with clients 1 and 2.
 struct Desk : fabric::host::ClientSender
 {
-    explicit Desk(const Faults& faults = {}, const FaultInjector::Log& log = nullptr)
-        : service(timeService, faults, log)
+    explicit Desk(std::size_t dropAfter = 0, const std::vector<std::string>& refused = {},
+                  const FaultInjector::Log& log = nullptr)
+        : service(timeService, clock, log, dropAfter)
     {
+        for (const std::string& command : refused)
+            service.setFault(command, Fault{false, refusal(-EACCES), {}});
         service.start(*this);
         service.clientConnected(1);
         service.clientConnected(2);

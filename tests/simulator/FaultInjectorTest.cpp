@@ -1,12 +1,11 @@
 #include "Desk.h"
-#include "MessageText.h"
 
 namespace chronal::sim {
 namespace {
 
 TEST(FaultInjector, RefusesByNameAndDropsAClientAfterItsCommands)
 {
-    Desk({2, {"cmdUTCTimeAt", "cmdRefTimeSet"}}).play(R"(
+    Desk(2, {"cmdUTCTimeAt", "cmdRefTimeSet"}).play(R"(
         cmdTimeAt 0 1; 2 cmdRefTimeSet 1 0 -> 12 EACCES
         cmdTimeAt 2026-07-01T02:00 0 -> 1 replyTimeAt 0 2026-07-01 +7200 2026-07-01T02:00 0 0, 1 dropped
         cmdTimezoneFetch -> 1 replyTimezoneInfo Europe/Berlin 2026-01-01T11:30
@@ -24,7 +23,7 @@ TEST(FaultInjector, KnowsEachCommandByTheOperationThatSendsIt)
 TEST(FaultInjector, LogsConnectionsAndMessagesWithTheirIds)
 {
     std::string log;
-    Desk desk({0, {"cmdTimeInit"}}, [&](const std::string& line) { log += '\n' + line; });
+    Desk desk(0, {"cmdTimeInit"}, [&](const std::string& line) { log += '\n' + line; });
     desk.run("cmdRefTimeSet 1 0 -5 7; 2 cmdTimezoneSet UTC; cmdTimeInit; 2 drop");
     EXPECT_EQ(log, R"(
 client 1 connected

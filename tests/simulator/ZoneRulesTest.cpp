@@ -160,7 +160,7 @@ TEST(Clock, RunsAtItsSpeedThroughTheEndOfTheCalendar)
     const Utc start = calendarEnd - Span(1);
     for (const double speed : {0.5, 1e9}) {
         const auto began = std::chrono::steady_clock::now();
-        const ScaledClock clock(start, speed);
+        const SettableClock clock(start, speed);
         const auto begun = clock.steady();
         while (clock.steady() < begun + std::chrono::milliseconds(2))
             continue;
@@ -177,7 +177,7 @@ TEST(Clock, RunsAtItsSpeedThroughTheEndOfTheCalendar)
 
 TEST(Clock, WaitsUntilItsTimeOrAMinute)
 {
-    const ScaledClock fast(Utc(), 1e3), slow(Utc(), 0.5);
+    const SettableClock fast(Utc(), 1e3), slow(Utc(), 0.5);
     const std::tuple<const Clock&, Span, Span> rows[] = {
         {fast, hours(1), Span(3600000)},    {fast, Span(1), Span(1)},
         {fast, Span::max(), seconds(60)},   {slow, seconds(3), seconds(6)},

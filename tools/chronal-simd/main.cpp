@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <charconv>
 #include <chrono>
 #include <csignal>
@@ -13,6 +14,7 @@
 #include <memory>
 #include <new>
 #include <optional>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -27,15 +29,16 @@
 #include <fabric-host/ServiceHost.h>
 
 #include "Clock.h"
+#include "Control.h"
 #include "FaultInjector.h"
 #include "LineLog.h"
 #include "ParsedOption.h"
-#include "Protocol.h"
 #include "SocketText.h"
 #include "StandardStreams.h"
 #include "TimeService.h"
 #include "TimeText.h"
 #include "WireTime.h"
+#include <chronal-sim/Messages.h>
 
 namespace {
 
@@ -53,7 +56,9 @@ struct Settings
     Options service;
     std::optional<Utc> startTime;
     double speed = 1;
-    Faults faults;
+    std::size_t dropAfter = 0;
+    std::set<std::string> refused;
+    bool control = false;
     bool verbose = false;
 };
 
@@ -95,9 +100,9 @@ double parseSpeed(const std::string& text)
     const char* const end = text.data() + text.size();
     const auto [rest, error] = std::from_chars(text.data(), end, speed);
     // Slower, time seems to stand still; faster, a day takes less than a tenth of a second.
-    const bool valid = error == std::errc() && rest == end && speed >= 0.001 && speed <= 1e6;
-    if (!valid)
-        refuse(text, "a number from 0.001 to 1000000");
+    const bool inRange = speed == 0 || (speed >= 0.001 && speed <= 1e6);
+    if (error != std::errc() || rest != end || !inRange)
+        refuse(text, "0 or a number from 0.001 to 1000000");
     return speed;
 }
 
@@ -136,29 +141,23 @@ void describe(CLI::App& app, Settings& settings)
               "Start at this UTC, such as 2026-03-29T00:59:50Z or any other form in chronalctl(1) "
               "(default: the machine's time)",
               into(settings.startTime, parseStartTime));
-    addParsed(app, "--speed", "N", "Run N times faster, from 0.001 to 1000000 (default: 1)",
+    addParsed(app, "--speed", "N",
+              "Run N times faster, from 0.001 to 1000000, or stand still with 0 (default: 1)",
               into(settings.speed, parseSpeed));
     addParsed(app, "--drop-after", "N", "Disconnect each client after N commands",
-              into(settings.faults.dropAfter, chronal::tools::parseWholeNumber<std::size_t, 1>));
+              into(settings.dropAfter, chronal::tools::parseWholeNumber<std::size_t, 1>));
     addParsed(app, "--refuse", "COMMAND",
               "Refuse this command with -13; may be repeated:\n{" + join(commandNames(), ",\n") +
                   '}',
-              [&settings](const std::string& text) {
-                  settings.faults.refused.insert(parseCommand(text));
-              })
+              [&settings](const std::string& text) { settings.refused.insert(parseCommand(text)); })
         ->take_all();
+    app.add_flag("--control", settings.control,
+                 "Obey the lines of standard input:" + controlWords() +
+                     "\nEach is answered with one line, \"ok\" or \"error: ...\"");
     app.add_flag("--verbose", settings.verbose,
                  "Print a line for every message, and at the end the numbers of refused frames and "
                  "dropped clients. Lines for which a slow reader leaves no room are left out and "
                  "counted");
-}
-
-std::unique_ptr<Clock> ownClock(const Settings& settings)
-{
-    if (!settings.startTime && settings.speed == 1)
-        return nullptr;
-    return std::make_unique<ScaledClock>(settings.startTime.value_or(systemClock().utc()),
-                                         settings.speed);
 }
 
 /// Standard error. If it cannot be written, there is nowhere left to complain.
@@ -220,17 +219,26 @@ void serve(const Settings& settings)
         settings.socket.empty() ? chronal::tools::defaultSocket() : settings.socket;
     if (socket.empty())
         throw std::runtime_error("XDG_RUNTIME_DIR is not set; name a socket with --socket");
-    const std::unique_ptr<Clock> clock = ownClock(settings);
-    TimeService service(settings.service, clock ? *clock : systemClock());
+    SettableClock ownClock(settings.startTime.value_or(systemClock().utc()), settings.speed);
+    const bool isOwn = settings.startTime || settings.speed != 1 || settings.control;
+    const Clock& clock = isOwn ? ownClock : systemClock();
+    TimeService service(settings.service, clock);
     LineLog log(STDOUT_FILENO, [](const std::string& why) { complain("standard output: " + why); });
     const auto writeLine = [&](const std::string& line) { log.write(line); };
-    FaultInjector injector(service, settings.faults,
-                           settings.verbose ? FaultInjector::Log(writeLine) : FaultInjector::Log());
+    FaultInjector injector(service, clock,
+                           settings.verbose ? FaultInjector::Log(writeLine) : FaultInjector::Log(),
+                           settings.dropAfter);
+    for (const std::string& command : settings.refused)
+        injector.setFault(command, Fault{false, refusal(-EACCES), {}});
     fabric::host::ServiceHost host(injector);
     const SignalThread signals(host);
     host.listen(socket);
     writeLine("listening on " + printable(socket));
+    std::optional<Control> control;
+    if (settings.control)
+        control.emplace(host, injector, ownClock, writeLine);
     host.run();
+    control.reset();
     const fabric::host::ServiceCounters counters = host.counters();
     if (!settings.verbose)
         return;

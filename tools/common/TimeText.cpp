@@ -221,4 +221,11 @@ std::chrono::microseconds parseDuration(const std::string& text)
            std::chrono::microseconds(duration.microseconds);
 }
 
+std::string formatUtc(const nubOsalTime_struct& time)
+{
+    const std::string decimals = std::to_string(microsecondsPerSecond + time.microseconds);
+    return absl::FormatCivilTime(absl::CivilSecond() + time.seconds) +
+           (time.microseconds == 0 ? "Z" : '.' + decimals.substr(1) + 'Z');
+}
+
 } // namespace chronal::tools

@@ -26,6 +26,9 @@ nubOsalTime_struct parseSpan(const std::string& text);
 /// year.
 std::chrono::microseconds parseDuration(const std::string& text);
 
+/// "2026-03-29T01:00:00Z", with six decimals unless they are zero. parseUtc() reads it.
+std::string formatUtc(const nubOsalTime_struct& time);
+
 } // namespace chronal::tools
 
 #endif

@@ -2,6 +2,7 @@
 #define FABRIC_HOST_SERVICE_HOST_H
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -51,6 +52,10 @@ public:
 
     /// Serves on a thread of the host's own. Call it once, and not after run().
     void start();
+
+    /// Runs `call` on the service's thread, between two operations of the service, unless the host
+    /// is stopped before. Thread-safe. Throws std::bad_alloc.
+    void post(std::function<void()> call);
 
     /// Shuts the service down: removes the socket, and sends what is queued for up to a second. A
     /// second call does not wait for that. Thread-safe.

@@ -17,6 +17,7 @@
 
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>
+#include <boost/asio/post.hpp>
 
 #include "../base/Guarded.h"
 #include "../base/Log.h"
@@ -441,6 +442,14 @@ void ServiceHost::run() { impl_->run(); }
 void ServiceHost::start()
 {
     impl_->thread_ = std::thread([this] { run(); });
+}
+
+void ServiceHost::post(std::function<void()> call)
+{
+    asio::post(impl_->loop_, [impl = impl_.get(), call = std::move(call)] {
+        impl->callService("post", call);
+        impl->runDue();
+    });
 }
 
 void ServiceHost::stop() noexcept

@@ -1,0 +1,55 @@
+#ifndef CHRONAL_SIM_CONTROL_H
+#define CHRONAL_SIM_CONTROL_H
+
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include <fabric-host/ServiceHost.h>
+
+#include "Clock.h"
+#include "FaultInjector.h"
+
+namespace chronal::sim {
+
+/// Returns one line for each word: its arguments and what it does.
+std::string controlWords();
+
+/// Reads words from standard input, a line each, and has the service obey them. Each line is
+/// answered with one line: "ok", with the service's time if the word is about time, or "error: "
+/// and what was wrong.
+class Control
+{
+public:
+    /// Everything must outlive this object. `answer` is called on the service's thread.
+    Control(fabric::host::ServiceHost& host, FaultInjector& injector, SettableClock& clock,
+            std::function<void(const std::string& line)> answer);
+
+    /// Call it after the host has stopped.
+    ~Control();
+
+    Control(const Control&) = delete;
+    Control& operator=(const Control&) = delete;
+
+private:
+    void read();
+    void obey(const std::string& line);
+    void post(const std::function<bool()>& step);
+
+    fabric::host::ServiceHost& host_;
+    FaultInjector& injector_;
+    SettableClock& clock_;
+    const double speed_; // of the running clock
+    const std::function<void(const std::string& line)> answer_;
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    bool stopped_ = false; // guarded by mutex_
+    int ended_[2];         // a pipe; closing the second end makes the thread return
+    std::thread thread_;   // last: it uses everything above
+};
+
+} // namespace chronal::sim
+
+#endif
