@@ -44,9 +44,12 @@ endif()
 if(TARGET chronal-devkit)
   set(CHRONAL_HAS_DEVKIT TRUE)
   install(TARGETS chronal-devkit EXPORT chronal-api-targets)
-  chronal_install_headers(simulator/include/)
+  install(TARGETS chronal-testing chronal-testing-allocation EXPORT chronal-api-targets)
+  chronal_install_headers(simulator/include/ testing/include/)
   chronal_install_pkgconfig(chronal-devkit "Runs clients of the time service on development hosts"
     "-lchronal-devkit" "chronal-api absl_time")
+  chronal_install_pkgconfig(chronal-testing "Tests clients of the time service"
+    "-lchronal-testing" "chronal-devkit")
 endif()
 
 install(EXPORT chronal-api-targets NAMESPACE chronal:: DESTINATION ${package_dir})
