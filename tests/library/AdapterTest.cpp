@@ -4,204 +4,258 @@
 
 namespace {
 
-using desk::RecordingAdapter;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-using ::testing::StartsWith;
-using ::testing::UnorderedElementsAreArray;
+using Ids = const fabric::MsgIds&;
+using Time = const nubOsalTime_struct&;
+using Source = const chronal::ReferenceTimeId&;
+using Text = const std::string&;
 
-const std::string calledLine = "51388 onServiceConnected(): Called.";
-const std::string alreadySetupLine =
-    "50bb8 setServiceInterface(): Interface pointer already setup. (locked)";
+const fabric::SerializableMessageEvent* received; ///< while it is delivered
 
-struct Registration
+template <typename... Arguments>
+void note(const char* callback, Ids ids, const Arguments&... arguments)
 {
-    std::string key;
-    std::string callback;
-};
-
-const Registration registrations[] = {
-    {"component 31032008 26032014 2", "onReplyTimeRefInfo"},
-    {"component 31032008 26032013 2", "onReplyTimeRefAt"},
-    {"component 31032010 26032013 2", "onReplyTimeAt"},
-    {"component 31032010 26032014 2", "onReplyUtcDeviationInfo"},
-    {"component 31032007 26032014 2", "onReplyResult"},
-    {"component 31032013 26032014 2", "onReplyDateTimeSettingsInfo"},
-    {"component 31032014 26032014 2", "onReplyTimezoneInfo"},
-    {"application 31032009 26032014 1", "onNotifyCurrentTime"},
-    {"application 31032010 26032014 1", "onNotifyDeviationChange"},
-    {"application 31032014 26032014 1", "onNotifyTimezoneChange"},
-    {"application 31032018 26032014 1", "onNotifyDtvTimeChange"},
-    {"application 31032020 26032014 1", "onNotifyDSTChange"},
-};
-
-class Adapter : public ::testing::Test, protected desk::Desk<RecordingAdapter>
-{
-};
-
-/// The notes of removing the handlers of so many connections.
-std::vector<std::string> removals(std::size_t connections)
-{
-    std::vector<std::string> notes;
-    for (std::size_t i = 0; i < connections * std::size(registrations); ++i)
-        notes.push_back("remove " + std::to_string(desk::firstHandlerId + static_cast<int>(i)));
-    return notes;
+    Desk::note(words(callback, arguments...));
+    EXPECT_EQ(&ids, &received->ids);
+    EXPECT_EQ(received->data.use_count(), 3) << "the row, the event and the receiver";
 }
+
+/// Defines an adapter that overrides one callback, which it notes with its arguments.
+#define NOTING(callback, parameters, ...)                                                          \
+    struct callback##Noting : BareAdapter                                                          \
+    {                                                                                              \
+        using BareAdapter::BareAdapter;                                                            \
+        void callback parameters override { note(#callback, ids, __VA_ARGS__); }                   \
+    };
+// clang-format off
+NOTING(onReplyResult, (Ids ids, int a), a)
+NOTING(onReplyTimeRefInfo, (Ids ids, Time a, Time b, Time c, Source d, bool e, int f),
+       a, b, c, d.id, e, f)
+NOTING(onReplyTimeRefAt, (Ids ids, Time a, Time b, Source c), a, b, c.id)
+NOTING(onReplyTimeAt, (Ids ids, Time a, Time b), a, b)
+NOTING(onReplyUtcDeviationInfo, (Ids ids, Time a, Time b, Time c, Source d), a, b, c, d.id)
+NOTING(onReplyDateTimeSettingsInfo, (Ids ids, Time a, Time b, Time c, Time d, Time e, const int& f,
+                                     Text g, const bool& h, const bool& i, const bool& j),
+       a, b, c, d, e, f, shown(g), h, i, j)
+NOTING(onReplyTimezoneInfo, (Ids ids, Text a, Time b), shown(a), b)
+NOTING(onNotifyCurrentTime, (Ids ids, Time a, Time b, Time c, int d, int e), a, b, c, d, e)
+NOTING(onNotifyDeviationChange, (Ids ids, Time a, Time b, Time c), a, b, c)
+NOTING(onNotifyTimezoneChange, (Ids ids, Text a, Time b), shown(a), b)
+NOTING(onNotifyDtvTimeChange, (Ids ids, Time a), a)
+NOTING(onNotifyDSTChange, (Ids ids, int a), a)
+// clang-format on
+
+/// A payload without a place for its strings, so that it does not own them.
+template <typename Record>
+Data dataOf(const Record& record)
+{
+    const nubEndianTable_t& table = __nub_EndianTable_chronalMsgDST_t;
+    const Data data = fabric::SerializableMessageData::create(sizeof(Record), table);
+    std::memcpy(data->payload, &record, sizeof(Record));
+    return data;
+}
+
+char text[] = "a\0bcd";
+
+Data zone(std::uint32_t length, char* chars = text)
+{
+    return dataOf(chronalMsgTimezone_t{{length, chars}, {7, 8}});
+}
+
+Data settings(int flag1, int flag2, int sync)
+{
+    return dataOf(chronalMsgDateTime_t{
+        {1, 0}, {2, 0}, {3, 0}, {4, 0}, {5, -6}, 42, {4, text}, flag1, flag2, sync});
+}
+
+Data times(int source, int flag, int value)
+{
+    const auto id = static_cast<chronal::referenceTimeId_enum>(source);
+    return dataOf(chronalMsgReplyTime_t{id, {10, 1}, {-360001, 0}, {-30, 2000000}, flag, value});
+}
+
+template <typename Adapter>
+chronal::UserAdapter* create(Desk& desk)
+{
+    return new Adapter(desk, desk.component);
+}
+
+/// One message from the service, and the call of its callback.
+struct ReceiverRow
+{
+    std::string identity;
+    Data data;
+    chronal::UserAdapter* (*create)(Desk& desk); ///< an adapter that overrides only the callback
+    std::string callback;
+    std::string arguments;
+    std::string before = ""; ///< the notes before that of the callback
+};
+const char* const rereading = "tzset\n";
+
+// In the order of the registrations.
+// clang-format off
+const ReceiverRow receiverRows[] = {
+#define ON(callback) &create<callback##Noting>, #callback
+#define TWO "{10 1} {-30 2000000}"
+#define ALL "{-360001 0} " TWO
+    {"component 31032008 26032014 2", times(4, 2, -4), ON(onReplyTimeRefInfo), ALL " 4 true -4"},
+    {"component 31032008 26032014 2", times(-9, 0, 0), ON(onReplyTimeRefInfo), ALL " -9 false 0"},
+    {"component 31032008 26032013 2", times(4, 2, -4), ON(onReplyTimeRefAt), TWO " 4"},
+    {"component 31032010 26032013 2", times(4, 2, -4), ON(onReplyTimeAt), TWO},
+    {"component 31032010 26032014 2", times(4, 2, -4), ON(onReplyUtcDeviationInfo), ALL " 4"},
+    {"component 31032007 26032014 2", dataOf(chronalMsgReplyResult_t{-3}), ON(onReplyResult), "-3"},
+    {"component 31032013 26032014 2", settings(-1, 0, 5), ON(onReplyDateTimeSettingsInfo),
+     "{1 0} {2 0} {3 0} {4 0} {5 -6} 42 4:a.bc true false true"},
+    {"component 31032013 26032014 2", settings(0, INT32_MIN, 0), ON(onReplyDateTimeSettingsInfo),
+     "{1 0} {2 0} {3 0} {4 0} {5 -6} 42 4:a.bc false true false"},
+    {"component 31032014 26032014 2", zone(5), ON(onReplyTimezoneInfo), "5:a.bcd {7 8}"},
+    {"component 31032014 26032014 2", zone(0), ON(onReplyTimezoneInfo), "0: {7 8}"},
+    {"component 31032014 26032014 2", zone(12, nullptr), ON(onReplyTimezoneInfo), "0: {7 8}"},
+    {"application 31032009 26032014 1", times(4, 2, -4), ON(onNotifyCurrentTime), ALL " 2 -4"},
+    {"application 31032010 26032014 1", times(4, 2, -4), ON(onNotifyDeviationChange), ALL, rereading},
+    {"application 31032014 26032014 1", zone(3), ON(onNotifyTimezoneChange), "3:a.b {7 8}",
+     rereading},
+    {"application 31032018 26032014 1", dataOf(chronalMsgDtvTime_t{{-1, -2}}),
+     ON(onNotifyDtvTimeChange), "{-1 -2}"},
+    {"application 31032020 26032014 1", dataOf(chronalMsgDST_t{77}), ON(onNotifyDSTChange), "77"},
+};
+// clang-format on
+
+class Adapter : public ::testing::Test, public Desk
+{
+protected:
+    void connect(const ReceiverRow& row)
+    {
+        adapter.reset(row.create(*this));
+        attach();
+        adapter->onServiceConnected();
+    }
+    /// Passes a message to the handler of the row's identity, and returns the notes of it.
+    std::string receive(const ReceiverRow& row, const Data& data)
+    {
+        const fabric::SerializableMessageEvent event({1, 2, 3, 2}, {-1, 9}, data);
+        received = &event;
+        return during([&] { EXPECT_EQ(handlers.at(row.identity).boundCaller().invoke(event), 0); });
+    }
+};
 
 TEST_F(Adapter, RegistersItsReceiversInOrder)
 {
+    std::string expected = "line 332680 onServiceConnected(): Called.\n";
+    std::string last;
+    int id = 500;
+    for (const ReceiverRow& row : receiverRows)
+        if (std::exchange(last, row.identity) != row.identity)
+            expected += words("getServiceId\n" + row.identity, "of", id++, "flags 0\n");
     attach();
-    static_cast<fabric::ClientInterface&>(adapter).onServiceConnected();
+    fabric::ClientInterface& client = *adapter;
+    EXPECT_EQ(during([&] { client.onServiceConnected(); }), expected);
+}
 
-    std::vector<std::string> expected = {calledLine};
-    int serviceId = 500;
-    for (const Registration& row : registrations) {
-        expected.push_back("getServiceId");
-        expected.push_back(row.key + " of " + std::to_string(serviceId++) + ", flags 0");
+TEST_F(Adapter, CallsOnlyTheCallbackThatTheApplicationOverrides)
+{
+    for (const ReceiverRow& overriding : receiverRows) {
+        connect(overriding);
+        for (const ReceiverRow& row : receiverRows)
+            EXPECT_EQ(receive(row, row.data),
+                      row.before + (row.callback == overriding.callback
+                                        ? words(row.callback, row.arguments + '\n')
+                                        : ""));
     }
-    EXPECT_EQ(journal.take(), expected);
 }
 
-TEST_F(Adapter, BindsEachRegistrationToItsReceiver)
+TEST_F(Adapter, CallsNothingWithoutARecord)
 {
-    attach();
-    adapter.onServiceConnected();
-    const nubEndianTable_t& largest = __nub_EndianTable_chronalMsgDateTime_t;
-    const auto data = fabric::SerializableMessageData::create(largest.size, largest);
-    for (const fabric::EventHandler& handler : application.handlers)
-        handler.boundCaller().invoke(fabric::SerializableMessageEvent({}, {}, data));
-    ASSERT_EQ(adapter.calls.size(), std::size(registrations));
-    for (std::size_t i = 0; i < std::size(registrations); ++i)
-        EXPECT_THAT(adapter.calls[i], StartsWith(registrations[i].callback + ' '));
-}
-
-TEST_F(Adapter, DropsTheHandlersOfAllConnectionsWhenDisconnected)
-{
-    attach();
-    adapter.onServiceConnected();
-    adapter.onServiceConnected();
-    journal.take();
-
-    adapter.onServiceDisconnected(7);
-    std::vector<std::string> notes = journal.take();
-    EXPECT_EQ(notes.front(), "50bb8 onServiceDisconnected(): Called: Reason is 7.");
-    notes.erase(notes.begin());
-    EXPECT_THAT(notes, UnorderedElementsAreArray(removals(2)));
-
-    adapter.onServiceDisconnected(0);
-    EXPECT_THAT(journal.take(), ElementsAre("50bb8 onServiceDisconnected(): Called: Reason is 0."));
-}
-
-TEST_F(Adapter, DropsItsHandlersWhenDestroyed)
-{
-    {
-        RecordingAdapter other(application, component);
-        other.setServiceInterface(&service);
-        other.onServiceConnected();
-        journal.take();
+    const Data noPayload(new fabric::SerializableMessageData(nullptr, 0, nullptr));
+    for (const ReceiverRow& row : receiverRows) {
+        connect(row);
+        EXPECT_EQ(receive(row, nullptr) + receive(row, noPayload), row.before + row.before);
     }
-    EXPECT_THAT(journal.take(), UnorderedElementsAreArray(removals(1)));
 }
 
-TEST_F(Adapter, SendsAfterADisconnection)
+TEST_F(Adapter, PassesOnWhatACallbackThrows)
 {
-    attach();
-    adapter.onServiceConnected();
-    adapter.onServiceDisconnected(0);
-    journal.take();
-    adapter.cmdTimeInit(ids);
-    EXPECT_THAT(
-        journal.take(),
-        ElementsAre("getServiceId", "sendEvent 31032017 26032014 0 of 512, flags 0, from -1 77"));
+    for (const ReceiverRow& row : receiverRows) {
+        connect(row);
+        onNote = [&](const std::string& call) {
+            if (call != "tzset")
+                throw call;
+        };
+        EXPECT_THROW(receive(row, row.data), std::string);
+        EXPECT_EQ(row.data.use_count(), 1);
+        onNote = nullptr;
+    }
 }
 
-TEST_F(Adapter, OnlyReportsAConnectionThatFailed)
+TEST_F(Adapter, FollowsItsInterfaceAndItsConnection)
 {
-    attach();
-    adapter.onServiceConnected();
-    journal.take();
-    adapter.onServiceConnectionFailed(-5);
-    EXPECT_THAT(journal.take(),
-                ElementsAre("50bb8 onServiceConnectionFailed(): Called: Reason is -5."));
-}
-
-TEST_F(Adapter, RegistersNothingWithoutAServiceInterface)
-{
-    adapter.onServiceConnected();
-    EXPECT_THAT(journal.take(), ElementsAre(calledLine));
+    const auto expect = [&](const std::string& expected, std::size_t registered, auto action) {
+        EXPECT_EQ(during(action), expected);
+        EXPECT_EQ(handlerIds.size(), registered) << "after " << expected;
+    };
+    const std::string connected = "line 332680 onServiceConnected(): Called.\n";
+    const std::string disconnected = "line 330680 onServiceDisconnected(): Called: Reason is ";
+    const std::string already =
+        "line 330680 setServiceInterface(): Interface pointer already setup. (locked)\n";
+    expect(connected, 0, [&] { adapter->onServiceConnected(); });
+    expect("", 0, [&] { adapter->setServiceInterface(nullptr); });
+    expect("", 0, [&] { attach(); });
+    expect(already, 0, [&] { attach(); });
+    expect(already, 0, [&] { adapter->setServiceInterface(nullptr); });
+    adapter->onServiceConnected();
+    adapter->onServiceConnected();
+    expect("line 330680 onServiceConnectionFailed(): Called: Reason is -5.\n", 24,
+           [&] { adapter->onServiceConnectionFailed(-5); });
+    expect(disconnected + "7.\nno handlers left\n", 0, [&] { adapter->onServiceDisconnected(7); });
+    expect(disconnected + "0.\n", 0, [&] { adapter->onServiceDisconnected(0); });
+    expect("getServiceId\nsendEvent 1 2 0 -1 77 0 524 31032017 26032014 0 MsgAutoTime 0\n", 0,
+           [&] { adapter->cmdTimeInit(ids); });
+    linesWanted = false;
+    expect("", 0, [&] { attach(); });
+    expect("", 0, [&] { adapter->onServiceConnectionFailed(1); });
+    expect("", 0, [&] { adapter->onServiceDisconnected(1); });
+    adapter->onServiceConnected();
+    expect("no handlers left\n", 0, [&] { adapter.reset(); });
+    adapter = std::make_unique<BareAdapter>(*this, component);
+    expect("", 0, [&] { adapter->onServiceConnected(); });
 }
 
 TEST_F(Adapter, KeepsWhatIsRegisteredWhenARegistrationThrows)
 {
     attach();
-    journal.onNote = [&](const std::string&) {
-        if (application.handlers.size() == 1)
-            throw 1;
+    onNote = [&](const std::string& call) {
+        if (call != "getServiceId" && !handlerIds.empty())
+            throw call;
     };
-    EXPECT_THROW(adapter.onServiceConnected(), int);
-    journal.onNote = nullptr;
-    adapter.onServiceDisconnected(0);
-    EXPECT_EQ(journal.take().back(), removals(1).front());
-}
-
-TEST_F(Adapter, KeepsItsFirstServiceInterface)
-{
-    desk::Service other(900);
-    adapter.setServiceInterface(nullptr);
-    attach();
-    EXPECT_THAT(journal.take(), IsEmpty());
-    fabric::ServiceInterface* const late[] = {&other, &service, nullptr};
-    for (fabric::ServiceInterface* const each : late) {
-        adapter.setServiceInterface(each);
-        EXPECT_THAT(journal.take(), ElementsAre(alreadySetupLine));
-    }
-    adapter.cmdTimeInit(ids);
-    EXPECT_THAT(
-        journal.take(),
-        ElementsAre("getServiceId", "sendEvent 31032017 26032014 0 of 500, flags 0, from -1 77"));
-}
-
-TEST_F(Adapter, WritesNoUnwantedLine)
-{
-    journal.linesWanted = false;
-    adapter.onServiceConnected();
-    adapter.onServiceConnectionFailed(1);
-    adapter.onServiceDisconnected(1);
-    attach();
-    attach();
-    EXPECT_THAT(journal.take(), IsEmpty());
+    EXPECT_THROW(adapter->onServiceConnected(), std::string);
+    onNote = nullptr;
+    EXPECT_EQ(handlerIds.size(), 1U);
+    adapter.reset();
+    EXPECT_EQ(handlerIds.size(), 0U);
 }
 
 // A mutex that checks for errors is not locked again by the thread that holds it, so the unlocking
 // at the end of the hand-over takes away the lock of this test.
 TEST_F(Adapter, LocksTheMutexWhenItTakesAServiceInterface)
 {
-    pthread_mutexattr_t checking;
-    pthread_mutexattr_init(&checking);
-    pthread_mutexattr_settype(&checking, PTHREAD_MUTEX_ERRORCHECK);
-    pthread_mutex_init(&holder.mutex, &checking);
-    pthread_mutex_lock(&holder.mutex);
+    mutex = pthread_mutex_t PTHREAD_ERRORCHECK_MUTEX_INITIALIZER_NP;
+    pthread_mutex_lock(&mutex);
     attach();
-    EXPECT_EQ(pthread_mutex_trylock(&holder.mutex), 0);
-    pthread_mutex_unlock(&holder.mutex);
-    pthread_mutexattr_destroy(&checking);
+    EXPECT_EQ(pthread_mutex_trylock(&mutex), 0);
+    pthread_mutex_unlock(&mutex);
 }
 
 TEST_F(Adapter, HoldsItsBasesAndFieldsInOrder)
 {
     attach();
-    const chronal::UserAdapter* const object = &adapter;
-    const fabric::StatePart* const firstBase = object;
-    const fabric::ClientInterface* const secondBase = object;
-    EXPECT_EQ(static_cast<const void*>(firstBase), object);
-    EXPECT_EQ(static_cast<const void*>(secondBase), firstBase + 1);
-    const auto* const handlerIds =
-        reinterpret_cast<const fabric::EventHandlerIdSet*>(secondBase + 1);
-    const void* pointers[3];
-    EXPECT_EQ(static_cast<const void*>(object + 1),
-              reinterpret_cast<const char*>(handlerIds + 1) + sizeof(pointers));
-    std::memcpy(pointers, static_cast<const void*>(handlerIds + 1), sizeof(pointers));
-    EXPECT_THAT(pointers, ElementsAre(&application, &component, &service));
+    const fabric::StatePart* const first = adapter.get();
+    const fabric::ClientInterface* const second = adapter.get();
+    EXPECT_EQ(static_cast<const void*>(second), first + 1);
+    const void* last[3];
+    std::memcpy(last, reinterpret_cast<const char*>(adapter.get() + 1) - sizeof(last),
+                sizeof(last));
+    EXPECT_EQ(last[0], static_cast<fabric::AbstractApplication*>(this));
+    EXPECT_EQ(last[1], &component);
+    EXPECT_EQ(last[2], static_cast<fabric::ServiceInterface*>(this));
 }
 
 } // namespace

@@ -1,32 +1,37 @@
 #ifndef TESTS_LIBRARY_COMMAND_ROWS_H
 #define TESTS_LIBRARY_COMMAND_ROWS_H
 
-#include <cstdint>
 #include <functional>
-#include <ostream>
+#include <string>
 #include <vector>
 
 #include <chronal/MessageRecords.h>
 #include <chronal/UserAdapter.h>
 
+/// A time as a caller may have it: with its padding set.
+union CallersTime
+{
+    struct
+    {
+        alignas(8) std::int64_t seconds = 0;
+        std::int32_t microseconds = 0;
+        std::uint32_t padding = 0xA5A5A5A5U;
+    } words = {};
+    nubOsalTime_struct time;
+
+    operator const nubOsalTime_struct&() const { return time; }
+};
+
 /// One call of a command, and the message that it has to send.
 struct CommandRow
 {
-    const char* name;
+    std::string name;
     std::function<void(chronal::UserAdapter&, fabric::MsgIds&)> send;
-    std::uint32_t resourceId;
-    std::uint32_t operationId;
-    const nubEndianTable_t* table;
-    const char* values;         ///< of the record's members, in the order of its table
-    const char* line = nullptr; ///< the debug line
+    std::string values;    ///< resource, operation, record, its members in the order of its table
+    std::string line = ""; ///< the debug line
 };
-
-/// The padding of every time that a row passes to a command.
-constexpr std::uint32_t paddingOfCaller = 0xA5A5A5A5U;
 
 /// At least one row for each of the 22 commands.
 extern const std::vector<CommandRow> commandRows;
-
-inline void PrintTo(const CommandRow& row, std::ostream* out) { *out << row.name; }
 
 #endif

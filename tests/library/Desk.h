@@ -1,180 +1,130 @@
 #ifndef TESTS_LIBRARY_DESK_H
 #define TESTS_LIBRARY_DESK_H
 
-#include <cstdint>
+#include <functional>
+#include <map>
 #include <memory>
+#include <set>
 #include <sstream>
 #include <string>
-#include <vector>
+#include <utility>
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <chronal/MessageRecords.h>
 #include <chronal/UserAdapter.h>
 
-#include "Journal.h"
+using Data = boost::shared_ptr<fabric::SerializableMessageData>;
 
-namespace desk {
+std::ostream& operator<<(std::ostream& out, const nubOsalTime_struct& time);
 
-constexpr std::uint32_t componentId = 77;
-constexpr int firstHandlerId = -5; ///< so that negative ids and 0 are among those of a connection
+/// The number of the characters and the characters, with a dot for each NUL.
+std::string shown(std::string characters);
 
-class Application : public fabric::AbstractApplication
+/// The name of a record's table, and its members in the order of the table. All padding has to be
+/// zero, except that of a caller's time.
+std::string shown(const fabric::SerializableMessageData& data);
+
+/// Joins the values with spaces.
+template <typename... Values>
+std::string words(const Values&... values)
 {
-public:
-    using AbstractApplication::AbstractApplication;
-
-    int addEventHandler(const fabric::MsgMeta& key, int flags,
-                        const fabric::EventHandler& handler) override
-    {
-        return add("application ", key, flags, handler);
-    }
-    int sendEvent(fabric::MsgIds& ids, int flags, fabric::SerializableMessageEvent* event) override
-    {
-        sent.reset(event);
-        sentIds = &ids;
-        Journal::note("sendEvent " + text(event->meta) + ", flags " + std::to_string(flags) +
-                      ", from " + std::to_string(event->sender.node) + ' ' +
-                      std::to_string(event->sender.componentId));
-        return result;
-    }
-    int add(const std::string& where, const fabric::MsgMeta& key, int flags,
-            const fabric::EventHandler& handler)
-    {
-        Journal::note(where + text(key) + ", flags " + std::to_string(flags));
-        handlers.push_back(handler);
-        return firstHandlerId - 1 + static_cast<int>(handlers.size());
-    }
-
-    std::vector<fabric::EventHandler> handlers;             ///< its own and its component's
-    std::unique_ptr<fabric::SerializableMessageEvent> sent; ///< the last one
-    const fabric::MsgIds* sentIds = nullptr;
-    int result = 0; ///< of sendEvent()
-};
-
-class Component : public fabric::AbstractComponent
-{
-public:
-    explicit Component(Application& owner) : AbstractComponent(desk::componentId), owner_(owner) {}
-    int addEventHandler(const fabric::MsgMeta& key, int flags,
-                        const fabric::EventHandler& handler) override
-    {
-        return owner_.add("component ", key, flags, handler);
-    }
-    void removeEventHandler(int id) override { Journal::note("remove " + std::to_string(id)); }
-
-private:
-    Application& owner_;
-};
-
-class Service : public fabric::ServiceInterface
-{
-public:
-    explicit Service(std::uint32_t id) : nextId_(id) {}
-    std::uint32_t getServiceId() override
-    {
-        Journal::note("getServiceId");
-        return nextId_++; // another one each time, as after a restart
-    }
-
-private:
-    std::uint32_t nextId_;
-};
+    std::ostringstream out;
+    out << std::boolalpha;
+    ((out << ' ' << values), ...);
+    return out.str().substr(1);
+}
 
 /// Overrides no callback.
-class BareAdapter : public chronal::UserAdapter
+struct BareAdapter : chronal::UserAdapter
 {
-public:
     using UserAdapter::UserAdapter;
 };
 
-/// Notes each callback with its arguments.
-class RecordingAdapter : public chronal::UserAdapter
+/// An adapter, and a middleware for it. Notes, in order, the calls that the library makes on the
+/// thread that created the desk, also of the functions that Desk.cpp defines in place of the
+/// originals. A thread without a desk gets the originals, without debug lines.
+struct Desk : fabric::StateHolder, fabric::AbstractApplication, fabric::ServiceInterface
 {
-public:
-    using UserAdapter::UserAdapter;
+    using Key = const fabric::MsgMeta&;
+    using Handler = const fabric::EventHandler&;
 
-    std::vector<std::string> calls; ///< those of all threads, unlike the journal's
-    const fabric::MsgIds* lastIds = nullptr;
-
-private:
-    using Ids = const fabric::MsgIds&;
-    using Time = const nubOsalTime_struct&;
-    using Source = const chronal::ReferenceTimeId&;
-    using Text = const std::string&;
-
-    static std::string show(Time time) { return text(time); }
-    static std::string show(Text characters)
+    struct Component : fabric::AbstractComponent
     {
-        std::string shown = "\"";
-        for (const char each : characters)
-            shown += each ? std::string(1, each) : "\\0";
-        return shown + '"';
-    }
-    static std::string show(bool truth) { return truth ? "true" : "false"; }
-    static std::string show(int number) { return std::to_string(number); }
-    static std::string show(chronal::referenceTimeId_enum source)
+        explicit Component(Desk& owner) : AbstractComponent(77), desk(owner) {}
+        int addEventHandler(Key key, int flags, Handler handler) override
+        {
+            return desk.add("component", key, flags, handler);
+        }
+        void removeEventHandler(int id) override
+        {
+            if (desk.handlerIds.erase(id) == 0)
+                note("an unknown handler is removed");
+            else if (desk.handlerIds.empty())
+                note("no handlers left");
+        }
+
+        Desk& desk;
+    };
+
+    Desk() : AbstractApplication(static_cast<StateHolder&>(*this)) { current = this; }
+    ~Desk() override { current = nullptr; }
+
+    int addEventHandler(Key key, int flags, Handler handler) override
     {
-        return "source " + std::to_string(static_cast<std::int32_t>(source));
+        return add("application", key, flags, handler);
+    }
+    int add(const char* where, Key key, int flags, Handler handler)
+    {
+        const std::string identity = words(where, key.resourceId, key.operationId, int(key.kind));
+        note(words(identity, "of", key.serviceId, "flags", flags));
+        handlers.insert_or_assign(identity, handler);
+        handlerIds.insert(nextHandlerId);
+        return nextHandlerId++;
+    }
+    int sendEvent(fabric::MsgIds& id, int flags, fabric::SerializableMessageEvent* event) override
+    {
+        sent.reset(event);
+        const fabric::MsgMeta& meta = event->meta;
+        note(words("sendEvent", id.originId, id.messageId++, flags, event->sender.node,
+                   event->sender.componentId, int(meta.kind), meta.serviceId, meta.resourceId,
+                   meta.operationId, shown(*event->data)));
+        return result;
+    }
+    std::uint32_t getServiceId() override
+    {
+        note("getServiceId");
+        return serviceId++;
     }
 
-    template <typename... Arguments>
-    void note(const char* callback, Ids ids, const Arguments&... arguments)
+    void attach() { adapter->setServiceInterface(this); }
+    /// A note that is made while the mutex is locked ends with " (locked)".
+    static void note(const std::string& call);
+
+    /// Returns the notes that are made during the action, each as a line.
+    template <typename Action>
+    std::string during(const Action& action)
     {
-        std::ostringstream out;
-        out << callback;
-        (void)(out << ... << (' ' + show(arguments)));
-        calls.push_back(out.str());
-        lastIds = &ids;
-        Journal::note(out.str());
+        notes.clear();
+        action();
+        return notes;
     }
 
-protected:
-#define NOTES(callback, parameters, ...)                                                           \
-    void callback parameters override { note(#callback, ids, __VA_ARGS__); }
-    // clang-format off
-    NOTES(onReplyResult, (Ids ids, int result), result)
-    NOTES(onReplyTimeRefInfo, (Ids ids, Time deviation, Time utc, Time local, Source source,
-                               bool flag, int value),
-          deviation, utc, local, source.id, flag, value)
-    NOTES(onNotifyCurrentTime, (Ids ids, Time deviation, Time utc, Time local, int flag, int value),
-          deviation, utc, local, flag, value)
-    NOTES(onNotifyDeviationChange, (Ids ids, Time deviation, Time utc, Time local),
-          deviation, utc, local)
-    NOTES(onNotifyTimezoneChange, (Ids ids, Text zone, Time time), zone, time)
-    NOTES(onReplyTimeRefAt, (Ids ids, Time utc, Time local, Source source), utc, local, source.id)
-    NOTES(onReplyTimeAt, (Ids ids, Time utc, Time local), utc, local)
-    NOTES(onReplyUtcDeviationInfo, (Ids ids, Time deviation, Time utc, Time local, Source source),
-          deviation, utc, local, source.id)
-    NOTES(onReplyDateTimeSettingsInfo, (Ids ids, Time time0, Time time1, Time time2, Time time3,
-                                        Time time4, const int& value, Text server,
-                                        const bool& flag1, const bool& flag2, const bool& sync),
-          time0, time1, time2, time3, time4, value, server, flag1, flag2, sync)
-    NOTES(onReplyTimezoneInfo, (Ids ids, Text zone, Time time), zone, time)
-    NOTES(onNotifyDtvTimeChange, (Ids ids, Time time), time)
-    NOTES(onNotifyDSTChange, (Ids ids, int dst), dst)
-    // clang-format on
-#undef NOTES
+    static inline thread_local Desk* current = nullptr;
+    std::string notes;
+    std::function<void(const std::string& call)> onNote; ///< may throw
+    bool linesWanted = true;                             ///< the answer of the debug check
+    bool symbolsKnown = true;                            ///< to backtrace_symbols()
+    std::int64_t equalToMarker = 0; ///< if not 0, every time equals this number of seconds
+    std::uint32_t serviceId = 500;  ///< another one each time, as after a restart
+    int nextHandlerId = -5;         ///< so that a connection has negative ids and 0
+    int result = 0;                 ///< of sendEvent()
+    fabric::MsgIds ids = {1, 2};    ///< for commands
+    std::set<int> handlerIds;       ///< of all that are registered
+    std::map<std::string, fabric::EventHandler> handlers; ///< the latest for each identity
+    std::unique_ptr<fabric::SerializableMessageEvent> sent;
+    Component component{*this};
+    std::unique_ptr<chronal::UserAdapter> adapter{new BareAdapter(*this, component)};
 };
-
-/// An adapter with a middleware that notes each call.
-template <typename Adapter>
-struct Desk
-{
-    fabric::StateHolder holder;
-    Journal journal{&holder.mutex};
-    Application application{holder};
-    Component component{application};
-    Service service{500};
-    Adapter adapter{application, component};
-    fabric::MsgIds ids = {1, 2};
-
-    ~Desk() { journal.onNote = nullptr; } // it may refer to variables of the test
-
-    void attach() { adapter.setServiceInterface(&service); }
-};
-
-} // namespace desk
 
 #endif
