@@ -19,8 +19,10 @@ const chronal::ReferenceTimeId unnamed = static_cast<chronal::referenceTimeId_en
 const std::vector<CommandRow> commandRows = {
     {CALL(cmdRefTimeSet, ids, a, b, ntp, 42, false),
      "31032008 26032007 0 MsgCmdRefTimeData 2 {5 6} {-7 -8} 42 {0 0} {0 0}", "Current UTC Time is 5."},
-    {CALL(cmdRefTimeSet, ids, least, a, ntp, -1, true),
-     "31032008 26032007 0 MsgCmdRefTimeData 2 {-9223372036854775808 -2147483648} {5 6} -1 {0 0} {0 0}",
+    {CALL(cmdRefTimeSet, ids, b, a, ntp, -1, true),
+     "31032008 26032007 0 MsgCmdRefTimeData 2 {7 8} {5 6} -1 {0 0} {0 0}", "Current UTC Time is -7."},
+    {CALL(cmdRefTimeSet, ids, least, a, ntp, 42, true),
+     "31032008 26032007 0 MsgCmdRefTimeData 2 {-9223372036854775808 -2147483648} {5 6} 42 {0 0} {0 0}",
      "Current UTC Time is -9223372036854775808."},
     {CALL(cmdRefLocalTimeSet, ids, c, a, ntp, 42, false),
      "31032019 26032007 0 MsgCmdRefTimeData 2 {4886718345 1000001} {5 6} 42 {0 0} {0 0}",

@@ -30,9 +30,9 @@ std::string shortened(const std::string& line, const std::string& format)
         return "malformed " + line;
     std::ifstream source(ADAPTER_SOURCE);
     std::string statement;
-    std::ptrdiff_t number = std::stoi(parts[1]);
-    while (number > 1 && std::getline(source, statement, ';'))
-        number -= std::count(statement.begin(), statement.end(), '\n');
+    std::ptrdiff_t left = std::stoi(parts[1]) - 1;
+    for (char c; source.get(c) && (left > 0 || !std::strchr(";{}", c)); left -= c == '\n')
+        statement = std::strchr(";{}", c) ? "" : statement + c;
     const bool found = statement.find(format.substr(0, format.size() - 1)) != std::string::npos;
     return (found ? "" : "wrong line number ") + parts[2].str();
 }
