@@ -11,7 +11,6 @@
 #include <ctime>
 #include <fstream>
 #include <regex>
-#include <utility>
 
 #include <fabric/Twine.h>
 #include <nub/Debug.h>
@@ -115,12 +114,11 @@ std::string shown(std::string characters)
 
 std::string shown(const fabric::SerializableMessageData& data)
 {
-    std::string bytes(static_cast<const char*>(data.payload), data.endianTable->size);
-    std::ostringstream out;
     Dl_info table = {};
     dladdr(data.endianTable, &table);
-    out << data.releaseWord << ' '
-        << std::regex_replace(table.dli_sname, std::regex("__nub_EndianTable_chronal|_t$"), "");
+    const std::regex common("__nub_EndianTable_chronal|_t$");
+    std::string values = words(data.releaseWord, std::regex_replace(table.dli_sname, common, ""));
+    std::string bytes(static_cast<const char*>(data.payload), data.endianTable->size);
     for (const nubEndianEntry_t* entry = data.endianTable->entries; entry->code != 0; ++entry) {
         const auto take = [&](auto value) {
             char* const member = &bytes[entry->code & 0xffff];
@@ -129,20 +127,18 @@ std::string shown(const fabric::SerializableMessageData& data)
             return value;
         };
         if (entry->code >> 16 == nubEndianWord32) {
-            out << ' ' << take(0);
+            values += words("", take(0));
         } else if (entry->argument.table == &__nub_EndianTable_nubOsalTime_t) {
             const CallersTime time = take(CallersTime());
-            const bool copied =
-                time.words.padding == (time.words.seconds ? CallersTime().words.padding : 0);
-            out << ' ' << time.time << (copied ? "" : " with other padding");
+            const bool copied = time.words.padding == (time.words.seconds ? 0xA5A5A5A5U : 0);
+            values += words("", time.time) + (copied ? "" : " with other padding");
         } else {
             const nubDeserString_t text = take(nubDeserString_t());
-            out << ' '
-                << (text.chars ? words(text.length, shown({text.chars, text.length + 1U}))
-                               : "null");
+            values += text.chars ? words("", text.length, shown({text.chars, text.length + 1U}))
+                                 : " null";
         }
     }
-    return out.str() + (bytes.find_first_not_of('\0') == std::string::npos ? "" : " and padding");
+    return values + (bytes.find_first_not_of('\0') == std::string::npos ? "" : " and padding");
 }
 
 void Desk::note(const std::string& call)

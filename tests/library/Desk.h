@@ -7,7 +7,7 @@
 #include <set>
 #include <sstream>
 #include <string>
-#include <utility>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -46,25 +46,22 @@ struct BareAdapter : chronal::UserAdapter
 /// originals. A thread without a desk gets the originals, without debug lines.
 struct Desk : fabric::StateHolder, fabric::AbstractApplication, fabric::ServiceInterface
 {
+    static inline thread_local Desk* current = nullptr;
     using Key = const fabric::MsgMeta&;
     using Handler = const fabric::EventHandler&;
 
     struct Component : fabric::AbstractComponent
     {
-        explicit Component(Desk& owner) : AbstractComponent(77), desk(owner) {}
+        Component() : AbstractComponent(77) {}
         int addEventHandler(Key key, int flags, Handler handler) override
         {
-            return desk.add("component", key, flags, handler);
+            return current->add("component", key, flags, handler);
         }
         void removeEventHandler(int id) override
         {
-            if (desk.handlerIds.erase(id) == 0)
-                note("an unknown handler is removed");
-            else if (desk.handlerIds.empty())
-                note("no handlers left");
+            if (current && (current->handlerIds.erase(id) == 0 || current->handlerIds.empty()))
+                note(words("handlers left:", current->handlerIds.size()));
         }
-
-        Desk& desk;
     };
 
     Desk() : AbstractApplication(static_cast<StateHolder&>(*this)) { current = this; }
@@ -110,7 +107,6 @@ struct Desk : fabric::StateHolder, fabric::AbstractApplication, fabric::ServiceI
         return notes;
     }
 
-    static inline thread_local Desk* current = nullptr;
     std::string notes;
     std::function<void(const std::string& call)> onNote; ///< may throw
     bool linesWanted = true;                             ///< the answer of the debug check
@@ -123,7 +119,7 @@ struct Desk : fabric::StateHolder, fabric::AbstractApplication, fabric::ServiceI
     std::set<int> handlerIds;       ///< of all that are registered
     std::map<std::string, fabric::EventHandler> handlers; ///< the latest for each identity
     std::unique_ptr<fabric::SerializableMessageEvent> sent;
-    Component component{*this};
+    Component component;
     std::unique_ptr<chronal::UserAdapter> adapter{new BareAdapter(*this, component)};
 };
 

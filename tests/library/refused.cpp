@@ -10,11 +10,8 @@ public:
     using UserAdapter::UserAdapter;
 };
 
-void program(Adapter& adapter, fabric::AbstractApplication& application,
-             fabric::AbstractComponent& component, fabric::MsgIds& ids);
-
-void program(Adapter& adapter, fabric::AbstractApplication& application,
-             fabric::AbstractComponent& component, fabric::MsgIds& ids)
+[[maybe_unused]] static void program(Adapter& adapter, fabric::AbstractApplication& application,
+                                     fabric::AbstractComponent& component, fabric::MsgIds& ids)
 {
     Adapter another(application, component);
     another.cmdTimeInit(ids);
