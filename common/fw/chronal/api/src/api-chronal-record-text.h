@@ -30,7 +30,9 @@ inline void copyText(nubDeserString_t& field, const std::string& text)
 /// null.
 inline std::string readText(const nubDeserString_t& field)
 {
-    return field.chars ? std::string(field.chars, field.length) : std::string();
+    if (!field.chars)
+        return std::string();
+    return std::string(field.chars, field.length);
 }
 
 } // namespace chronal::detail

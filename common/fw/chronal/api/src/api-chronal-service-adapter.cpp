@@ -162,9 +162,9 @@ void detail::CommandSender::send(UserAdapter& adapter, fabric::MsgIds& ids, cons
     fabric::MsgMeta identity = command.identity;
     identity.serviceId = adapter.serviceInterface->getServiceId();
     const fabric::EndpointId sender = {-1, adapter.component.componentId};
+    auto* const event = new fabric::SerializableMessageEvent(identity, sender, data);
     // The middleware owns the event from this call on, even if the call fails.
-    const int result = adapter.application.sendEvent(
-        ids, 0, new fabric::SerializableMessageEvent(identity, sender, data));
+    const int result = adapter.application.sendEvent(ids, 0, event);
     if (result < 0) {
         if (DebugCheck debug{debugCommandError})
             nubDebugOutput0(debug.chunk(), "%s:%d:%s(): Error sending message event: %d.\n",
