@@ -223,4 +223,32 @@ TEST_F(Adapter, LocksTheMutexWhenItTakesAServiceInterface)
     pthread_mutex_unlock(&mutex);
 }
 
+struct Target
+{
+    int receive(const fabric::SerializableMessageEvent& event) { return event.sender.node - 17; }
+};
+
+TEST(Handler, PassesTheEventAndTheResultOn)
+{
+    Target target;
+    const fabric::EventHandler handler(&target, &Target::receive);
+    EXPECT_EQ(handler.boundCaller().invoke(fabric::SerializableMessageEvent({}, {9, 1}, nullptr)),
+              -8);
+}
+
+TEST(Handler, NamesWhatItIsBoundTo)
+{
+    Desk desk;
+    const auto nameOf = [&](chronal::UserAdapter* object) {
+        const fabric::EventHandler handler(object, &chronal::UserAdapter::callReplyResult);
+        EXPECT_EQ(handler.boundCaller().getObject(), object);
+        return words(handler.boundCaller().getClassName(), handler.boundCaller().getMethodName());
+    };
+    const std::string name = nameOf(desk.adapter.get());
+    EXPECT_EQ(name.find(typeid(BareAdapter).name()), 0U) << name;
+    EXPECT_NE(name.find("callReplyResult"), std::string::npos) << name;
+    desk.symbolsKnown = false;
+    EXPECT_EQ(nameOf(nullptr), "fabric::Arg1Method fabric::No name");
+}
+
 } // namespace

@@ -66,6 +66,38 @@ TEST(Commands, PassOnWhatTheMiddlewareThrows)
     }
 }
 
+const nubEndianTable_t* const table = &__nub_EndianTable_chronalMsgTimezone_t;
+
+std::string releaseOf(int word, const void* payload)
+{
+    return words("release", word, 0xFFFFFFFFU, 0, 0, 0xFF, table, payload) + '\n';
+}
+
+TEST(Envelope, ReleasesANullPayloadToo)
+{
+    Desk desk;
+    EXPECT_EQ(desk.during([] { fabric::SerializableMessageData(nullptr, 17, table); }),
+              releaseOf(17, nullptr));
+}
+
+TEST(Envelope, ReleasesItsPayloadWithTheLastOwner)
+{
+    Desk desk;
+    desk.attach();
+    desk.adapter->cmdTimezoneSet(desk.ids, "Europe/Berlin");
+    const void* payload = desk.sent->data->payload;
+    EXPECT_EQ(desk.during([&] { desk.sent.reset(); }), releaseOf(0, payload));
+
+    desk.onNote = [&](const std::string& call) {
+        if (call.find("sendEvent") != 0)
+            return;
+        payload = desk.sent->data->payload;
+        EXPECT_EQ(desk.during([&] { desk.sent.reset(); }), "") << "the command is an owner, too";
+    };
+    desk.adapter->cmdTimezoneSet(desk.ids, "Europe/Berlin");
+    EXPECT_EQ(desk.notes, releaseOf(0, payload));
+}
+
 // For the thread sanitizer.
 TEST(Commands, MayBeSentByManyThreads)
 {
