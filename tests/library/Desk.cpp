@@ -27,11 +27,13 @@ std::string shortened(const std::string& line, const std::string& format)
     std::smatch parts;
     if (!std::regex_match(line, parts, std::regex("api-chronal-service-adapter:(\\d+):(.*)\n")))
         return "malformed " + line;
-    std::ifstream source(ADAPTER_SOURCE);
-    std::string statement;
-    std::ptrdiff_t left = std::stoi(parts[1]) - 1;
-    for (char c; source.get(c) && (left > 0 || !std::strchr(";{}", c)); left -= c == '\n')
-        statement = std::strchr(";{}", c) ? "" : statement + c;
+    std::ifstream file(ADAPTER_SOURCE);
+    const std::string source(std::istreambuf_iterator<char>(file), {});
+    std::size_t at = 0;
+    for (int number = std::stoi(parts[1]); number > 1; --number)
+        at = source.find('\n', at) + 1;
+    const std::size_t start = source.find_last_of(";{}", at);
+    const std::string statement = source.substr(start, source.find_first_of(";{}", at) - start);
     const bool found = statement.find(format.substr(0, format.size() - 1)) != std::string::npos;
     return (found ? "" : "wrong line number ") + parts[2].str();
 }
