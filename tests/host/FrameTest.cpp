@@ -5,7 +5,6 @@
 namespace {
 
 using namespace sample;
-using fabric::host::maxFrameSize;
 
 const FrameBytes golden = {
     0,    0,    0,    62,                                       // length
@@ -22,20 +21,18 @@ TEST(Frame, ARecordIsEncodedAsTheseBytesAndDecodedFromThem)
 {
     const MsgIds ids = {0x41424344, 0x51525354};
     EXPECT_EQ(golden, encoded(*message(ask, 0x01020304, "\xc3\xa4", ids)));
-
     std::string reason;
     const auto event = decodeFrame(golden, catalogue, reason);
     ASSERT_TRUE(event) << reason;
     EXPECT_EQ(0x01020304U, recordOf(*event).number);
-    EXPECT_EQ(golden, encoded(*event));
 }
 
-TEST(Frame, StringsAreEncodedByTheirLength)
+TEST(Frame, StringsAreEncodedByTheirLengthUpToThatOfAFrame)
 {
     const std::size_t longest = maxFrameSize - (golden.size() - 2);
+    std::string reason;
     for (const std::string& text : {std::string(), std::string("a\0b\0", 4), std::string(300, 'x'),
                                     std::string(longest, 'y')}) {
-        std::string reason;
         const auto event = decodeFrame(encoded(*message(ask, 1, text)), catalogue, reason);
         ASSERT_TRUE(event) << reason;
         const nubDeserString_t& string = recordOf(*event).text;
@@ -45,7 +42,6 @@ TEST(Frame, StringsAreEncodedByTheirLength)
 
     const auto event = message(ask, 1, std::string(longest + 1, 'z'));
     FrameBytes frame;
-    std::string reason;
     EXPECT_EQ(-EMSGSIZE, encodeFrame(*event, catalogue, frame, reason));
     EXPECT_EQ("longer than a frame", reason);
     nubDeserString_t& string = recordOf(*event).text;
@@ -55,42 +51,47 @@ TEST(Frame, StringsAreEncodedByTheirLength)
     EXPECT_EQ(encoded(*message(ask, 1)), encoded(*event)) << "a length without chars";
 }
 
-TEST(Frame, MalformedFramesAreRefusedWithTheReason)
+TEST(Frame, AMalformedFrameIsRefusedWithTheReason)
 {
-    const std::pair<std::function<void(FrameBytes&)>, const char*> rows[] = {
-        {[](FrameBytes& frame) { frame.clear(); }, "frame of 0 bytes is shorter than a header"},
-        {[](FrameBytes& frame) { frame[0] = 0x80; },
-         "gives its length as 2147483710, not 36 to 65536"},
-        {[](FrameBytes& frame) { frame.resize(maxFrameSize + 1); },
-         "frame of 65537 bytes gives its length as"},
-        {[](FrameBytes& frame) { frame[7] = 8; }, "unknown service: service 8, resource 100"},
-        {[](FrameBytes& frame) { frame[11] = 99; }, "unknown identity: service 7, resource 99"},
-        {[](FrameBytes& frame) { frame[15] = 9; }, "operation 9, kind 0"},
-        {[](FrameBytes& frame) { frame[16] = 3; }, "operation 1, kind 3"},
-        {[](FrameBytes& frame) { frame[17] = 2; }, "unknown version 2"},
-        {[](FrameBytes& frame) { frame[19] = 1; }, "reserved bytes are not zero"},
-        {[](FrameBytes& frame) { frame[59] = 3; }, "ask: string length past the end"},
-        {[](FrameBytes& frame) { frame[56] = 0xff; }, "ask: string length past the end"},
-        {[](FrameBytes& frame) { frame[59] = 1; }, "ask: bytes after the record"},
-        {[](FrameBytes& frame) { frame.resize(58), frame[3] = 58; }, "ask: body too short"},
+    const struct
+    {
+        std::size_t size, at;
+        std::uint8_t value;
+        const char* reason;
+    } rows[] = {
+        {0, 0, 0, "frame of 0 bytes is shorter than a header"},
+        {3, 0, 0, "frame of 3 bytes is shorter than a header"},
+        {35, 3, 35, "frame of 35 bytes gives its length as 35, not 36 to 65536"},
+        {61, 3, 62, "frame of 61 bytes gives its length as 62"},
+        {62, 0, 128, "frame of 62 bytes gives its length as 2147483710, not 36 to 65536"},
+        {65537, 3, 62, "frame of 65537 bytes gives its length as 62"},
+        {65598, 1, 1, "frame of 65598 bytes gives its length as 65598, not 36 to 65536"},
+        {62, 7, 8, "unknown service: service 8, resource 100, operation 1, kind 0"},
+        {62, 11, 99, "unknown identity: service 7, resource 99, operation 1, kind 0"},
+        {62, 15, 9, "unknown identity: service 7, resource 100, operation 9, kind 0"},
+        {62, 16, 3, "unknown identity: service 7, resource 100, operation 1, kind 3"},
+        {62, 17, 2, "unknown version 2"},
+        {62, 18, 1, "reserved bytes are not zero"},
+        {62, 19, 1, "reserved bytes are not zero"},
+        {62, 59, 3, "ask: string length past the end of the frame"},
+        {62, 56, 255, "ask: string length past the end of the frame"},
+        {62, 59, 1, "ask: bytes after the record"},
+        {59, 3, 59, "ask: body too short for its record"},
+        {36, 3, 36, "ask: body too short for its record"},
     };
-    for (const auto& [spoil, expected] : rows) {
+    for (const auto& [size, at, value, expected] : rows) {
         FrameBytes frame = golden;
-        spoil(frame);
+        frame.at(at) = value;
+        frame.resize(size);
         std::string reason;
         EXPECT_FALSE(decodeFrame(frame, catalogue, reason)) << expected;
-        EXPECT_THAT(reason, HasSubstr(expected));
+        EXPECT_EQ(expected, reason);
     }
 }
 
-TEST(Frame, DamagedFramesAreRefusedOrDecodedAsTheyStand)
+TEST(Frame, ADamagedFrameIsRefusedOrDecodedAsItStands)
 {
     std::string reason;
-    for (std::uint8_t size = 4; size < golden.size(); ++size) {
-        FrameBytes frame(golden.begin(), golden.begin() + size);
-        frame[3] = size;
-        EXPECT_FALSE(decodeFrame(frame, catalogue, reason)) << size;
-    }
     for (std::size_t at = 0; at < golden.size(); ++at)
         for (unsigned value = 0; value < 256; ++value) {
             FrameBytes frame = golden;

@@ -5,16 +5,15 @@
 
 #include <pthread.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <limits>
 #include <thread>
 
+#include <fabric-host/Printable.h>
+
 namespace {
 
 using namespace sample;
-
-typedef std::pair<nubOsalTime_struct, nubOsalTime_struct> Pair;
 
 constexpr std::int64_t earliest = std::numeric_limits<std::int64_t>::min();
 constexpr std::int64_t latest = std::numeric_limits<std::int64_t>::max();
@@ -23,7 +22,7 @@ constexpr std::int32_t most = std::numeric_limits<std::int32_t>::max();
 
 TEST(Osal, NormalisingKeepsTheValueAndWrapsAtTheEnds)
 {
-    const Pair rows[] = {
+    const std::pair<nubOsalTime_struct, nubOsalTime_struct> rows[] = {
         {{0, 0}, {0, 0}},
         {{0, 1500000}, {1, 500000}},
         {{-1, -500000}, {-2, 500000}},
@@ -33,77 +32,89 @@ TEST(Osal, NormalisingKeepsTheValueAndWrapsAtTheEnds)
         {{latest, 1000000}, {earliest, 0}},
         {{earliest, least}, {latest - 2147, 516352}},
     };
-    for (const auto& [time, normal] : rows) {
-        nubOsalTime_struct normalised = time;
-        nubOsalNormalizeTime(&normalised);
-        EXPECT_EQ(normal.seconds, normalised.seconds) << time.microseconds;
-        EXPECT_EQ(normal.microseconds, normalised.microseconds) << time.microseconds;
-        const bool wraps = (time.seconds < 0) != (normal.seconds < 0) && time.seconds != 0;
-        EXPECT_EQ(wraps, nubOsalCompareTime(&time, &normal) != 0) << time.microseconds;
+    for (auto [time, normal] : rows) {
+        const bool wraps = time.seconds == latest || time.seconds == earliest;
+        EXPECT_EQ(wraps, nubOsalCompareTime(&time, &normal) != 0) << normal.seconds;
+        nubOsalNormalizeTime(&time);
+        EXPECT_EQ(std::pair(normal.seconds, normal.microseconds),
+                  std::pair(time.seconds, time.microseconds));
     }
 }
 
 TEST(Osal, ComparingIsByValueAlsoWhereTheSumLeavesTheRange)
 {
-    const Pair rows[] = {
-        {{1, 0}, {1, 1}},
-        {{1, 999998}, {2, -1}},
-        {{latest, 0}, {latest, 1000000}},
-        {{earliest, -1000000}, {earliest, 0}},
-        {{earliest, least}, {latest, most}},
-        {{earliest, most}, {latest, least}},
-    };
-    for (const auto& [earlier, later] : rows) {
-        EXPECT_LT(nubOsalCompareTime(&earlier, &later), 0) << later.seconds;
-        EXPECT_GT(nubOsalCompareTime(&later, &earlier), 0) << later.seconds;
-        EXPECT_EQ(nubOsalCompareTime(&later, &later), 0) << later.seconds;
-    }
+    const nubOsalTime_struct ascending[] = {
+        {earliest, least}, {earliest, 0}, {earliest, most}, {-1, -500000}, {0, 0},        {1, 1},
+        {1, 999998},       {2, -1},       {latest, least},  {latest, 0},   {latest, most}};
+    for (const nubOsalTime_struct& one : ascending)
+        for (const nubOsalTime_struct& two : ascending) {
+            const int result = nubOsalCompareTime(&one, &two);
+            EXPECT_EQ((&one > &two) - (&one < &two), (result > 0) - (result < 0))
+                << &one - ascending << ", " << &two - ascending;
+        }
 }
 
-int wanted(std::uint32_t category, std::uint32_t level)
+bool wanted(std::uint32_t category, std::uint32_t level)
 {
     nubDebugChunk_t chunk = {category << 16 | level, 0, 0};
-    return nubDebugCheckLevelGetFabricAndChunk(&chunk);
+    return nubDebugCheckLevelGetFabricAndChunk(&chunk) != 0;
+}
+
+/// Returns which of some lines are enabled.
+std::string enabled()
+{
+    std::string all;
+    for (const auto& [category, level] : {std::pair(5U, 3000U), {5, 3001}, {6, 1}, {65535, 5000}})
+        all += wanted(category, level) ? '1' : '0';
+    return all;
+}
+
+// The environment is read once in a process; a suite with this ending comes before all others.
+TEST(DebugEnvironmentDeathTest, EnablesLinesUntilSwitchesReplaceIt)
+{
+    setenv("NUB_DEBUG", "x,5:3000,\x1b", 1);
+    const auto complaint =
+        testing::StrEq("NUB_DEBUG: cannot read 'x', expected CATEGORY:LEVEL\n"
+                       "NUB_DEBUG: cannot read '\\x1b', expected CATEGORY:LEVEL\n");
+    EXPECT_EXIT(_exit(enabled() == "1000" && enabled() == "1000"), testing::ExitedWithCode(1),
+                complaint);
+    EXPECT_EXIT((setDebugSwitches("6:1"), _exit(enabled() == "0010")), testing::ExitedWithCode(1),
+                complaint);
+    unsetenv("NUB_DEBUG");
 }
 
 TEST(Debug, SwitchesSelectByCategoryAndLevel)
 {
-    const std::pair<const char*, std::vector<int>> rows[] = {
-        {"", {0, 0, 0}},
-        {"5:3000", {1, 0, 0}},
-        {"5:65535,6:0", {1, 1, 0}},
-        {"*:5000,5:2999", {0, 0, 1}},
-        {"5:3000,*:5000", {1, 0, 1}},
-        {"5:1,5:3000", {1, 0, 0}},
+    const std::pair<const char*, const char*> rows[] = {
+        {"", "0000"},           {"5:3000", "1000"},        {"5:65535,6:0", "1100"},
+        {"6:1", "0010"},        {"*:5000,5:2999", "0011"}, {"5:3000,*:5000", "1011"},
+        {"5:1,5:3000", "1000"}, {"65535:65535", "0001"},
     };
     for (const auto& [switches, expected] : rows) {
-        fabric::host::setDebugSwitches(switches);
-        EXPECT_THAT(expected, ElementsAre(wanted(5, 3000), wanted(5, 3001), wanted(65535, 5000)))
-            << switches;
+        setDebugSwitches(switches);
+        EXPECT_EQ(expected, enabled()) << switches;
     }
-    fabric::host::setDebugSwitches("");
-}
-
-TEST(Debug, UnreadableSwitchesAreNamedAndChangeNothing)
-{
-    fabric::host::setDebugSwitches("5:3000");
     for (const std::string part : {"5", ":1", "5:", "-1:3", "65536:1", "1:65536", "1:1:1", "a:1",
                                    "1: 2", "4294967297:1", "**:1"}) {
-        EXPECT_THAT([&] { fabric::host::setDebugSwitches("*:1," + part + ",6:6"); },
+        EXPECT_THAT([&] { setDebugSwitches("*:1," + part + ",6:6"); },
                     testing::ThrowsMessage<std::invalid_argument>(HasSubstr("'" + part + "'")));
-        EXPECT_TRUE(wanted(5, 3000) && !wanted(6, 1));
+        EXPECT_EQ("0001", enabled()) << "changed by " << part;
     }
-    fabric::host::setDebugSwitches("");
+    setDebugSwitches("");
 }
 
-/// Returns what `action` writes to standard error, and expects at most one write.
-std::string standardErrorOf(const std::function<void()>& action)
+constexpr nubDebugChunk_t chunk = {5 << 16 | 3000, 0, 0};
+
+/// Writes a line and returns the single write to standard error that it causes, if any.
+std::string standardErrorOf(const std::string& line)
 {
     int ends[2];
     EXPECT_EQ(0, socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends));
     const int kept = dup(STDERR_FILENO);
     dup2(ends[1], STDERR_FILENO);
-    action();
+    errno = EDOM;
+    nubDebugOutput0(&chunk, "%s", line.c_str());
+    EXPECT_EQ(EDOM, errno);
     dup2(kept, STDERR_FILENO);
     std::string text(1 << 16, ' ');
     const ssize_t length = recv(ends[0], text.data(), text.size(), MSG_DONTWAIT);
@@ -113,65 +124,82 @@ std::string standardErrorOf(const std::function<void()>& action)
     return text.substr(0, static_cast<std::size_t>(std::max<ssize_t>(length, 0)));
 }
 
-TEST(Debug, ALineGoesToTheSinkOrIsOneWriteWhateverItsLengthAndKeepsErrno)
+TEST(Debug, ALineGoesToTheSinkOrIsOneWriteWhateverItsLength)
 {
-    const nubDebugChunk_t chunk = {5 << 16 | 3000, 0, 0};
     for (const std::size_t length : {1U, 510U, 511U, 512U, 40000U}) {
         const std::string line = std::string(length, 'x') + '\n';
-        const auto write = [&] {
-            errno = EDOM;
-            nubDebugOutput0(&chunk, "%s", line.c_str());
-            EXPECT_EQ(EDOM, errno);
-        };
-        EXPECT_EQ(line, standardErrorOf(write));
+        EXPECT_EQ(line, standardErrorOf(line));
         std::string taken;
-        fabric::host::setDebugSink([&](std::uint32_t code, const std::string& text) {
+        setDebugSink([&](std::uint32_t code, const std::string& text) {
             EXPECT_EQ(chunk.code, code);
             taken = text;
         });
-        EXPECT_EQ("", standardErrorOf(write));
+        EXPECT_EQ("", standardErrorOf(line));
         EXPECT_EQ(line, taken);
-        fabric::host::setDebugSink([](auto&&...) { throw 1; });
-        EXPECT_EQ(line, standardErrorOf(write)) << "a sink that throws";
-        fabric::host::setDebugSink({});
+        setDebugSink([](auto&&...) { throw 1; });
+        EXPECT_EQ(line, standardErrorOf(line)) << "a sink that throws";
+        setDebugSink({});
     }
+    EXPECT_EQ("", standardErrorOf(""));
+    EXPECT_EXIT((close(STDERR_FILENO), nubDebugOutput0(&chunk, "line\n"), _exit(0)),
+                testing::ExitedWithCode(0), "");
 }
 
 TEST(Debug, ALineContainsNoControlCharacterBeforeItsEnd)
 {
-    const nubDebugChunk_t chunk = {5 << 16 | 3000, 0, 0};
-    const auto write = [&] { nubDebugOutput0(&chunk, "%s\n", "\x1b[2J\nforged \u202e \u00fc"); };
-    EXPECT_EQ("\\x1b[2J\\x0aforged \\u202e \u00fc\n", standardErrorOf(write));
+    EXPECT_EQ("\\x1b[2J\\x0aforged \\u202e \u00fc\n",
+              standardErrorOf("\x1b[2J\nforged \u202e \u00fc\n"));
+    EXPECT_EQ("\\x7f\n", standardErrorOf("\x7f"));
+}
+
+TEST(Printable, WhatIsNotVisibleOrNotUtf8IsEscaped)
+{
+    const std::pair<std::string, std::string> rows[] = {
+        {" ~\u00a0\u07ff\u0800\ud7ff\ue000\uffff\U00010000\U0010ffff", ""},
+        {{"\0\x1f\x7f", 3}, "\\x00\\x1f\\x7f"},
+        {"\u0080\u009f\u00ad\u200b\ufeff\U000e0001",
+         "\\u0080\\u009f\\u00ad\\u200b\\ufeff\\U000e0001"},
+        {"\x80\xbf\xc1\xbf\xf5\x80", "\\x80\\xbf\\xc1\\xbf\\xf5\\x80"},
+        {"\xc3\xe4\x80g\xf0\x9f\x98", "\\xc3\\xe4\\x80g\\xf0\\x9f\\x98"},
+        {"\xe0\x9f\xbf\xed\xa0\x80", "\\xe0\\x9f\\xbf\\xed\\xa0\\x80"},
+        {"\xf0\x8f\xbf\xbf\xf4\x90\x80\x80", "\\xf0\\x8f\\xbf\\xbf\\xf4\\x90\\x80\\x80"},
+    };
+    for (const auto& [text, shown] : rows)
+        EXPECT_EQ(shown.empty() ? text : shown, printable(text));
+    EXPECT_EQ("\\x27\u00fc\\x5c", printable("'\u00fc\\", "'\\"));
 }
 
 TEST(Debug, ALineIsWrittenInFullByAThreadThatIsBeingCancelled)
 {
-    const nubDebugChunk_t chunk = {5 << 16 | 3000, 0, 0};
     bool written = false;
-    fabric::host::setDebugSink([](auto&&...) { pthread_testcancel(); });
+    setDebugSink([](auto&&...) { pthread_testcancel(); });
     std::thread([&] {
         pthread_cancel(pthread_self());
         nubDebugOutput0(&chunk, "line\n");
         pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
         written = true;
     }).join();
-    fabric::host::setDebugSink({});
+    setDebugSink({});
     EXPECT_TRUE(written);
 }
 
 TEST(Twine, ReleasingFreesStringsAtAnyDepthOnceAndAcceptsNull)
 {
-    static const nubEndianEntry_t entries[] = {nested(0, recordTable),
-                                               nested(sizeof(Record), recordTable), end};
+    static const nubEndianEntry_t entries[] = {entry(nubEndianRecord, 0, &recordTable),
+                                               entry(nubEndianRecord, sizeof(Record), &recordTable),
+                                               end};
     static const nubEndianTable_t table = {2 * sizeof(Record), entries};
     const MsgMeta release = {0xffffffff, 0, 0, 0xff};
     Record records[2] = {};
-    for (Record& each : records)
-        each.text.chars = strdup("text");
-    for (Record* const payload : {records, records, static_cast<Record*>(nullptr)})
-        fabricTwineDeserReleaseMessage(0, &release, &table, payload);
-    for (const Record& each : records)
-        EXPECT_EQ(nullptr, each.text.chars);
+    for (int round = 0; round < 2; ++round) {
+        for (Record& each : records)
+            each.text.chars = strdup("text");
+        for (Record* const payload : {records, records, static_cast<Record*>(nullptr)})
+            fabricTwineDeserReleaseMessage(0, &release, &table, payload);
+        for (const Record& each : records)
+            EXPECT_EQ(nullptr, each.text.chars);
+    }
+    EXPECT_EQ(end.argument.word, __nub_EndianTable_nubDeserString_t.entries[1].argument.word);
 }
 
 } // namespace

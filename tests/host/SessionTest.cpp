@@ -8,7 +8,8 @@
 
 #include <atomic>
 #include <cerrno>
-#include <list>
+#include <map>
+#include <sstream>
 #include <system_error>
 #include <thread>
 
@@ -18,141 +19,156 @@ using namespace sample;
 using testing::AllOf;
 
 /// A link that the test controls.
-struct WireLink : fabric::host::Link
+struct WireLink : Link
 {
-    void open(boost::asio::io_context& opened, fabric::host::LinkListener& opener) override
+    void open(boost::asio::io_context& opened, LinkListener& opener) override
     {
+        journal.note("open");
         if (failure)
             throw std::system_error(failure, std::generic_category());
+        if (std::exchange(listener, &opener))
+            return; // post() reads the loop without a lock
         loop = &opened;
-        listener = &opener;
-        journal.note("open");
+        ready.open();
     }
     void close() override { journal.note("close"); }
-    int send(FrameView frame) override { return onSend ? onSend(frame) : 0; }
+    int send(FrameView frame) override { return onSend(frame); }
 
-    template <class Call>
-    void report(Call call)
+    /// Lets the session's thread make a report.
+    void post(std::function<void(LinkListener&)> call)
     {
-        journal.await(1);
-        boost::asio::post(*loop, [this, call] { call(*listener); });
-    }
-    void up()
-    {
-        report([](auto& told) { told.linkUp(); });
-    }
-    void failed(int error)
-    {
-        report([=](auto& told) { told.linkFailed(error); });
-    }
-    void down(int reason)
-    {
-        report([=](auto& told) { told.linkDown(reason); });
+        ready.pass();
+        boost::asio::post(*loop, [=] { call(*listener); });
     }
     void receive(const FrameBytes& frame)
     {
-        report([=](auto& told) { refusals += !told.frameReceived(frame); });
+        post([=](auto& to) { refusals += !to.frameReceived(frame); });
     }
 
-    std::atomic<boost::asio::io_context*> loop{nullptr};
-    std::atomic<fabric::host::LinkListener*> listener{nullptr};
+    boost::asio::io_context* loop = nullptr;
+    LinkListener* listener = nullptr;
+    Gate ready;
     Journal journal;
-    std::atomic<int> refusals{0};
-    std::atomic<int> failure{0};
-    std::function<int(FrameView)> onSend;
+    std::atomic<int> refusals{0}, failure{0};
+    std::function<int(FrameView)> onSend = [](FrameView) { return 0; };
 };
 
-class SessionTest : public testing::Test
+/// An application whose session owns the test's link.
+struct WiredApplication : Application
 {
-protected:
-    SessionTest()
+    explicit WiredApplication(WireLink* link = new WireLink)
+        : Application(std::unique_ptr<Link>(link)), wire(link)
     {
-        session->attach(client);
-        session->connect();
     }
 
-    template <class Function>
-    int onAnswer(const Function& called)
+    /// Takes steps, which are words, and waits for the effects of each.
+    void play(const std::string& steps)
     {
-        callbacks.emplace_back(called);
-        return component.addEventHandler(answer, 0, callbacks.back().handler());
+        const auto post = [&](auto call) { wire->post(call); };
+        const auto receive = [&](const MsgMeta& meta) {
+            wire->receive(encoded(*message(meta, ++number)));
+        };
+        const std::map<std::string, std::function<void()>> actions = {
+            {"connect", [&] { session->connect(); }},
+            {"disconnect", [&] { session->disconnect(); }},
+            {"reopen", [&] { session->disconnect(), session->connect(); }},
+            {"full", [&] { wire->failure = EMFILE; }},
+            {"freed", [&] { wire->failure = 0; }},
+            {"send", [&] { journal.note("sent " + nameOf(-send(1))); }},
+            {"attach", [&] { session->attach(client); }},
+            {"detach", [&] { session->detach(client); }},
+            {"late", [&] { session->attach(late); }},
+            {"unlate", [&] { session->detach(late); }},
+            {"up", [&] { post([](auto& to) { to.linkUp(); }); }},
+            {"down", [&] { post([](auto& to) { to.linkDown(EPIPE); }); }},
+            {"failed", [&] { post([](auto& to) { to.linkFailed(ECONNREFUSED); }); }},
+            {"overtaken", [&] { post([=](auto& to) { session->disconnect(), to.linkUp(); }); }},
+            {"one", [&] { one = note(answer, "one "); }},
+            {"two", [&] { note(answer, "two "); }},
+            {"told", [&] { told = note(change, "told "); }},
+            {"remove",
+             [&] {
+                 for (const int id : {told, one, one, 12345, 0, -1})
+                     session->component().removeEventHandler(id);
+             }},
+            {"answer", [&] { receive(answer); }},
+            {"change", [&] { receive(change); }},
+            {"ask", [&] { receive(ask); }},
+            {"garbage",
+             [&] {
+                 wire->receive(FrameBytes{1, 2, 3});
+             }},
+        };
+        std::istringstream words(steps);
+        for (std::string word; words >> word;) {
+            actions.at(word)();
+            for (int turn = 0; turn < 2; ++turn) { // what a report requests takes another
+                Gate settled;
+                post([&](auto&) { settled.open(); });
+                settled.pass();
+            }
+        }
     }
 
-    void receive(const MsgMeta& meta, std::uint32_t number)
-    {
-        wire->receive(encoded(*message(meta, number)));
-    }
-
-    /// Waits until everything received so far has been handled.
-    void settle()
-    {
-        Gate settled;
-        wire->report([&](auto&) { settled.open(); });
-        settled.pass();
-    }
-
-    Journal journal;
-    Client client{journal};
-    std::list<Callback> callbacks;
-    WireLink* const wire = new WireLink; // the session's
-    std::unique_ptr<Session> session =
-        std::make_unique<Session>(std::unique_ptr<WireLink>(wire), catalogue);
-    fabric::AbstractApplication& application = session->application();
-    fabric::AbstractComponent& component = session->component();
+    WireLink* const wire;
+    Client late{journal, "late "};
+    std::uint32_t number = 0;
+    int one = 0, told = 0;
 };
 
-TEST_F(SessionTest, ReportsAndMessagesArriveInOrderPastRefusedFrames)
+struct SessionTest : testing::Test, WiredApplication
 {
-    onAnswer(noteNumber(journal, "answer"));
+};
+
+TEST(SessionScenario, EachStepHasItsEffectOnTheReportsAndTheLink)
+{
+    const struct
+    {
+        const char *steps, *reports, *calls = "open";
+    } rows[] = {
+        {"failed connect", "failed ECONNREFUSED", "open, close, open"},
+        {"up connect down", "up, down EPIPE"},
+        {"up down connect up down up connect", "up, down EPIPE, up, down EPIPE, up, down 0",
+         "open, close, open"},
+        {"up disconnect disconnect connect", "up, down 0", "open, close, open"},
+        {"up reopen up", "up, down 0, up, down 0", "open, close, open"},
+        {"down full connect connect freed connect", "failed EMFILE, failed EMFILE",
+         "open, close, open, open, open"},
+        {"up disconnect full connect freed connect up", "up, down 0, failed EMFILE, up, down 0",
+         "open, close, open, open"},
+        {"up send disconnect send connect send up send",
+         "up, sent 0, down 0, sent ENOTCONN, sent ENOTCONN, up, sent 0, down 0",
+         "open, close, open"},
+        {"overtaken send", "up, down 0, sent ENOTCONN", "open, close"},
+        {"attach up attach late late detach down detach unlate attach",
+         "up, late up, down 0, late down EPIPE"},
+        {"late up detach attach failed", "up, late up, down 0, up, late down 0, down 0"},
+        {"detach late failed up", "late failed ECONNREFUSED, late up, late down 0"},
+        {"one told two answer change remove change answer", "one 1, two 1, told 2, two 4"},
+        {"one garbage answer ask answer", "one 1, one 3"},
+    };
+    for (const auto& [steps, reports, calls] : rows) {
+        WiredApplication app;
+        app.play(steps);
+        EXPECT_EQ(calls, app.wire->journal.take(0)) << steps;
+        app.session.reset();
+        EXPECT_EQ(reports, app.journal.take(0)) << steps;
+    }
+}
+
+TEST_F(SessionTest, ARefusedFrameIsReportedAndCounted)
+{
     DebugLines lines;
-    wire->failed(ECONNREFUSED);
-    wire->up();
-    wire->receive(FrameBytes{1, 2, 3});
-    receive(answer, 1);
-    wire->down(EPIPE);
-    settle();
-    session->connect();
-    wire->up();
-    receive(ask, 1); // a command is not for an application
-    receive(answer, 2);
-    wire->down(ECONNRESET);
-    wire->up(); // without connect()
-    settle();
-    session->connect();
-    session->disconnect();
-    session->disconnect();
-    session->detach(client);
-    EXPECT_THAT(journal.await(9),
-                ElementsAre("failed " + std::to_string(ECONNREFUSED), "connected", "answer 1",
-                            "disconnected " + std::to_string(EPIPE), "connected", "answer 2",
-                            "disconnected " + std::to_string(ECONNRESET), "connected",
-                            "disconnected 0"));
-    EXPECT_THAT(wire->journal.await(4), ElementsAre("open", "close", "open", "close"));
-    EXPECT_THAT(lines.await(3),
-                ElementsAre(HasSubstr("not connected"), HasSubstr("shorter than a header"),
-                            HasSubstr("refused: it is a command")));
-    EXPECT_EQ(2U, session->counters().framesRefused);
+    play("up garbage ask answer");
     EXPECT_EQ(2, wire->refusals);
-}
-
-TEST_F(SessionTest, AConnectionThatCannotBeOpenedIsReportedAsFailed)
-{
-    wire->down(EPIPE);
-    settle();
-    wire->failure = EMFILE;
-    session->connect();
-    EXPECT_THAT(journal.await(1), ElementsAre("failed " + std::to_string(EMFILE)));
-    wire->failure = 0;
-    session->connect();
-    EXPECT_THAT(wire->journal.await(3), ElementsAre("open", "close", "open"));
-}
-
-TEST_F(SessionTest, ConnectOpensALinkAgainThatFailed)
-{
-    wire->failed(ECONNREFUSED);
-    settle();
-    session->connect();
-    EXPECT_THAT(wire->journal.await(3), ElementsAre("open", "close", "open"));
+    const std::string refused = "fabric-host: frame from the service refused: ";
+    EXPECT_EQ(refused + "frame of 3 bytes is shorter than a header\n, " + refused +
+                  "it is a command\n",
+              lines.take(0));
+    const SessionCounters counters = session->counters();
+    EXPECT_EQ(3U, counters.framesReceived);
+    EXPECT_EQ(2U, counters.framesRefused);
+    EXPECT_EQ(1U, counters.messagesUnhandled);
 }
 
 TEST_F(SessionTest, AReportMayEndItsThread)
@@ -161,50 +177,25 @@ TEST_F(SessionTest, AReportMayEndItsThread)
     GTEST_SKIP() << "the sanitizer takes the end of a thread for an exception at a null pointer";
 #endif
     client.also = [](const std::string&) { pthread_exit(nullptr); };
-    wire->up();
+    wire->post([](auto& to) { to.linkUp(); });
     journal.await(1);
     Client other(journal);
     session->detach(other);
     session->detach(client);
 }
 
-TEST_F(SessionTest, ADisconnectedSessionRefusesCommandsAtOnce)
+TEST_F(SessionTest, AMessageGoesToNoHandlerOfAnotherMessage)
 {
-    wire->up();
-    settle();
-    MsgIds ids;
-    EXPECT_EQ(0, application.sendEvent(ids, 0, message(ask, 1).release()));
-    session->disconnect();
-    EXPECT_EQ(-ENOTCONN, application.sendEvent(ids, 0, message(ask, 1).release()));
-    session->connect();
-    wire->journal.await(3);
-    wire->up();
-    journal.await(3);
-    EXPECT_EQ(0, application.sendEvent(ids, 0, message(ask, 1).release()));
-}
-
-TEST_F(SessionTest, AMessageGoesToItsHandlersInOrderOfRegistration)
-{
-    Callback notified = noteNumber(journal, "notified");
-    Callback wrong = noteNumber(journal, "wrong");
-    for (const MsgMeta& key : {MsgMeta{8, 100, 1, 2}, MsgMeta{7, 101, 1, 2}, MsgMeta{7, 100, 2, 2},
-                               MsgMeta{7, 100, 1, 1}, change})
-        component.addEventHandler(key, 0, wrong.handler());
-    application.addEventHandler(answer, 0, wrong.handler());
-    const int firstId = onAnswer(noteNumber(journal, "first"));
-    const int notifiedId = application.addEventHandler(change, 0, notified.handler());
-    onAnswer(noteNumber(journal, "second"));
-    receive(answer, 1);
-    receive(change, 2);
-    settle();
-    for (const int id : {notifiedId, firstId, firstId, 12345, 0, -1})
-        component.removeEventHandler(id);
-    receive(change, 3);
-    receive(answer, 4);
-    settle();
-    EXPECT_THAT(journal.await(4), ElementsAre("first 1", "second 1", "notified 2", "second 4"));
-    EXPECT_EQ(1U, session->counters().messagesUnhandled);
-    EXPECT_THROW(component.addEventHandler(answer, 1, wrong.handler()), std::invalid_argument);
+    const auto wrong = [&](auto&&) { journal.note("wrong"); };
+    for (const MsgMeta& key : {MsgMeta{8, 100, 1, 2}, MsgMeta{7, 101, 1, 2}, MsgMeta{7, 100, 2, 2}})
+        on(key, wrong);
+    callbacks.emplace_back(wrong);
+    const fabric::EventHandler handler(&callbacks.back(), &Callback::call);
+    session->component().addEventHandler(change, 0, handler);
+    session->application().addEventHandler(answer, 0, handler);
+    EXPECT_THROW(session->component().addEventHandler(answer, 1, handler), std::invalid_argument);
+    play("answer change");
+    EXPECT_EQ("", journal.take(0));
 }
 
 TEST_F(SessionTest, EveryOutcomeOfASendReleasesTheMessageAndOnlySuccessLeavesIds)
@@ -223,11 +214,12 @@ TEST_F(SessionTest, EveryOutcomeOfASendReleasesTheMessageAndOnlySuccessLeavesIds
         {message(ask, 1), -ENOTCONN},
         {message(ask, 1), -EINVAL, "flags 1, expected 0", 1},
         {message(answer, 1), -EINVAL, "not a command, kind 2"},
-        {message({8, 100, 1, 0}, 1), -EINVAL, "unknown service: service 8"},
-        {message({7, 100, 9, 0}, 1), -EINVAL, "unknown identity: service 7"},
+        {message({8, 100, 1, 0}, 1), -EINVAL, "unknown service: service 8, resource 100"},
+        {message({7, 100, 9, 0}, 1), -EINVAL, "unknown identity: service 7, resource 100"},
         {std::move(noPayload), -EINVAL, "ask has no payload"},
-        {std::move(other), -EINVAL, "another record"},
+        {std::move(other), -EINVAL, "ask has a payload of another record"},
         {message(ask, 1, std::string(70000, 'x')), -EMSGSIZE, "longer than a frame"},
+        {nullptr, -EINVAL, "no event"},
     };
     for (auto& row : rows) {
         DebugLines lines;
@@ -237,143 +229,143 @@ TEST_F(SessionTest, EveryOutcomeOfASendReleasesTheMessageAndOnlySuccessLeavesIds
             EXPECT_EQ(ids, decodeFrame(frame, catalogue, reason)->ids) << "set too late";
             return row.result;
         };
-        const boost::weak_ptr<SerializableMessageData> data = row.event->data;
-        EXPECT_EQ(row.result, application.sendEvent(ids, row.flags, row.event.release()));
+        boost::weak_ptr<SerializableMessageData> data;
+        if (row.event)
+            data = row.event->data;
+        EXPECT_EQ(row.result,
+                  session->application().sendEvent(ids, row.flags, row.event.release()));
         EXPECT_TRUE(data.expired());
         EXPECT_EQ(row.result == 0, ids != (MsgIds{0, 0})) << row.result;
         if (row.reason) {
-            EXPECT_THAT(lines.await(1), ElementsAre(HasSubstr(row.reason)));
+            EXPECT_THAT(lines.take(1), HasSubstr(std::string("message not sent: ") + row.reason));
         }
     }
-    MsgIds ids;
-    EXPECT_EQ(-EINVAL, application.sendEvent(ids, 0, nullptr));
     EXPECT_EQ(1U, session->counters().framesSent);
 }
 
-TEST_F(SessionTest, SessionsHaveDistinctIds)
+TEST_F(SessionTest, IdsOfAllMessagesAndComponentsDiffer)
 {
-    Session other(std::make_unique<WireLink>(), catalogue);
-    MsgIds ids, otherIds;
-    application.sendEvent(ids, 0, message(ask, 1).release());
-    other.application().sendEvent(otherIds, 0, message(ask, 1).release());
-    EXPECT_NE(ids.originId, otherIds.originId);
-    EXPECT_NE(component.componentId, other.component().componentId);
+    WiredApplication other;
+    MsgIds ids, next, foreign;
+    session->application().sendEvent(ids, 0, message(ask, 1).release());
+    session->application().sendEvent(next, 0, message(ask, 1).release());
+    other.session->application().sendEvent(foreign, 0, message(ask, 1).release());
+    EXPECT_NE(ids.originId, foreign.originId);
+    EXPECT_EQ(next, (MsgIds{ids.originId, ids.messageId + 1}));
+    EXPECT_NE(session->component().componentId, other.session->component().componentId);
 }
 
-TEST_F(SessionTest, ResetOnAnotherThreadWaitsForTheRunningHandler)
+/// Is in progress for a while on one thread, and shows whether it is to another.
+struct Lengthy
 {
-    fabric::EventHandlerIdSet ids(component);
+    void run()
+    {
+        running = true;
+        entered.open();
+        for (int turn = 0; turn < 20; ++turn)
+            std::this_thread::yield();
+        running = false;
+    }
+
+    Gate entered;
+    std::atomic<bool> running{false};
+};
+
+TEST_F(SessionTest, RemovingOnAnotherThreadWaitsForTheRunningCallback)
+{
+    play("up");
+    Journal ignored;
+    fabric::EventHandlerIdSet ids(session->component());
     for (int round = 0; round < 100; ++round) {
-        Gate entered;
-        std::atomic<bool> running{false};
-        ids.addHandler(onAnswer([&](const Message&) {
-            running = true;
-            entered.open();
-            for (int turn = 0; turn < 20; ++turn)
-                std::this_thread::yield();
-            running = false;
-        }));
-        receive(answer, 1);
-        receive(answer, 2); // must not reach the handler after reset()
-        entered.pass();
+        Lengthy handler, report;
+        ids.addHandler(on(answer, [&](auto&&) { handler.run(); }));
+        for (int i = 0; i < 2; ++i) // the second must not reach the handler after reset()
+            wire->receive(encoded(*message(answer, 1)));
+        handler.entered.pass();
         ids.reset();
-        ASSERT_FALSE(running);
+        ASSERT_FALSE(handler.running);
+
+        Client inner(ignored);
+        inner.also = [&](const std::string& what) {
+            session->detach(inner);
+            if (what == "up")
+                report.run();
+        };
+        session->attach(inner);
+        report.entered.pass();
+        session->detach(inner);
+        ASSERT_FALSE(report.running);
     }
 }
 
 TEST_F(SessionTest, ResetInsideAHandlerReturnsAndNothingFurtherIsDelivered)
 {
-    fabric::EventHandlerIdSet ids(component);
-    ids.addHandler(onAnswer([&](const Message&) {
+    fabric::EventHandlerIdSet ids(session->component());
+    ids.addHandler(on(answer, [&](auto&&) {
         journal.note("first");
         ids.reset();
-        onAnswer(noteNumber(journal, "late"));
+        note(answer, "late ");
     }));
-    ids.addHandler(onAnswer(noteNumber(journal, "second")));
-    receive(answer, 1);
-    receive(answer, 2);
-    settle();
-    EXPECT_THAT(journal.await(2), ElementsAre("first", "late 2"));
+    ids.addHandler(note(answer, "second "));
+    play("answer answer");
+    EXPECT_EQ("first, late 2", journal.take(0));
 }
 
 TEST_F(SessionTest, ExceptionsFromCallbacksAreReportedByNameAndContained)
 {
     DebugLines lines;
     client.also = [](const std::string&) { throw std::runtime_error("bad report"); };
-    onAnswer([](const Message&) { throw std::runtime_error("bad message"); });
-    const std::string method = callbacks.back().handler().boundCaller().getMethodName();
-    onAnswer([](const Message&) { throw 1; });
+    on(answer, [](auto&&) { throw std::runtime_error("bad message"); });
+    const fabric::EventHandler handler(&callbacks.back(), &Callback::call);
+    on(answer, [](auto&&) { throw 1; });
     int mortal = 0;
-    mortal = onAnswer([&](const Message&) {
-        component.removeEventHandler(mortal);
+    mortal = on(answer, [&](auto&&) {
+        session->component().removeEventHandler(mortal);
         callbacks.pop_back();
         throw std::runtime_error("last words");
     });
-    wire->up();
-    receive(answer, 1);
-    EXPECT_THAT(lines.await(4),
-                ElementsAre(AllOf(HasSubstr(typeid(Client).name()), HasSubstr("bad report")),
-                            AllOf(HasSubstr(typeid(Callback).name()), HasSubstr("bad message"),
-                                  HasSubstr(method)),
-                            HasSubstr("an exception of unknown type"),
-                            AllOf(HasSubstr("(removed)"), HasSubstr("last words"))));
-    settle();
+    play("up answer");
+    const std::string method = "::" + handler.boundCaller().getMethodName() + ": ";
+    const std::string start = "fabric-host: exception from ";
+    const std::string named = start + typeid(Callback).name() + method;
+    EXPECT_EQ(start + "a connection report to " + typeid(Client).name() + ": bad report\n, " +
+                  named + "bad message\n, " + named + "an exception of unknown type\n, " + start +
+                  "(removed)" + method + "last words\n",
+              lines.take(0));
     EXPECT_EQ(4U, session->counters().exceptionsCaught);
-}
-
-TEST_F(SessionTest, ClientsThatAttachOrDetachAtAnyTimeGetMatchingReports)
-{
-    Client late(journal, "late ");
-    session->attach(client);
-    wire->up();
-    session->attach(late);
-    settle();
-    session->detach(client);
-    wire->down(1);
-    session->detach(late);
-    session->attach(client);
-    session->detach(client);
-    EXPECT_THAT(journal.await(4), ElementsAre("connected", "late connected", "disconnected 0",
-                                              "late disconnected 1"));
 }
 
 TEST_F(SessionTest, CallbacksMayUseTheWholeSession)
 {
-    Client inner(journal, "inner ");
     client.also = [&](const std::string& what) {
-        if (what != "connected")
+        if (what != "up")
             return;
-        MsgIds ids;
-        EXPECT_EQ(0, application.sendEvent(ids, 0, message(ask, 1).release()));
-        session->attach(inner);
-        session->detach(inner); // has had no report yet
-        session->attach(inner);
+        EXPECT_EQ(0, send(1));
+        session->attach(late);
+        session->detach(late); // has had no report yet
+        session->attach(late);
         session->detach(client); // has had its report
         session->disconnect();
         session->connect();
     };
-    wire->up();
-    EXPECT_THAT(wire->journal.await(3), ElementsAre("open", "close", "open"));
-    EXPECT_THAT(journal.await(4), ElementsAre("connected", "disconnected 0", "inner connected",
-                                              "inner disconnected 0"));
-    session->detach(inner);
+    play("up unlate");
+    EXPECT_EQ("open, close, open", wire->journal.take(0));
+    EXPECT_EQ("up, down 0, late up, late down 0", journal.take(0));
 }
 
 TEST_F(SessionTest, DestroyingASessionWaitsForTheRunningHandlerAndTellsItsClients)
 {
-    wire->up();
-    Gate entered;
-    onAnswer([&, raw = session.get()](const Message&) {
-        entered.open();
-        for (int turn = 0; turn < 20; ++turn)
-            std::this_thread::yield();
+    play("up");
+    Lengthy handler;
+    on(answer, [&, raw = &*session](auto&&) {
+        handler.run();
         raw->connect(); // has no effect any more
         journal.note("handled");
     });
-    receive(answer, 1);
-    entered.pass();
+    wire->receive(encoded(*message(answer, 1)));
+    handler.entered.pass();
     session.reset();
-    EXPECT_THAT(journal.await(3), ElementsAre("connected", "handled", "disconnected 0"));
+    EXPECT_EQ("up, handled, down 0", journal.take(0));
 }
 
 } // namespace
