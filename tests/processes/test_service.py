@@ -1,0 +1,185 @@
+"""chronal-simd listens at its socket or explains why it cannot, and writes lines without waiting."""
+
+import fcntl
+import os
+import pty
+import signal
+
+import pytest
+from conftest import CHRONALCTL, SIMD
+
+
+@pytest.mark.parametrize(
+    "option, value, complaint",
+    [
+        ("--socket", "", "path; expected for example /run/chronal.sock"),
+        ("--zone", "Foo", "time zone of this system; expected for example Europe/Berlin"),
+        ("--period", "x", "duration; expected seconds, such as 5 or 0.5, or units, such as 250ms"),
+        ("--period", "0s", "period; expected whole milliseconds, from 1ms to a day"),
+        ("--period", "1.0005", "period; expected"),
+        ("--period", "1441min", "period; expected"),
+        ("--start-time", "now", "time; expected for example 2026-03-29T01:00:00Z"),
+        ("--speed", "nan", "number from 0.001 to 1000000"),
+        ("--speed", "0", "number from"),
+        ("--speed", "1e7", "number from"),
+        ("--speed", "1x", "number from"),
+        ("--drop-after", "0", "whole number from 1 to "),
+        ("--refuse", "cmdNo", "command; expected one of: cmdRefTimeSet, "),
+    ],
+)
+def test_a_wrong_value_is_named_with_the_expected_one(option, value, complaint, run):
+    status, output, errors = run(SIMD, option, value)
+    assert (status, output) == (2, "")
+    assert errors.startswith(f"chronal-simd: {option}: '{value}' is not a {complaint}")
+    assert errors.endswith("\nSee: chronal-simd --help\n")
+
+
+def test_a_start_after_the_calendar_is_refused(run):
+    assert "'@253402300800' is not within the years" in run(SIMD, "--start-time", "@253402300800")[2]
+
+
+def test_a_service_without_a_place_says_so(run):
+    assert run(SIMD)[::2] == (1, "chronal-simd: XDG_RUNTIME_DIR is not set; name a socket with --socket\n")
+
+
+@pytest.mark.parametrize("option, shown", [("--help", "--verbose"), ("--version", "chronal-simd ")])
+def test_help_is_given_or_the_program_fails(option, shown, run):
+    status, output, _ = run(SIMD, option)
+    assert status == 0 and shown in output
+    status, _, errors = run("sh", "-c", f'"$0" {option} >/dev/full', SIMD)
+    assert (status, errors) == (1, "chronal-simd: cannot write to standard output\n")
+
+
+def test_only_the_owner_may_use_the_socket(directory, start_service):
+    os.umask(0)
+    start_service()
+    assert (directory / "it").stat().st_mode & 0o777 == 0o600
+    assert not (directory / "it.lock").exists()
+
+
+def test_a_place_that_is_taken_is_refused(directory, start_service, run):
+    def refusal(place):
+        status, _, errors = run(SIMD, "--socket", place)
+        assert status == 1 and errors.startswith(f"chronal-simd: {place}: ")
+        return errors.partition(f"{place}: ")[2].strip()
+
+    service = start_service()
+    assert refusal("it") == "in use by a running service"
+    service.pause()
+    assert refusal("it") == "in use by a running service"
+    (directory / "file").write_text("precious")
+    assert refusal("file") == "is there already and is not a socket"
+    assert (directory / "file").read_text() == "precious"
+    assert refusal("none/it") == "cannot create a file in its directory: No such file or directory"
+    with open(directory / "other.lock", "w") as lock:
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        assert refusal("other").startswith("another service is starting here")
+
+
+# Any user who may read a directory can lock it.
+def test_what_others_have_put_there_is_kept(directory, start_service):
+    (directory / "it.lock").write_text("precious")
+    locked = os.open(directory, os.O_RDONLY)
+    fcntl.flock(locked, fcntl.LOCK_EX)
+    service = start_service()
+    os.close(locked)
+    (directory / "it").unlink()
+    (directory / "it").write_text("precious")
+    assert service.stop() == 0
+    assert (directory / "it").read_text() == (directory / "it.lock").read_text() == "precious"
+
+
+@pytest.mark.parametrize("name", ["", "/"])
+def test_a_directory_names_the_socket_in_it(name, directory, environment, start_service, answer):
+    service = start_service("--socket", f"{directory}{name}")
+    service.wait_for(f"^listening on {directory}/chronal.sock$")
+    environment["CHRONAL_SOCKET"] = str(directory)
+    answer("timezone get")
+
+
+# The address of a socket holds 107 characters.
+def test_the_longest_path_is_served(directory, environment, start_service, answer):
+    (directory / ("d" * 100)).mkdir()
+    environment["CHRONAL_SOCKET"] = "d" * 100 + "/socket"
+    start_service("--socket", environment["CHRONAL_SOCKET"])
+    answer("timezone get")
+
+
+# A connection in its place would get what is meant for it.
+@pytest.mark.parametrize(
+    "command, ready",
+    [((CHRONALCTL, "monitor"), "^connected$"), ((SIMD, "--socket", "it"), "^listening on it$")],
+)
+def test_nothing_takes_the_place_of_a_closed_stream(command, ready, environment, start):
+    del environment["CHRONAL_SOCKET"]
+    program = start("sh", "-c", 'exec "$@" 2>&- <&-', "sh", *command)
+    program.wait_for(ready)
+    for number in (0, 2):
+        assert os.readlink(f"/proc/{program.popen.pid}/fd/{number}") == "/dev/null"
+
+
+def test_a_service_whose_lines_cannot_be_written_serves_and_says_so_once(start, answer):
+    service = start("sh", "-c", 'exec "$@" >/dev/full', "sh", SIMD, "--socket", "it", "--verbose")
+    for _ in range(2):
+        assert answer("--timeout 100 timezone get").startswith("zone ")
+    assert service.stop() == 0
+    assert service.count("^chronal-simd: standard output: No space left on device$") == 1
+    service.wait_for("^chronal-simd: lines left out at the end: [1-9]")
+
+
+@pytest.mark.parametrize("is_told", [False, True])
+def test_a_service_whose_lines_nobody_reads_serves(is_told, stalled, start, answer, connect):
+    """Its lines fill a pipe; one of them is about a stranger. It ends when it is told to."""
+    service = start(SIMD, "--socket", "it", "--verbose", **stalled[0])
+    assert answer("--timeout 100 timezone get").startswith("zone ")
+    stranger = connect()
+    stranger.sendall(b"no frame")
+    assert answer("timezone get").startswith("zone ")
+    if is_told:
+        assert service.stop() == 0
+        return
+    reader = start("cat", stdin=stalled[1])
+    reader.wait_for("^x+$")
+    answer("timezone get")
+    reader.wait_for("^lines left out: [1-9]")
+    reader.wait_for(" <- replyTimezone")
+
+
+def test_a_terminal_that_is_not_read_does_not_hold_up_the_service(start, start_service, answer):
+    try:
+        unread, end = pty.openpty()
+    except OSError as error:
+        pytest.skip(f"needs a terminal, but this machine has none: {error}")
+    words = ("--socket", "it", "--verbose", "--period", "1ms")
+    service = start(SIMD, *words, stdout=end, stderr=end)
+    monitor = start(CHRONALCTL, "monitor", "RTC", "NTP", "DVB")
+    monitor.wait_for("^current-time", 300)  # more lines than the terminal buffers
+    answer("timezone get")
+    assert service.stop(signal.SIGINT) == 0
+    os.close(end)
+    os.close(unread)
+
+
+def test_faults_are_injected(start_service, start_client):
+    service = start_service(*"--drop-after 3 --refuse cmdRefTimeSubscribe --verbose".split())
+    app = start_client()
+    app.wait_for("^up$")
+    app.tell("subscribe")
+    app.wait_for("^result -13$")
+    app.fetch()
+    app.fetch()
+    app.wait_for("^down 104$")
+    app.wait_for("^up$", 2)
+    app.fetch()
+    service.wait_for(r"^client 1 -> cmdRefTimeSubscribe #\d+:1 refTimeId=RTC\(1\)$")
+    service.wait_for(r"^client 1 <- replyResult #\d+:1 result=-13$")
+    service.wait_for("^client 1 disconnected$")
+    service.wait_for("^client 2 connected$")
+    service.wait_for(": client 1 dropped: by the service$")
+    assert service.stop() == 0
+    service.wait_for("^ended; frames refused: 0, clients dropped: 1$")
+
+
+def test_time_starts_anywhere_and_runs_faster(start_service, start_client):
+    start_service(*"--zone Europe/Berlin --start-time 2026-03-29T00:00Z --speed 10000".split())
+    start_client().wait_for(r"^deviation \+2h$")
