@@ -1,5 +1,5 @@
-// An application that tests control: reads one command per line from standard input, and prints a
-// line for each event.
+// An application that tests control: reads one command per line from standard input, "fetch" or
+// "burst COUNT LENGTH", and prints a line for each event.
 // Usage: test-client [burst COUNT | leave COUNT | soak SESSIONS]
 // The first two send a burst from inside the report of the connection; leave then disconnects. The
 // sessions of soak send commands until the end of standard input, and then until one is answered.
@@ -15,13 +15,11 @@
 #include <iostream>
 #include <map>
 #include <mutex>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include <chronal-sim/Start.h>
-#include <chronal/Helpers.h>
 #include <chronal/UserAdapter.h>
 
 namespace {
@@ -44,25 +42,12 @@ public:
 
     void obey(const std::string& line)
     {
-        std::istringstream words(line);
-        std::string word, text;
+        int count = 0;
         std::size_t length = 0;
-        words >> word >> text >> length;
-        const Time time = {std::atoll(text.c_str()), 0};
-        if (word == "burst")
-            return sendBurst(static_cast<int>(time.seconds), length);
+        if (std::sscanf(line.c_str(), "burst %d %zu", &count, &length) != 0)
+            return sendBurst(count, length);
         const std::lock_guard<std::mutex> lock(mutex);
-        asked = {};
-        if (word == "fetch")
-            cmdRefTimeFetch(asked, chronal::referenceTimeRtc);
-        else if (word == "subscribe")
-            cmdRefTimeSubscribe(asked, chronal::referenceTimeRtc);
-        else if (word == "zone")
-            cmdTimezoneSet(asked, text);
-        else if (word == "set")
-            cmdRefTimeSet(asked, time, {}, chronal::referenceTimeRtc, 0, false);
-        else if (word == "announce")
-            cmdNextTimeDeviationChangeSet(asked, time, {3600, 0}, chronal::referenceTimeRtc);
+        cmdRefTimeFetch(asked, chronal::referenceTimeRtc);
         if (asked == MsgIds())
             say("not sent");
     }
@@ -104,16 +89,6 @@ public:
         say("up");
         onceConnected();
     }
-    void onServiceConnectionFailed(int reason) override
-    {
-        UserAdapter::onServiceConnectionFailed(reason);
-        say("failed " + std::to_string(reason));
-    }
-    void onServiceDisconnected(int reason) override
-    {
-        UserAdapter::onServiceDisconnected(reason);
-        say("down " + std::to_string(reason));
-    }
 
 protected:
     void onReplyResult(const MsgIds& ids, int result) override
@@ -128,16 +103,6 @@ protected:
     void onReplyTimeAt(const MsgIds& ids, const Time& utc, const Time&) override
     {
         answer(ids, "time", utc.seconds);
-    }
-    void onNotifyCurrentTime(const MsgIds&, const Time&, const Time&, const Time&, int,
-                             int) override
-    {
-        say("time");
-    }
-    void onNotifyDeviationChange(const MsgIds&, const Time& deviation, const Time&,
-                                 const Time&) override
-    {
-        say("deviation " + chronal::Helpers::getTimeSpanStr(deviation));
     }
 
 private:

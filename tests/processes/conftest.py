@@ -23,8 +23,8 @@ import pytest
 PATIENCE = 100
 socket.setdefaulttimeout(PATIENCE)
 
-CHRONALCTL = os.environ["CHRONALCTL"]
-SIMD = os.environ["CHRONAL_SIMD"]
+CHRONALCTL, SIMD = os.environ["CHRONALCTL"], os.environ["CHRONAL_SIMD"]
+CLIENT = os.environ["TEST_CLIENT"]
 SANITIZED = "-fsanitize" in os.environ["CXXFLAGS"]
 
 
@@ -36,21 +36,16 @@ def eventually(condition):
     return result
 
 
-def status_field(process, field):
-    """A number in the kernel's description of a process; memory is in KiB."""
-    text = Path(f"/proc/{process.popen.pid}/status").read_text()
-    return int(re.search(rf"^{field}:\s*(\d+)", text, re.M)[1])
-
-
 class Process:
     """A program that runs in the background and whose output goes to a file."""
 
-    def __init__(self, command, directory, environment, **options):
+    def __init__(self, command, **options):
         self._file = tempfile.TemporaryFile()
         self.command = [str(word) for word in command]
         options = {"stdout": self._file, "stderr": subprocess.STDOUT, **options}
         options = {"stdin": subprocess.PIPE, "start_new_session": True, **options}
-        self.popen = subprocess.Popen(self.command, cwd=directory, env=environment, **options)
+        self.popen = subprocess.Popen(self.command, **options)
+        self.proc = Path(f"/proc/{self.popen.pid}")
 
     @property
     def output(self):
@@ -65,12 +60,7 @@ class Process:
 
     def wait_for(self, pattern, count=1):
         """Waits until `count` lines match, and returns the last match."""
-
-        def finished():
-            has_ended = self.popen.poll() is not None
-            return self.count(pattern) >= count or has_ended
-
-        eventually(finished)
+        eventually(lambda: self.popen.poll() is not None or self.count(pattern) >= count)
         found = self.matches(pattern)
         assert len(found) >= count, f"{self.command[0]} did not print {pattern!r} {count} times"
         return found[count - 1]
@@ -79,22 +69,21 @@ class Process:
         self.popen.stdin.write(line.encode() + b"\n")
         self.popen.stdin.flush()
 
-    def fetch(self):
-        """Makes a test-client send a command, and waits for the answer."""
-        before = self.count("^answer$")
-        self.tell("fetch")
-        self.wait_for("^answer$", before + 1)
-
     def pause(self):
-        """Stops the program; waits until it has stopped."""
         self.popen.send_signal(signal.SIGSTOP)
-        stat = Path(f"/proc/{self.popen.pid}/stat")
-        assert eventually(lambda: stat.read_text().rpartition(")")[2].split()[0] == "T")
+        assert eventually(lambda: ") T " in (self.proc / "stat").read_text())
+
+    def wait(self):
+        return self.popen.wait(PATIENCE)
 
     def stop(self, number=signal.SIGTERM):
         """Sends a signal, waits for the end, and returns the exit status."""
         self.popen.send_signal(number)
-        return self.popen.wait(PATIENCE)
+        return self.wait()
+
+    def memory(self, field):
+        """Returns a field of the process's status, in KiB."""
+        return int(re.search(rf"^{field}:\s*(\d+)", (self.proc / "status").read_text(), re.M)[1])
 
     def end(self):
         """Kills the program and its children."""
@@ -131,7 +120,7 @@ def start(environment, directory):
     processes = []
 
     def start(*command, **options):
-        processes.append(Process(command, directory, environment, **options))
+        processes.append(Process(command, **{"cwd": directory, "env": environment, **options}))
         return processes[-1]
 
     yield start
@@ -143,9 +132,9 @@ def start(environment, directory):
 def start_service(start):
     """start_service(WORD...): starts a service, usually at "it", and waits until it listens."""
 
-    def start_service(*words, **options):
+    def start_service(*words):
         where = [] if "--socket" in words else ["--socket", "it"]
-        service = start(SIMD, *where, *words, **options)
+        service = start(SIMD, *where, *words)
         service.wait_for("^listening on ")
         return service
 
@@ -153,9 +142,9 @@ def start_service(start):
 
 
 @pytest.fixture
-def start_client(start):
-    """start_client(WORD...): starts an application that the test controls."""
-    return lambda *words: start(os.environ["TEST_CLIENT"], *words)
+def monitor(start):
+    """monitor(WORD...): starts a monitor, which need not be connected yet."""
+    return lambda *words, **options: start(CHRONALCTL, "monitor", *words, **options)
 
 
 @pytest.fixture
@@ -192,7 +181,7 @@ def answer(chronalctl):
 
 @pytest.fixture
 def complaint(chronalctl):
-    """complaint(STATUS, COMMAND): what chronalctl says when it fails, in JSON as well as in words."""
+    """complaint(STATUS, COMMAND): what chronalctl says, also to programs, when it fails."""
 
     def complaint(status, command):
         got, output, said = chronalctl(f"{command} --json")
@@ -208,33 +197,12 @@ def complaint(chronalctl):
 
 
 @pytest.fixture
-def connect(directory):
-    """connect(): connects to the service without the library, so that it can send anything."""
-    ends = []
-
-    def connect():
-        ends.append(socket.socket(socket.AF_UNIX))
-        ends[-1].connect(str(directory / "it"))
-        return ends[-1]
-
-    yield connect
-    for end in ends:
-        end.close()
-
-
-@pytest.fixture
-def accept(directory):
-    """accept(): listens in place of the service, and accepts one connection."""
-
-    def accept():
-        with socket.socket(socket.AF_UNIX) as listener:
-            listener.bind(str(directory / "it"))
-            listener.listen()
-            end = listener.accept()[0]
-        (directory / "it").unlink()
-        return end
-
-    return accept
+def listener(directory):
+    """A socket that listens in place of the service."""
+    with socket.socket(socket.AF_UNIX) as listener:
+        listener.bind(str(directory / "it"))
+        listener.listen()
+        yield listener
 
 
 @pytest.fixture

@@ -71,153 +71,131 @@ def test_a_status_shows_what_is_not_refused(names, first, rows, parts, start_ser
 
 def test_answers_are_given_to_programs_in_json(start_service, answer):
     start_service("--zone", "Asia/Tokyo")
-    answer("settings set --time1 @2 --time3 @1.5 --value -5 --server é")
+    answer("settings set --time3 @1.5 --value -5 --server é")
     settings = json.loads(answer("settings get --json"))
     status = json.loads(answer("--json status"))
-    assert settings.pop("answer") == "settings"
-    assert status["settings"].pop("time") and settings.pop("time")
-    assert settings == status["settings"] == {
-        "time1": {"seconds": 2, "microseconds": 0, "text": "'1970-01-01 00:00:02.000'"},
-        "time2": {"seconds": 0, "microseconds": 0, "text": "'1970-01-01 00:00:00.000'"},
-        "time3": {"seconds": 1, "microseconds": 500000, "text": "'1970-01-01 00:00:01.500'"},
-        "time4": {"seconds": 0, "microseconds": 0, "text": "'1970-01-01 00:00:00.000'"},
-        "value": -5, "automatic_time": False, "ntp_server": "é", "ntp_used": False, "zone_sync": False,
-    }
-    assert (status["answer"], status["timezone"]["zone"]) == ("status", "Asia/Tokyo")
+    assert " ".join(settings) == (
+        "answer time time1 time2 time3 time4 value automatic_time ntp_server ntp_used zone_sync"
+    )
+    text = "'1970-01-01 00:00:01.500'"
+    assert settings["time3"] == {"seconds": 1, "microseconds": 500000, "text": text}
+    assert list(settings.values())[6:] == [-5, False, "é", False, False]
+    assert {**status["settings"], "time": 0, "answer": "settings"} == {**settings, "time": 0}
+    assert (settings["answer"], status["answer"]) == ("settings", "status")
+    assert status["timezone"]["zone"] == "Asia/Tokyo"
     assert status["next_deviation"]["deviation"]["text"] == "DEVIATION_INVALID"
-    sources = [(source["source"], source["valid"]) for source in status["sources"]]
-    assert sources == [("RTC", True), ("NTP", True), ("DVB", False), ("TTX", False), ("ATSC", False)]
+    assert " ".join(source["source"] for source in status["sources"]) == "RTC NTP DVB TTX ATSC"
 
 
-# What was done before, a command, and what is advised.
-@pytest.mark.parametrize(
-    "before, command, advice",
-    [
-        ("", "ref-time get INVAL", "the service has no source INVAL; expected RTC, NTP, DVB"),
-        ("", "monitor RTC INVAL", "the service does not have all of RTC INVAL"),
-        ("", "ref-time at DVB @-0.000001", "'@-0.000001' is not within.*1970 to 9999"),
-        ("", "at utc @253402300800", "'@253402300800' is not within"),
-        ("", "ref-time set NTP @1 --negate", "'@1', negated, is not within"),
-        ("", "ref-time set NTP @0 --deviation -24h1us", "'-24h1us' is too large"),
-        ("", "ref-time set-local NTP @1", "'@1' is not within"),
-        ("", "ref-time set-local NTP @253402304400", "'@253402304400' is not within"),
-        ("", "at local 2026-03-29T02:30", "'2026-03-29T02:30' does not exist"),
-        ("", "dst announce RTC @5 @4 2h 1h", "'@5' is not before '@4'"),
-        ("ref-time lock DVB", "ref-time set DVB @0", "DVB is locked;.*chronalctl ref-time unlock DVB$"),
-        ("ref-time lock DVB", "ref-time set-local DVB @86400", "DVB is locked"),
-        ("ref-time lock DVB", "deviation next set DVB @0 1h", "DVB is locked"),
-        ("ref-time lock DVB", "dst announce DVB @0 @1 2h 1h", "DVB is locked"),
-        ("ref-time lock DVB", "time-init", "a source is locked"),
-        ("", "ntp start", "NTP is not in use; to use it"),
-        ("", "ntp set ''", "NTP needs a server"),
-        ("ntp set pool.example", "settings set --server ''", "NTP is in use"),
-        ("ntp set pool.example; ref-time lock NTP", "ntp start", "NTP is locked"),
-        ("", "timezone set {ZONE}", "the service does not know.* zone '{ZONE}'"),
-        ("", f"timezone set {'0' * 65000}", "the zone.* more than 255"),
-        ("", f"ntp set {'0' * 256}", "the server.* more than 255"),
-        ("", f"settings set --server {'0' * 256}", "the server.* more than 255"),
-    ],
-    ids=lambda text: text[:40],
-)
+# What was done before, a command with one of these words, and what is advised.
+ADVICE = [
+    ("", "{} INVAL", ["ref-time get", "ref-time lock"], "the service has no source INVAL; .*RTC,"),
+    ("", "monitor RTC INVAL", [""], "the service does not have all of RTC INVAL"),
+    ("", "ref-time at DVB {}", ["@-0.000001", "@253402300800"], "'{}' is not within.*1970 to 9999"),
+    ("", "ref-time set NTP @1 --negate", [""], "'@1', negated, is not within"),
+    ("", "ref-time set NTP @0 --deviation {}", ["-24h1us", "+24h1us"], "'{}' is too large"),
+    ("", "ref-time set-local NTP {}", ["@1", "@253402304400"], "'{}' is not within"),
+    ("", "at local {}", ["2026-03-29T02:30"], "'{}' does not exist"),
+    ("", "dst announce RTC @5 {} 2h 1h", ["@4", "@5"], "'@5' is not before '{}'"),
+    ("ref-time lock DVB", "{}", ["ref-time set DVB @0", "ref-time set-local DVB @86400",
+     "deviation next set DVB @0 1h", "dst announce DVB @0 @1 2h 1h"],
+     "DVB is locked;.*: chronalctl ref-time unlock DVB$"),
+    ("ref-time lock DVB", "time-init", [""], "a source is locked"),
+    ("", "ntp start", [""], "NTP is not in use; to use it"),
+    ("", "ntp set ''", [""], "NTP needs a server"),
+    ("ntp set pool.example", "settings set --server ''", [""], "NTP is in use"),
+    ("ntp set pool.example; ref-time lock NTP", "ntp start", [""], "NTP is locked"),
+    ("", "timezone set {}", ["{ZONE}", "x"], "the service does not know.* zone '{}'"),
+    ("", "timezone set {}", ["0" * 65000], "the zone.* more than 255"),
+    ("", "{}" + "0" * 256, ["ntp set ", "settings set --server "], "the server.* more than 255"),
+]
+
+
+@pytest.mark.parametrize("before, command, words, advice", ADVICE, ids=[row[3] for row in ADVICE])
 def test_a_refusal_says_what_is_probably_wrong(
-    before, command, advice, start_service, answer, complaint
+    before, command, words, advice, start_service, answer, complaint
 ):
     start_service("--zone", "Europe/Berlin")
     for earlier in filter(None, before.split("; ")):
         assert answer(earlier) == "done\n"
-    assert re.search(f"^Probably {advice}", complaint(1, command), re.M)
+    for word in words:
+        expected = advice.replace("{}", re.escape(word))
+        assert re.search(f"^Probably {expected}", complaint(1, command.replace("{}", word)), re.M)
 
 
-@pytest.mark.parametrize(
-    "command, said",
-    [
-        ("", 'missing command after "chronalctl".*of: status'),
-        ("frob", "'frob' is not a command.*one of: status"),
-        ("ref-time", 'after "chronalctl ref-time".*one of: get, set'),
-        ("ref-time get", "SOURCE is required"),
-        ("monitor NTP GPS", "'GPS' is not a source;.*RTC,.* TTX or ATSC"),
-        ("status --frob", "not expected: --frob"),
-        ("status timezone get", "not expected: timezone get$"),
-        ("--frob", "not expected: --frob"),
-        ("help frob", "'frob' is not a command.*one of: status"),
-        ("at utc 2026-02-30", "'2026-02-30' is not a date"),
-        ("at utc 2026-03-29T24:00Z", "'2026-03-29T24:00Z' has an invalid time"),
-        ("at utc 2026-03-29T00:60Z", "has an invalid time"),
-        ("at utc 2026-03-29T00:59:60Z", "has an invalid time"),
-        ("at utc 2026-03-29T01:00+01:60", r"'2026-03-29T01:00\+01:60' has an invalid offset"),
-        ("at utc 2026-03-29T01:00-25:00", "has an invalid offset"),
-        ("at utc now", "'now' is not a time;.*2026-03-29T01:00:00Z"),
-        ("at utc @1e3", "'@1e3' is not a number of seconds"),
-        ("at local 2026-03-29T01:00Z", "'2026-03-29T01:00Z' is not a local.*\"Z\""),
-        ("at local now", "'now' is not a local time; expected"),
-        ("at utc @9223372036854775808", "does not fit into 64 bits"),
-        ("deviation next set RTC @0 90", r"'90' is not a span;.*\+1h30m"),
-        ("deviation next set RTC @0 1h.5m", r"'1h\.5m' is not a span"),
-        ("deviation next set RTC @0 1h..05m", "is not a span"),
-        ("deviation next set RTC @0 5m1h", "'5m1h' is not a span"),
-        ("deviation next set RTC @0 5m5m", "is not a span"),
-        ("deviation next set RTC @0 ''", "'' is not a span"),
-        ("deviation next set RTC @0 106751991167301d", "does not fit into 64 bits"),
-        ("deviation next set RTC @0 9223372036854775807s1000ms", "does not fit into 64 bits"),
-        ("monitor --count 0", "'0' is not a whole number from 1"),
-        ("monitor --for 0", "'0' is not a time to wait"),
-        ("monitor --for 1e3", "'1e3' is not a duration;.*0.5, or units"),
-        ("monitor --for 366d1s", "'366d1s' is longer than a year"),
-        ("auto-time maybe", "'maybe' is neither on nor off"),
-        ("settings set", "At least 1 option"),
-        ("settings set --value 1e9", "'1e9' is not a whole number from"),
-        ("--timeout 31622401 status", "is longer than a year"),
-        (f"--timeout {'9' * 64} status", "is longer than a year"),
-        (f"--timeout {'0' * 100000} status", "is not a duration"),
-        ("timezone set", "See: chronalctl timezone set --help"),
-        ("--socket '' status", "is not a path"),
-        (f"--socket {'0' * 108} status", "has 108 characters;.* at most 107$"),
-        (f"timezone set {'0' * 65001}", "ZONE: has 65001 characters; .*room for 65000$"),
-    ],
-    ids=lambda text: text[:40],
-)
-def test_an_error_says_what_was_wrong_and_what_is_expected(command, said, complaint):
-    assert re.search(said, complaint(2, command), re.M)
+# A command with one of these words, and what is said.
+ERRORS = [
+    ("{}", [""], 'missing command after "chronalctl".*of: status'),
+    ("{}", ["frob", "help frob"], "'frob' is not a command.*one of: status"),
+    ("ref-time", [""], 'missing command after "chronalctl ref-time".*one of: get, set'),
+    ("ref-time get", [""], "SOURCE is required"),
+    ("monitor NTP {}", ["GPS"], "'GPS' is not a source;.*RTC,.* TTX or ATSC"),
+    ("{}", ["--frob", "status --frob"], "not expected: --frob"),
+    ("status timezone get", [""], "not expected: timezone get$"),
+    ("at utc 2026-{}", ["02-30", "13-01"], "'2026-{}' is not a date"),
+    ("at utc 2026-03-29T{}Z", ["24:00", "00:60", "00:00:60"], "T{}Z' has an invalid time"),
+    ("at utc 2026-03-29T01:00{}", ["+01:60", "-25:00"], "'2026.*{}' has an invalid offset"),
+    ("at utc {}", ["now", "0" * 100000], "'{}' is not a time;.*2026-03-29T01:00:00Z"),
+    ("at utc {}", ["@1e3", "@"], "'{}' is not a number of seconds"),
+    ("at utc {}", ["@9223372036854775808"], "does not fit into 64 bits"),
+    ("at local 2026-03-29T01:00{}", ["Z", "+01"], "is not a local.*\"{}\""),
+    ("at local {}", ["now"], "'{}' is not a local time; expected"),
+    ("deviation next set RTC @0 '{}'", ["90", "1h.5m", "1h..05m", "5m1h", "5m5m", "", "5", "m"],
+     r"'{}' is not a span;.*\+1h30m"),
+    ("deviation next set RTC @0 {}", ["106751991167301d", "9223372036854775807s1000ms",
+     "9223372036854775808s"], "does not fit into 64 bits"),
+    ("monitor --count 0", [""], "'0' is not a whole number from 1"),
+    ("monitor --for {}", ["0", "0.0", "0ms"], "'{}' is not a time to wait"),
+    ("monitor --for {}", ["1e3", "+5", "0" * 65], "'{}' is not a duration;.*0.5, or units"),
+    ("monitor --for {}", ["366d1s", "31622401", "9" * 64], "'{}' is longer than a year"),
+    ("auto-time maybe", [""], "'maybe' is neither on nor off"),
+    ("settings set", [""], "At least 1 option"),
+    ("settings set --value 1e9", [""], "'1e9' is not a whole number from"),
+    ("timezone set", [""], "See: chronalctl timezone set --help"),
+    ("--socket {} status", ["''"], "is not a path"),
+    ("--socket {} status", ["0" * 108], "has 108 characters;.* at most 107$"),
+    ("timezone set {}", ["0" * 65001], "ZONE: has 65001 characters; .*room for 65000$"),
+]
 
 
-@pytest.mark.parametrize(
-    "command, line",
-    [
-        ("--help", "^ +ref-time "),
-        ("help", "^ +ref-time "),
-        ("ref-time set -h", "^Usage: chronalctl ref-time set "),
-        ("help ref-time set", "^Usage: chronalctl ref-time set "),
-        ("--version", "^chronalctl [0-9]"),
-    ],
-)
-def test_help_is_given(command, line, answer):
-    assert re.search(line, answer(command), re.M)
+@pytest.mark.parametrize("command, words, said", ERRORS, ids=[row[2] for row in ERRORS])
+def test_an_error_says_what_was_wrong_and_what_is_expected(command, words, said, complaint):
+    for word in words:
+        expected = said.replace("{}", re.escape(word))
+        assert re.search(expected, complaint(2, command.replace("{}", word)), re.M)
+
+
+def test_help_is_given(answer):
+    for command in ("--help", "help"):
+        assert re.search("^ +ref-time ", answer(command), re.M)
+    for command in ("ref-time set -h", "help ref-time set"):
+        assert re.search("^Usage: chronalctl ref-time set ", answer(command), re.M)
+    assert re.match("chronalctl [0-9]", answer("--version"))
 
 
 TIMES = """2026-03-29T01:00:00Z=1774746000 2026-03-29_01:00=1774746000 2026-03-29=1774742400
     2026-03-29T03:30:00+02:30=1774746000 2026-03-29_03:00+02=1774746000 2000-02-29=951782400
     2026-03-29T00:00-01=1774746000 2026-03-29T01:00:00,25=1774746000.25 @1.5=1.5
     9999-12-31T23:59:59.999999Z=253402300799.999999 @1774746000.123456999=1774746000.123456
-    2026-03-29T03:00:00.123456789+0200=1774746000.123456"""
+    2026-03-29T03:00:00.123456789+0200=1774746000.123456 2026-03-29T23:59+24:00=1774742340"""
 SPANS = """+1h30m=5400 -90s=-90 1d=86400 1h30min=5400 1h2m3s4ms5us=3723.004005 -250ms=-0.25
     1500ms=1.5 +1h.30m.00s.250ms=5400.25 -05:30=-19800 +0100=3600 1us=0.000001 0=0 -0d1h30s=-3630"""
 
 
-def test_times_and_spans_are_read_in_many_forms(start_service, answer):
+def test_times_spans_and_durations_are_read_in_many_forms(start_service, answer):
     start_service("--zone", "Asia/Tokyo")
 
-    def check(text, command, field):
-        text, value = text.split("=")
+    def check(text, value, command, field):
         read = json.loads(answer(command.format(text.replace("_", " "))))[field]
         seconds, microseconds = read["seconds"], read["microseconds"]
         assert seconds * 1000000 + microseconds == Decimal(value) * 1000000, text
         assert seconds * microseconds >= 0 and abs(microseconds) < 1000000
 
     for text in TIMES.split():
-        check(text, "--json at utc '{}'", "utc")
+        check(*text.split("="), "--json at utc '{}'", "utc")
     for text in SPANS.split():
         answer(f"deviation next set RTC 2099-01-01 {text.split('=')[0]}")
-        check(text, "--json deviation next get RTC", "deviation")
+        check(*text.split("="), "--json deviation next get RTC", "deviation")
     for text in ("366d", "31622400"):
         answer(f"--timeout {text} timezone get")
 
@@ -256,46 +234,44 @@ def test_the_service_is_looked_for_in_three_places(
     assert "Asia/Seoul" in answer("timezone get")
 
 
-def test_without_any_socket_a_service_is_simulated(runtime_directory, environment, answer, complaint):
+def test_without_any_socket_a_service_is_simulated(
+    runtime_directory, environment, answer, chronalctl, complaint
+):
     assert answer("timezone get").startswith("zone  UTC\n")
     runtime_directory.rmdir()
     assert answer("timezone get").startswith("zone  UTC\n")
     del environment["XDG_RUNTIME_DIR"]
-    assert answer("timezone get").startswith("zone  UTC\n")
-    assert "\nProbably NTP is not in use: the service in this process" in complaint(1, "ntp start")
-
-
-def test_a_reminder_is_printed_if_a_simulated_service_loses_something(environment, chronalctl):
-    del environment["CHRONAL_SOCKET"]
+    # What changes something or waits is of no use there.
     reminder = "chronalctl: the service is simulated in this process and ends with it; "
     for command in ("timezone set Asia/Tokyo", "timezone set Nowhere", "settings set --value 5",
                     "monitor --for 10ms", "--json ref-time subscribe RTC --for 10ms"):
         assert chronalctl(command)[2].count(reminder) == 1
     for command in ("status", "ref-time get RTC", "at utc 2026-03-29", "help timezone set"):
-        assert chronalctl(command)[2] == ""
+        answer(command)
+    assert "\nProbably NTP is not in use: the service in this process" in complaint(1, "ntp start")
 
 
-def test_a_socket_without_a_listener_is_an_error(runtime_directory, start, chronalctl):
+def test_a_socket_without_a_listener_is_an_error(runtime_directory, start, complaint):
     service = start(SIMD)
     service.wait_for("^listening")
     service.stop(signal.SIGKILL)
     place = runtime_directory / "chronal.sock"
-    assert chronalctl("--timeout 100ms timezone set Asia/Tokyo") == (3, "", (
+    assert complaint(3, "--timeout 100ms timezone get") == (
         f"chronalctl: no service at {place} within 100ms: Connection refused\n"
         "A service that was killed has left this socket behind. "
         f"To simulate one there: chronal-simd --socket {place}\n"
-    ))
+    )
 
 
 @pytest.mark.parametrize(
     "options, said",
     [
         ("--socket it --timeout 0.1 status", "To simulate one there: chronal-simd --socket it"),
-        ("--socket . --timeout 0.1s status", "To simulate one there: chronal-simd --socket ./chronal.sock"),
+        ("--socket . --timeout 0.1s status", "To .* there: chronal-simd --socket ./chronal.sock"),
         ("--socket file --timeout 100000us status", "file is not a socket"),
         ("--socket none/it --timeout 100ms status", "There is no directory none"),
-        ("--socket it --timeout 100ms monitor NTP", "To simulate one there: chronal-simd --socket it"),
-        ("--socket it monitor --for 0.1", "To simulate one there: chronal-simd --socket it"),
+        ("--timeout 100ms monitor NTP", "To simulate one there: chronal-simd --socket it"),
+        ("monitor --for 0.1", "To simulate one there: chronal-simd --socket it"),
     ],
 )
 def test_without_a_service_the_wait_ends_with_advice(options, said, directory, complaint):
@@ -305,36 +281,17 @@ def test_without_a_service_the_wait_ends_with_advice(options, said, directory, c
 
 
 def test_programs_find_the_reason_in_fields(chronalctl):
-    status, output, _ = chronalctl("--json --timeout 100ms timezone get")
-    error = {"status": 3, "number": -2, "text": "no service at it within 100ms: No such file or directory",
-             "advice": "To simulate one there: chronal-simd --socket it"}
-    assert status == 3 and json.loads(output) == {"command": "timezone get", "error": error}
-
-
-def test_a_service_that_comes_late_is_found(environment, start_service, start):
-    environment["NUB_DEBUG"] = "*:5000"
-    asking = start(CHRONALCTL, "--timeout", PATIENCE, "timezone", "get")
-    asking.wait_for("not connected: No such file or directory$")
-    start_service()
-    asking.wait_for("^zone +UTC$")
-    assert asking.popen.wait(PATIENCE) == 0
+    _, output, _ = chronalctl("--json --timeout 100ms timezone get")
+    text = "no service at it within 100ms: No such file or directory"
+    advice = "To simulate one there: chronal-simd --socket it"
+    error = {"status": 3, "number": -2, "text": text, "advice": advice}
+    assert json.loads(output) == {"command": "timezone get", "error": error}
 
 
 def test_a_service_that_does_not_answer_is_not_waited_for_for_ever(start_service, complaint):
     start_service().pause()
-    assert complaint(3, "--timeout 0.3 status").endswith("no answer from the service at it within 300ms\n")
-
-
-def test_a_service_that_goes_away_is_told_with_the_reason(environment, start_service, start):
-    service = start_service()
-    service.pause()
-    environment["NUB_DEBUG"] = "*:5000"
-    asking = start(CHRONALCTL, "--timeout", PATIENCE, "timezone", "get")
-    asking.wait_for("message 1 sent")
-    service.stop(signal.SIGKILL)
-    assert asking.popen.wait(PATIENCE) == 3
-    reason = "went away before it answered: Connection reset by peer"
-    asking.wait_for(f"^chronalctl: the service at it {reason}$")
+    said = complaint(3, "--timeout 300ms status")
+    assert said == "chronalctl: no answer from the service at it within 300ms\n"
 
 
 # A result, which is taken with the ids of the command and where a result is expected.
@@ -342,55 +299,52 @@ def test_a_service_that_goes_away_is_told_with_the_reason(environment, start_ser
     "command, offset, status, said",
     [
         ("time-init", 0, 0, "^done$"),
-        ("time-init", 1, 3, "went away before it answered"),
+        ("time-init", 1, 3, "went away before it answered: Connection reset by peer$"),
         ("timezone get", 0, 3, "answered with result instead of timezone$"),
     ],
     ids=["the answer", "the answer to another command", "an answer of another kind"],
 )
-def test_only_the_answer_is_taken(command, offset, status, said, environment, accept, start):
+def test_only_the_answer_is_taken(command, offset, status, said, environment, listener, start):
     environment["NUB_DEBUG"] = "*:5000"
     asking = start(CHRONALCTL, "--timeout", PATIENCE, *command.split())
-    with accept() as service:
+    with listener.accept()[0] as service:
         asked = service.recv(4096)
         (number,) = struct.unpack(">I", asked[32:36])
         header = struct.pack(">4I4B", 40, 29032007, 31032007, 26032014, 2, 1, 0, 0)
         service.sendall(header + asked[20:32] + struct.pack(">Ii", number + offset, 0))
-    assert asking.popen.wait(PATIENCE) == status
-    asking.wait_for("message received for 1 handlers")
+        asking.wait_for("message received for 1 handlers")
+    assert asking.wait() == status
     asking.wait_for(said)
 
 
 HOSTILE = (
-    b"\x1b[2J good\rbad\nchronalctl: forged\x7f \xc2\x9b31m \x9b31m "  # control characters
-    + "\u061c \u200f \u202egnp.exe \u2066 \u2028chronalctl: forged".encode()  # directions, a separator
-    + "\u00ad\u0600\u180e\ufff9\U0001d173\U000e0041".encode()  # invisible ones
-    + b"\xff\xfe \xc0\x9b \xe0\x82\x9b \xf0\x80\x82\x9b \xed\xa0\xae \xf4\x90\x80\x80 \xe2\x80"  # no UTF-8
+    b"\x1b[2J good\rbad\nchronalctl: forged\x7f \xc2\x9b31m \x9b31m "
+    + "\u061c \u200f \u202egnp.exe \u2066 \u2028chronalctl: forged".encode()
+    + "\u00ad\u0600\u180e\ufff9\U0001d173\U000e0041".encode()
+    + b"\xff\xfe \xc0\x9b \xe0\x82\x9b \xf0\x80\x82\x9b \xed\xa0\xae \xf4\x90\x80\x80 \xe2\x80"
 )
-# Letters stay.
 SHOWN = (
-    r"Zürich 東京 🕰 \x1b[2J good\x0dbad\x0achronalctl: forged\x7f \u009b31m \x9b31m "
+    r"\x1b[2J good\x0dbad\x0achronalctl: forged\x7f \u009b31m \x9b31m "
     r"\u061c \u200f \u202egnp.exe \u2066 \u2028chronalctl: forged"
     r"\u00ad\u0600\u180e\ufff9\U0001d173\U000e0041"
     r"\xff\xfe \xc0\x9b \xe0\x82\x9b \xf0\x80\x82\x9b \xed\xa0\xae \xf4\x90\x80\x80 \xe2\x80"
 )
 
 
-def assert_harmless(output):
-    output.encode()  # fails if it was not UTF-8
-    assert {c for c in output if unicodedata.category(c) in ("Cc", "Cf", "Cs", "Zl", "Zp")} <= {"\n"}
-    assert "chronalctl: forged" not in output.splitlines()
+def is_harmless(output):
+    # A category of controls, of formats, of surrogates, of separators of lines or of paragraphs.
+    return {c for c in output if unicodedata.category(c) in "Cc Cf Cs Zl Zp".split()} <= {"\n"}
 
 
 @pytest.mark.parametrize("program", [CHRONALCTL, SIMD], ids=["chronalctl", "chronal-simd"])
 def test_no_argument_controls_the_terminal(program, run):
-    words = "{} --{} --zone={} --refuse={} --speed={} --timeout={} --socket={}/none"
-    commands = "ref-time get {};status {};at utc {};settings set --value {};--socket {} --timeout 1ms status"
-    for line in words.split() + commands.split(";"):
+    options = "{};--{};--zone={};--refuse={};--timeout={};--socket={}/none"
+    commands = "ref-time get {};status {};at utc {};settings set --value {}"
+    for line in f"{options};{commands};--timeout 1ms --socket {{}} status".split(";"):
         given = [word.encode().replace(b"{}", HOSTILE) for word in line.split()]
         status, output, errors = run(program, *given)
-        assert status in (1, 2, 3) and errors
-        assert_harmless(output)
-        assert_harmless(errors)
+        assert status in (1, 2, 3) and errors and is_harmless(output) and is_harmless(errors)
+        assert "chronalctl: forged" not in errors.splitlines()
         assert run(program, "--json", *given)[1].isascii()
 
 
@@ -398,26 +352,21 @@ def test_no_argument_controls_the_terminal(program, run):
 def test_no_variable_controls_the_terminal(variable, environment, directory, start, chronalctl):
     text = HOSTILE[12:80]  # short enough for a socket
     (directory / os.fsdecode(text)).mkdir()
-    del environment["CHRONAL_SOCKET"]
-    environment["XDG_RUNTIME_DIR"] = "."
-    environment[variable] = text
+    environment |= {"CHRONAL_SOCKET": "", "XDG_RUNTIME_DIR": ".", variable: text}
     service = start(SIMD)  # does not read CHRONAL_SOCKET
     service.wait_for("listening")
     service.stop(signal.SIGKILL)
-    assert_harmless(service.output.decode())
     errors = chronalctl("--timeout 1ms timezone set Nowhere")[2]
-    assert errors
-    assert_harmless(errors)
+    assert errors and is_harmless(errors) and is_harmless(service.output.decode())
 
 
 def test_a_text_that_the_service_keeps_is_shown_escaped(environment, start_service, chronalctl):
     environment["NUB_DEBUG"] = "*:5000"
     service = start_service("--verbose")
     del environment["NUB_DEBUG"]
-    assert chronalctl(["ntp", "set", "Zürich 東京 🕰 ".encode() + HOSTILE])[1] == "done\n"
+    assert chronalctl(["ntp", "set", "Zürich 東京 🕰".encode() + HOSTILE])[1] == "done\n"
     for words in ("settings get", "status"):
-        assert re.search("ntp server +(.*)", chronalctl(words)[1])[1] == SHOWN
+        assert f" Zürich 東京 🕰{SHOWN}\n" in chronalctl(words)[1]
         assert chronalctl(f"--json {words}")[1].isascii()
     service.stop()
-    assert_harmless(service.output.decode())
-    assert SHOWN in service.output.decode()
+    assert is_harmless(service.output.decode()) and SHOWN in service.output.decode()

@@ -9,7 +9,7 @@ from conftest import CHRONALCTL, SIMD
 from test_chronalctl import COMMANDS, CONVERSATION
 
 COMMON = {"--socket", "--json", "--timeout", "--version", "--help"}
-COMMAND_GROUPS = "status monitor ref-time deviation dst at settings ntp auto-time time-init timezone"
+GROUPS = "status monitor ref-time deviation dst at settings ntp auto-time time-init timezone"
 COMPLETE = r"""
 source "$1"
 compopt() { :; }  # works in a completion only
@@ -45,7 +45,7 @@ def test_the_manual_lists_every_command():
 @pytest.mark.parametrize(
     "line, completed",
     [
-        ("chronalctl ", COMMAND_GROUPS),
+        ("chronalctl ", GROUPS),
         ("chronalctl ref-time s", "set set-local subscribe"),
         ("chronalctl --json deviation next set T", "TTX"),
         ("chronalctl timezone sync ", "on off"),

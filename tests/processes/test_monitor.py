@@ -5,76 +5,70 @@ import re
 import signal
 
 import pytest
-from conftest import CHRONALCTL, PATIENCE
+from conftest import CHRONALCTL
 
 LOST = "number -104  reason Connection reset by peer"
+NOTIFICATIONS = (
+    "broadcast-time  time '2026-01-01 00:00:00'",
+    "timezone-change  zone Asia/Tokyo  time '2026-03-29 00:59:50'",
+    "deviation-change  deviation \\+9h  utc '2026-03-29 00:59:50'  local '2026-03-29 09:59:50'",
+    "daylight-saving  dst 1",
+)
 
 
-def test_a_monitor_shows_what_others_do(start_service, start, answer):
+def test_a_monitor_shows_what_others_do(start_service, monitor, start, answer):
     start_service(*"--zone Europe/London --start-time 2026-03-29T00:59:50Z --speed 0.001".split())
-    words, programs = start(CHRONALCTL, "monitor"), start(CHRONALCTL, "monitor", "--json")
+    words, programs = monitor(), monitor("--json")
+    subscription = start(CHRONALCTL, "ref-time", "subscribe", "RTC")
     words.wait_for("^connected$")
     programs.wait_for('^{"connection":"connected"}$')
-    answer("ref-time set DVB 2026-01-01")
-    answer("timezone set Asia/Tokyo")
-    answer("dst announce RTC 2000-01-01 2030-01-01 2h 1h")
-    utc = "'2026-03-29 00:59:50'"
-    shown = (
-        "broadcast-time  time '2026-01-01 00:00:00'",
-        f"timezone-change  zone Asia/Tokyo  time {utc}",
-        f"deviation-change  deviation \\+9h  utc {utc}  local '2026-03-29 09:59:50'",
-        "daylight-saving  dst 1",
-    )
-    for line in shown:
-        line = re.sub("'(.*?)'", r"'\1.0\\d\\d'", line)
-        words.wait_for(f"^{line}$")
-        name, first = re.match("([a-z-]+)  ([a-z]+)", line).groups()
+    for command in ("ref-time set DVB 2026-01-01", "timezone set Asia/Tokyo",
+                    "dst announce RTC 2000-01-01 2030-01-01 2h 1h"):
+        answer(command)
+    for line in NOTIFICATIONS:
+        words.wait_for("^" + line.replace("0'", r"0\.0\d\d'") + "$")
+        name, field = re.match("([a-z-]+)  ([a-z]+)", line).groups()
         told = json.loads(programs.wait_for(f'^{{"notification":"{name}".*')[0])
-        assert first in told
+        assert field in told
     assert told == {"notification": "daylight-saving", "dst": 1}
-    assert [words.stop(signal.SIGINT), programs.stop()] == [0, 0]
+    assert [words.stop(signal.SIGINT), programs.stop(), subscription.stop()] == [0, 0, 0]
+    assert subscription.count("^(?!connected|current-time)") == 1  # after the last line
 
 
-def test_a_monitor_ends_after_so_many_notifications(start_service, start):
+def test_a_monitor_ends_after_so_many_notifications(start_service, monitor):
     start_service("--period", "1ms")
-    monitor = start(CHRONALCTL, "monitor", "RTC", "rtc", "--count", "2")
-    assert monitor.popen.wait(PATIENCE) == 0
-    assert monitor.count("^current-time  source RTC ") == 2 and monitor.output.count(b"\n") == 3
+    counting = monitor("RTC", "rtc", "--count", "2")
+    assert counting.wait() == 0
+    assert counting.count("^current-time  source RTC ") == 2 and counting.output.count(b"\n") == 3
 
 
-def test_a_subscription_shows_nothing_else(start_service, start, answer):
-    start_service("--period", "10ms")
-    monitor = start(CHRONALCTL, "ref-time", "subscribe", "RTC")
-    monitor.wait_for("^current-time")
-    answer("timezone set Asia/Tokyo")
-    monitor.wait_for(r"^current-time .* deviation \+9h")
-    assert monitor.count("timezone|deviation-change") == 0
-
-
-def test_a_monitor_outlives_the_service(start_service, start):
-    monitor = start(CHRONALCTL, "monitor", "RTC", "NTP")
-    monitor.wait_for("^not-connected  number -2  reason No such file or directory$")
-    assert monitor.count("source") == 0
+def test_a_monitor_outlives_the_service(start_service, monitor):
+    watching = monitor("RTC", "NTP")
+    watching.wait_for("^not-connected  number -2  reason No such file or directory$")
     for again in range(1, 3):
-        service = start_service("--period", "1ms")
-        monitor.wait_for("^connected$", again)
+        service = start_service("--period", "1ms")  # replaces what the killed one has left behind
+        watching.wait_for("^connected$", again)
         for source in ("NTP", "RTC"):
             seen = f"^current-time  source {source} "
-            monitor.wait_for(seen, monitor.count(seen) + 2)
+            watching.wait_for(seen, watching.count(seen) + 2)
         service.stop(signal.SIGKILL)
         for lost in ("", "source RTC  ", "source NTP  "):
-            monitor.wait_for(f"^not-connected  {lost}{LOST}$", again)
+            watching.wait_for(f"^not-connected  {lost}{LOST}$", again)
     start_service()
-    monitor.wait_for("^connected$", 3)
-    assert monitor.stop(signal.SIGTERM) == 0
+    watching.wait_for("^connected$", 3)
+    assert watching.stop(signal.SIGTERM) == 0
+    assert watching.output.startswith(b"not-connected  number -2")
+    assert watching.count("number -2 ") <= 3 and watching.count("source.*number -2 ") == 0
 
 
-def test_a_loss_is_told_to_programs_with_its_source(start_service, start):
-    start_service("--drop-after", "1")
-    monitor = start(CHRONALCTL, "monitor", "DVB", "--json")
-    lost = json.loads(monitor.wait_for('^.*"not-connected","source".*$', 2)[0])
+def test_a_loss_is_told_to_programs_with_its_source(start_service, monitor):
+    service = start_service("--drop-after", "1", "--verbose")
+    lost = json.loads(monitor("DVB", "--json").wait_for('^.*"not-connected","source".*$', 2)[0])
     assert lost == {"connection": "not-connected", "source": "DVB", "number": -104,
                     "reason": "Connection reset by peer"}
+    service.wait_for(": client [12] dropped: by the service$")
+    assert service.stop() == 0
+    service.wait_for("^ended; frames refused: 0, clients dropped: [2-9]")
 
 
 def test_a_monitor_is_refused(start_service, complaint):
@@ -84,21 +78,20 @@ def test_a_monitor_is_refused(start_service, complaint):
 
 # A second is far more than a connection takes.
 @pytest.mark.parametrize("is_read", [True, False])
-def test_a_monitor_ends_in_time_even_if_nobody_reads(is_read, start_service, start, stalled):
+def test_a_monitor_ends_in_time_even_if_nobody_reads(is_read, start_service, monitor, stalled):
     start_service()
-    command = (CHRONALCTL, "monitor", "RTC", "--for", "1s")
-    assert start(*command, **({} if is_read else stalled[0])).popen.wait(PATIENCE) == 0
+    assert monitor("RTC", "--for", "1s", **({} if is_read else stalled[0])).wait() == 0
 
 
-def test_a_monitor_whose_lines_nobody_reads_ends_when_told_to(start_service, start, stalled):
+def test_a_monitor_whose_lines_nobody_reads_ends_when_told_to(start_service, monitor, stalled):
     service = start_service("--verbose")
-    monitor = start(CHRONALCTL, "monitor", "RTC", "NTP", **stalled[0])
+    unread = monitor("RTC", "NTP", **stalled[0])
     service.wait_for("^client [0-9] connected$", 3)
-    assert monitor.stop() == 0
+    assert unread.stop() == 0
 
 
 def test_a_monitor_ends_if_its_output_cannot_be_written(start_service, start):
     start_service()
-    monitor = start("sh", "-c", 'exec "$@" >/dev/full', "sh", CHRONALCTL, "monitor")
-    monitor.wait_for("^chronalctl: cannot write to standard output: No space left on device$")
-    assert monitor.popen.wait(PATIENCE) == 3
+    unable = start("sh", "-c", 'exec "$@" >/dev/full', "sh", CHRONALCTL, "monitor")
+    assert unable.wait() == 3
+    unable.wait_for("^chronalctl: cannot write to standard output: No space left on device$")

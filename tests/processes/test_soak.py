@@ -9,9 +9,8 @@ import random
 import re
 import signal
 import time
-from pathlib import Path
 
-from conftest import PATIENCE, SANITIZED, eventually, status_field
+from conftest import CLIENT, SANITIZED, eventually
 
 KILLS = int(os.environ.get("KILLS", "5"))
 WARM_UP = KILLS // 5  # kills until everything that is allocated only once has been allocated
@@ -22,8 +21,7 @@ GROWTH = 512  # KiB by which the allocator's own caches may vary
 
 def usage(process):
     """Returns the numbers of open files and threads."""
-    entries = Path(f"/proc/{process.popen.pid}")
-    return len(list((entries / "fd").iterdir())), len(list((entries / "task").iterdir()))
+    return tuple(len(list((process.proc / name).iterdir())) for name in ("fd", "task"))
 
 
 def settled_usage(process):
@@ -39,7 +37,7 @@ def settled_usage(process):
     return samples[-1]
 
 
-def test_kills_do_no_harm(start_service, start_client, capsys):
+def test_kills_do_no_harm(start_service, start, capsys):
     def serves(connections):
         assert eventually(lambda: usage(service)[0] == idle[0] + connections)
 
@@ -53,7 +51,7 @@ def test_kills_do_no_harm(start_service, start_client, capsys):
 
     def has_not_grown(name, process, before, memory_before):
         assert eventually(lambda: usage(process) == before), name
-        now = status_field(process, "VmRSS")
+        now = process.memory("VmRSS")
         with capsys.disabled():
             print(f"{name}: {before} open files and threads, {memory_before} then {now} KiB")
         # A sanitizer keeps freed memory and finds leaks itself.
@@ -61,11 +59,11 @@ def test_kills_do_no_harm(start_service, start_client, capsys):
 
     service = start_service()
     idle = settled_usage(service)
-    clients = [start_client("soak", SESSIONS) for _ in range(CLIENTS)]
+    clients = [start(CLIENT, "soak", SESSIONS) for _ in range(CLIENTS)]
     for number in range(KILLS):
         if number == WARM_UP:
             serves(CONNECTIONS)
-            before = [(settled_usage(client), status_field(client, "VmRSS")) for client in clients]
+            before = [(settled_usage(client), client.memory("VmRSS")) for client in clients]
         kill(service, CONNECTIONS, number)
         service = start_service()
     serves(CONNECTIONS)
@@ -74,8 +72,8 @@ def test_kills_do_no_harm(start_service, start_client, capsys):
 
     for number in range(KILLS):
         if number == WARM_UP:
-            memory_before = status_field(service, "VmRSS")
-        kill(start_client("soak", SESSIONS), CONNECTIONS + SESSIONS, number)
+            memory_before = service.memory("VmRSS")
+        kill(start(CLIENT, "soak", SESSIONS), CONNECTIONS + SESSIONS, number)
         serves(CONNECTIONS)
     has_not_grown("service", service, (idle[0] + CONNECTIONS, idle[1]), memory_before)
 
@@ -83,8 +81,8 @@ def test_kills_do_no_harm(start_service, start_client, capsys):
     sessions = []
     for client in clients:
         client.popen.stdin.close()
-        assert client.popen.wait(PATIENCE) == 0 and client.count("stray") == 0
+        assert client.wait() == 0 and client.count("stray") == 0
         sessions += re.findall(rb"^(\d+) answers, (\d+) connections$", client.output, re.M)
     assert service.stop() == 0 and len(sessions) == CONNECTIONS
     for answers, connections in sessions:
-        assert int(answers) >= KILLS and int(connections) >= KILLS * 3 / 4, "not served most of the time"
+        assert int(answers) >= KILLS and int(connections) >= KILLS * 3 / 4, "not served mostly"
