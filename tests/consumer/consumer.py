@@ -13,23 +13,13 @@ FLAGS = shlex.split(os.environ.get("CXXFLAGS", ""))
 EMULATOR = shlex.split(os.environ.get("EMULATOR", ""))
 
 
-def run(*command, **options):
+def run(*command, env=(), **options):
     """Returns what a command prints on either stream; fails with that text if the command does."""
-    environment = {
-        name: value
-        for name, value in os.environ.items()
-        if name not in ("NUB_DEBUG", "CHRONAL_SOCKET", "DESTDIR")
-    }
-    environment.update(options.pop("env", {}))
-    done = subprocess.run(
-        [str(word) for word in command],
-        env=environment,
-        stdout=subprocess.PIPE,
-        stderr=subprocess.STDOUT,
-        text=True,
-        check=False,
-        **options,
-    )
+    environment = {**os.environ, **dict(env)}
+    for name in ("NUB_DEBUG", "CHRONAL_SOCKET", "DESTDIR"):
+        environment.pop(name, None)
+    done = subprocess.run([str(word) for word in command], env=environment, text=True, check=False,
+                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT, **options)
     if done.returncode != 0:
         pytest.fail(f"{shlex.join(done.args)} ended with {done.returncode}:\n{done.stdout}")
     return done.stdout
@@ -54,30 +44,3 @@ def write_project(directory, cmake, source):
         cmake = f"cmake_minimum_required(VERSION 3.25)\nproject(consumer LANGUAGES CXX)\n{cmake}"
     (directory / "CMakeLists.txt").write_text(cmake)
     return directory / "build" / Path(name).stem
-
-
-def check_readme_client(program):
-    assert run(program).startswith("NTP says '")
-
-
-def build_with_find_package(directory, installation):
-    (cmake, *_), (source, *_) = blocks("README.md", "cmake"), blocks("README.md", "cpp")
-    program = write_project(directory, cmake, source)
-    config = next(installation.rglob("chronal-api-config.cmake"))
-    run("cmake", "-S", directory, "-B", directory / "build", "-DCMAKE_CXX_STANDARD=11",
-        f"-Dchronal-api_DIR={config.parent}")
-    run("cmake", "--build", directory / "build")
-    check_readme_client(program)
-
-
-def build_with_pkg_config(directory, installation):
-    directory.mkdir()
-    where = {"PKG_CONFIG_PATH": str(next(installation.rglob("chronal-devkit.pc")).parent)}
-    package = run("pkg-config", "--cflags", "--libs", "chronal-devkit", env=where)
-    libraries = run("pkg-config", "--variable=libdir", "chronal-devkit", env=where).strip()
-    for number, block in enumerate(blocks("README.md", "cpp")):
-        source = directory / f"{number}.cpp"
-        source.write_text(block)
-        compile_cpp("-std=c++11", source, "-o", source.with_suffix(""), *shlex.split(package),
-                    f"-Wl,-rpath,{libraries}")
-        check_readme_client(source.with_suffix(""))

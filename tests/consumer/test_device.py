@@ -21,32 +21,24 @@ api-chronal-service-adapter:N:onServiceDisconnected(): Called: Reason is 5.
 """
 
 
-def make_device(device):
-    """Builds a device's middleware with the headers that the document names."""
-    headers = re.findall(r"`((fabric|nub)/\w+\.h)`", (SOURCE / "docs/porting.md").read_text())
-    for header, library in headers:
-        path = device / "include" / header
-        path.parent.mkdir(parents=True, exist_ok=True)
-        path.write_text(f'#include "{HERE}/{library}.h"\n')
-    (device / "lib").mkdir()
+def test_the_recipe_works_as_documented(tmp_path):
+    device, build, project = tmp_path / "device", tmp_path / "library", tmp_path / "application"
+    for name in ("include/fabric", "include/nub", "lib"):
+        (device / name).mkdir(parents=True)
+    for header in re.findall(r"`((?:fabric|nub)/\w+\.h)`", (SOURCE / "docs/porting.md").read_text()):
+        (device / "include" / header).write_text(f'#include "{HERE}/device.h"\n')
     for library in ("nub", "fabric"):
         compile_cpp("-shared", "-fPIC", f"-Wl,-soname,lib{library}.so", HERE / f"{library}.cpp",
                     "-o", device / f"lib/lib{library}.so")
-    compilers = {"C": os.environ.get("CC"), "CXX": os.environ["CXX"]}
-    system = "set(CMAKE_SYSTEM_NAME Linux)\n" if EMULATOR else ""
-    (device / "toolchain.cmake").write_text(system + "".join(
-        f"set(CMAKE_{language}_COMPILER {path})\n" for language, path in compilers.items() if path
-    ))
-
-
-def test_the_recipe_works_as_documented(tmp_path):
-    device, build, project = tmp_path / "device", tmp_path / "library", tmp_path / "application"
-    make_device(device)
+    (device / "toolchain.cmake").write_text(
+        ("set(CMAKE_SYSTEM_NAME Linux)\n" if EMULATOR else "")
+        + "".join(f"set(CMAKE_{language}_COMPILER {os.environ[name]})\n"
+                  for language, name in (("C", "CC"), ("CXX", "CXX")) if os.environ.get(name))
+    )
 
     def printed(language):
-        texts = blocks("docs/porting.md", language)
         return [text.replace("/opt/device", str(device)).replace("build/device", str(build))
-                for text in texts]
+                for text in blocks("docs/porting.md", language)]
 
     def run_on_device(program):
         # On a device, too, the loader knows where the libraries are.
@@ -55,15 +47,14 @@ def test_the_recipe_works_as_documented(tmp_path):
 
     platform, consumer = printed("cmake")
     build_library, with_find_package, with_pkg_config = printed("sh")
-
     (device / "platform.cmake").write_text(platform)
     run("bash", "-euc", build_library, cwd=SOURCE)
     run_on_device(build / "tests/layout-test")
 
     found = write_project(project, consumer, (HERE / "client.cpp").read_text())
     run("bash", "-euc", with_find_package, cwd=project)
-    compiler = f"{os.environ['CXX']} {os.environ['CXXFLAGS']}"
-    run("bash", "-euc", with_pkg_config, cwd=project, env={"CXX": compiler})
+    compiler = {"CXX": f"{os.environ['CXX']} {os.environ['CXXFLAGS']}"}
+    run("bash", "-euc", with_pkg_config, cwd=project, env=compiler)
     expected = EXPECTED.format(size=24 if EMULATOR else 32)
     for program in (found, project / found.name):
         assert re.sub(r"adapter:\d+:", "adapter:N:", run_on_device(program)) == expected

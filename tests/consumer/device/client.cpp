@@ -27,7 +27,7 @@ protected:
 int main()
 {
     fabric::AbstractApplication application;
-    fabric::AbstractComponent component(42);
+    fabric::AbstractComponent component;
     fabric::ServiceInterface service;
     Client client(application, component);
     client.setServiceInterface(&service);

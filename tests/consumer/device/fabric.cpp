@@ -1,4 +1,4 @@
-#include "fabric.h"
+#include "device.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -8,18 +8,14 @@
 
 namespace fabric {
 
-namespace {
+static std::map<int, std::pair<MsgMeta, Arg1Method<int, const Event&>>> handlers;
 
-std::map<int, std::pair<MsgMeta, Arg1Method<int, const Event&>>> handlers;
-
-int add(const MsgMeta& key, const Arg1Method<int, const Event&>& handler)
+static int add(const MsgMeta& key, const Arg1Method<int, const Event&>& handler)
 {
     const int id = static_cast<int>(handlers.size());
     handlers.emplace(id, std::make_pair(key, handler));
     return id;
 }
-
-} // namespace
 
 bool Event::refused = false;
 
@@ -31,15 +27,6 @@ Event::Event(const MsgMeta& identity, const EndpointId& sender)
 }
 
 Event::~Event() = default;
-
-StateHolder::StateHolder() : lock(PTHREAD_MUTEX_INITIALIZER) {}
-
-StatePart::StatePart(StateHolder& state) : holder(state), generation(1), name{} {}
-StatePart::~StatePart() = default;
-
-pthread_mutex_t* StatePart::stateMutex() { return &holder.lock; }
-
-AbstractComponent::AbstractComponent(std::uint32_t id) : name("component"), componentId(id) {}
 
 int AbstractComponent::addEventHandler(const MsgMeta& key, int,
                                        const Arg1Method<int, const Event&>& handler) const
@@ -74,12 +61,6 @@ void AbstractApplication::deliver(const Event& event)
 }
 
 std::uint32_t ServiceInterface::getServiceId() const { return 7; }
-
-EventHandlerIdSet::EventHandlerIdSet(const AbstractComponent&) : mask(0), reserved{} {}
-
-EventHandlerIdSet::~EventHandlerIdSet() { reset(); }
-
-void EventHandlerIdSet::addHandler(int id) { mask |= 1 << id; }
 
 void EventHandlerIdSet::reset()
 {

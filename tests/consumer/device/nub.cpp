@@ -1,14 +1,9 @@
-#include "nub.h"
+#include "device.h"
 
 #include <cstdarg>
 #include <cstdio>
 
-namespace {
-
-constexpr nubEndianEntry_t entries[] = {{0, std::uintptr_t(0xffffffff)}};
-
-} // namespace
-
+static constexpr nubEndianEntry_t entries[] = {{0, std::uintptr_t(0xffffffff)}};
 const nubEndianTable_t __nub_EndianTable_nubDeserString_t = {sizeof(nubDeserString_t), entries};
 
 bool nubDebugCheckLevelGetFabricAndChunk(nubDebugChunk_t* chunk)
@@ -39,6 +34,5 @@ int nubOsalCompareTime(const nubOsalTime_struct* left, const nubOsalTime_struct*
     return left->seconds != right->seconds || left->microseconds != right->microseconds;
 }
 
-ltGuard::ltGuard(pthread_mutex_t* mutex) : held(mutex), result(pthread_mutex_lock(mutex)) {}
-
+ltGuard::ltGuard(pthread_mutex_t* mutex) : held(mutex) { pthread_mutex_lock(held); }
 ltGuard::~ltGuard() { pthread_mutex_unlock(held); }

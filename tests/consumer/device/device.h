@@ -1,9 +1,9 @@
-// This middleware differs from platform/include wherever docs/porting.md permits: objects have
-// other sizes, functions are not virtual, members are held by value, and there are no typedefs or
-// export macros.
+// The middleware of a device. It differs from platform/include wherever docs/porting.md permits:
+// objects have other sizes, functions are not virtual, members are held by value, and there are no
+// typedefs or export macros.
 
-#ifndef DEVICE_FABRIC_H
-#define DEVICE_FABRIC_H
+#ifndef DEVICE_H
+#define DEVICE_H
 
 #include <pthread.h>
 
@@ -16,17 +16,75 @@
 #include <boost/make_shared.hpp>
 #include <boost/shared_ptr.hpp>
 
-#include "nub.h"
+struct nubEndianTable_t;
+
+union nubEndianArgument_t
+{
+    constexpr nubEndianArgument_t(const nubEndianTable_t* nested) : table(nested) {}
+    constexpr nubEndianArgument_t(std::uintptr_t plain) : word(plain) {}
+
+    const nubEndianTable_t* table;
+    std::uintptr_t word;
+};
+
+struct nubEndianEntry_t
+{
+    std::uint32_t code;
+    nubEndianArgument_t argument;
+};
+
+struct nubEndianTable_t
+{
+    std::uint32_t size;
+    const nubEndianEntry_t* entries;
+};
+
+constexpr int nubEndianRecord = 3, nubEndianWord32 = 4, nubEndianWord64 = 8;
+
+struct nubDeserString_t
+{
+    std::uint32_t length;
+    char* chars;
+};
+
+struct alignas(8) nubOsalTime_struct
+{
+    std::int64_t seconds;
+    std::int32_t microseconds, padding;
+};
+
+struct nubDebugChunk_t
+{
+    std::uint32_t words[3];
+};
 
 namespace fabric {
-
 struct MsgMeta
 {
-    std::uint32_t serviceId;
-    std::uint32_t resourceId;
-    std::uint32_t operationId;
+    std::uint32_t serviceId, resourceId, operationId;
     std::uint8_t kind;
 };
+} // namespace fabric
+
+extern "C" {
+extern const nubEndianTable_t __nub_EndianTable_nubDeserString_t;
+bool nubDebugCheckLevelGetFabricAndChunk(nubDebugChunk_t* chunk);
+int nubDebugOutput0(const void* chunk, const char* format, ...);
+nubOsalTime_struct* nubOsalNormalizeTime(nubOsalTime_struct* time);
+int nubOsalCompareTime(const nubOsalTime_struct* left, const nubOsalTime_struct* right);
+void fabricTwineDeserReleaseMessage(unsigned word, const fabric::MsgMeta* release,
+                                    const nubEndianTable_t* table, void* payload);
+}
+
+struct ltGuard
+{
+    explicit ltGuard(pthread_mutex_t* mutex);
+    ~ltGuard();
+
+    pthread_mutex_t* held;
+};
+
+namespace fabric {
 
 struct EndpointId
 {
@@ -34,25 +92,16 @@ struct EndpointId
     std::uint32_t componentId;
 };
 
-class MsgIds
+struct MsgIds
 {
-public:
     explicit MsgIds(const std::string& name) : text(name) {}
     MsgIds(const MsgIds&) = delete;
 
     std::string text;
 };
 
-} // namespace fabric
-
-extern "C" void fabricTwineDeserReleaseMessage(unsigned word, const fabric::MsgMeta* release,
-                                               const nubEndianTable_t* table, void* payload);
-
-namespace fabric {
-
-class Event
+struct Event
 {
-public:
     /// Throws std::length_error while `refused` is set.
     Event(const MsgMeta& identity, const EndpointId& sender);
     virtual ~Event();
@@ -65,22 +114,19 @@ public:
     const MsgIds ids;
 };
 
-class SerializableMessageData
+struct SerializableMessageData
 {
-public:
     SerializableMessageData(void* record, unsigned word, const nubEndianTable_t* table)
         : payload(record), releaseWord(word), endianTable(table)
     {
     }
-
+    SerializableMessageData(const SerializableMessageData&) = delete;
     virtual ~SerializableMessageData()
     {
         const MsgMeta release = {~0U, 0, 0, 0xFF};
         fabricTwineDeserReleaseMessage(releaseWord, &release, endianTable, payload);
         std::free(payload);
     }
-
-    SerializableMessageData(const SerializableMessageData&) = delete;
 
     static boost::shared_ptr<SerializableMessageData> create(unsigned long size,
                                                              const nubEndianTable_t& table)
@@ -93,9 +139,8 @@ public:
     const nubEndianTable_t* const endianTable;
 };
 
-class SerializableMessageEvent : public Event
+struct SerializableMessageEvent : Event
 {
-public:
     SerializableMessageEvent(const MsgMeta& identity, const EndpointId& sender,
                              boost::shared_ptr<SerializableMessageData> owner)
         : Event(identity, sender), data(owner)
@@ -106,12 +151,10 @@ public:
 };
 
 template <class Result, class Argument>
-class BaseArg1Method
+struct BaseArg1Method
 {
-public:
-    class Caller
+    struct Caller
     {
-    public:
         virtual ~Caller() {}
         virtual Result invoke(Argument argument) = 0;
         virtual std::string getClassName() = 0;
@@ -125,20 +168,17 @@ public:
 };
 
 template <class Result, class Argument>
-class Arg1Method : public BaseArg1Method<Result, Argument>
+struct Arg1Method : BaseArg1Method<Result, Argument>
 {
     using Caller = typename BaseArg1Method<Result, Argument>::Caller;
 
-public:
     template <class Class, class Parameter>
-    class ClassSpecCaller : public Caller
+    struct ClassSpecCaller : Caller
     {
-    public:
         ClassSpecCaller(Class* target, Result (Class::*function)(Parameter))
             : object(target), method(function)
         {
         }
-
         Result invoke(Argument argument) override
         {
             return (object->*method)(static_cast<Parameter>(argument));
@@ -147,7 +187,6 @@ public:
         std::string getMethodName() override { return "a method"; }
         void* getObject() override { return object; }
 
-    private:
         Class* object;
         Result (Class::*method)(Parameter);
     };
@@ -157,58 +196,44 @@ public:
     {
         this->caller = new (storage) ClassSpecCaller<Class, Parameter>(object, method);
     }
-
     Arg1Method(const Arg1Method& other) : BaseArg1Method<Result, Argument>(other)
     {
         std::memcpy(storage, other.storage, sizeof(storage));
         this->caller = reinterpret_cast<Caller*>(storage);
     }
 
-private:
     void* storage[4];
 };
 
-class StateHolder
+struct StateHolder
 {
-public:
-    StateHolder();
-
-    pthread_mutex_t lock;
+    pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
 };
 
-class StatePart
+struct StatePart
 {
-public:
-    explicit StatePart(StateHolder& state);
-    virtual ~StatePart();
+    explicit StatePart(StateHolder& state) : holder(state) {}
+    virtual ~StatePart() {}
+    pthread_mutex_t* stateMutex() { return &holder.lock; }
 
-    pthread_mutex_t* stateMutex();
-
-private:
     StateHolder& holder;
-    std::int64_t generation;
-    char name[5];
+    char name[13] = {};
 };
 
-class AbstractComponent
+struct AbstractComponent
 {
-public:
-    explicit AbstractComponent(std::uint32_t id);
-
     int addEventHandler(const MsgMeta& key, int flags,
                         const Arg1Method<int, const Event&>& handler) const;
 
-    const std::string name;
-    const std::uint32_t componentId;
+    const std::string name = "component";
+    const std::uint32_t componentId = 42;
 };
 
-class AbstractApplication
+struct AbstractApplication
 {
-public:
     int addEventHandler(const MsgMeta& key, int flags,
                         const Arg1Method<int, const Event&>& handler);
     int sendEvent(MsgIds& ids, int flags, Event* event);
-
     static int registrations();
     /// Hands the event to the handlers of its identity.
     void deliver(const Event& event);
@@ -217,32 +242,27 @@ public:
     StateHolder stateHolder;
 };
 
-class ServiceInterface
+struct ServiceInterface
 {
-public:
     std::uint32_t getServiceId() const;
 };
 
-class ClientInterface
+struct ClientInterface
 {
-public:
     virtual void onServiceConnected() = 0;
     virtual void onServiceConnectionFailed(int reason) = 0;
     virtual void onServiceDisconnected(int reason) = 0;
 };
 
-class EventHandlerIdSet
+struct EventHandlerIdSet
 {
-public:
-    explicit EventHandlerIdSet(const AbstractComponent& owner);
-    ~EventHandlerIdSet();
-
-    void addHandler(int id);
+    explicit EventHandlerIdSet(const AbstractComponent&) {}
+    ~EventHandlerIdSet() { reset(); }
+    void addHandler(int id) { mask |= 1 << id; }
     void reset();
 
-private:
-    std::int64_t mask;
-    char reserved[31];
+    std::int64_t mask = 0;
+    char reserved[31] = {};
 };
 
 } // namespace fabric
