@@ -24,8 +24,6 @@ PATIENCE = 100
 socket.setdefaulttimeout(PATIENCE)
 
 CHRONALCTL, SIMD = os.environ["CHRONALCTL"], os.environ["CHRONAL_SIMD"]
-CLIENT = os.environ["TEST_CLIENT"]
-SANITIZED = "-fsanitize" in os.environ["CXXFLAGS"]
 
 
 def eventually(condition):

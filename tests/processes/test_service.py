@@ -46,13 +46,6 @@ def test_help_is_given_or_the_program_fails(option, shown, run):
     assert (status, errors) == (1, "chronal-simd: cannot write to standard output\n")
 
 
-def test_only_the_owner_may_use_the_socket(directory, start_service):
-    os.umask(0)
-    start_service()
-    assert (directory / "it").stat().st_mode & 0o777 == 0o600
-    assert not (directory / "it.lock").exists()
-
-
 def test_a_place_that_is_taken_is_refused(directory, start_service, run):
     def refusal(place):
         status, _, errors = run(SIMD, "--socket", place)
@@ -66,7 +59,6 @@ def test_a_place_that_is_taken_is_refused(directory, start_service, run):
     (directory / "file").write_text("precious")
     assert refusal("file") == "is there already and is not a socket"
     assert (directory / "file").read_text() == "precious"
-    assert refusal("none/it") == "cannot create a file in its directory: No such file or directory"
     with open(directory / "other.lock", "w") as lock:
         fcntl.flock(lock, fcntl.LOCK_EX)
         assert refusal("other").startswith("another service is starting here")
@@ -89,16 +81,24 @@ def test_what_others_have_put_there_is_kept(directory, start_service):
 def test_a_directory_names_the_socket_in_it(name, directory, environment, start_service, answer):
     service = start_service("--socket", f"{directory}{name}")
     service.wait_for(f"^listening on {directory}/chronal.sock$")
+    assert not (directory / "chronal.sock.lock").exists()
     environment["CHRONAL_SOCKET"] = str(directory)
     answer("timezone get")
 
 
-# The address of a socket holds 107 characters.
-def test_the_longest_path_is_served(directory, environment, start_service, answer):
-    (directory / ("d" * 100)).mkdir()
-    environment["CHRONAL_SOCKET"] = "d" * 100 + "/socket"
-    start_service("--socket", environment["CHRONAL_SOCKET"])
-    answer("timezone get")
+@pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGINT])
+def test_a_service_that_ends_closes_its_connections(number, directory, start_service, monitor):
+    service = start_service()
+    accepted = monitor()
+    accepted.wait_for("^connected$")
+    service.pause()
+    waiting = monitor()
+    waiting.wait_for("^connected$")
+    service.popen.send_signal(number)
+    assert service.stop(signal.SIGCONT) == 0
+    assert not (directory / "it").exists()
+    for each in (accepted, waiting):
+        each.wait_for("^not-connected  number 0  reason closed$")
 
 
 # A connection in its place would get what is meant for it.

@@ -10,13 +10,14 @@ import re
 import signal
 import time
 
-from conftest import CLIENT, SANITIZED, eventually
+from conftest import eventually
 
 KILLS = int(os.environ.get("KILLS", "5"))
 WARM_UP = KILLS // 5  # kills until everything that is allocated only once has been allocated
 CLIENTS, SESSIONS = 3, 3
 CONNECTIONS = CLIENTS * SESSIONS
-GROWTH = 512  # KiB by which the allocator's own caches may vary
+# KiB by which the allocator's own caches may vary. A sanitizer keeps freed memory.
+GROWTH = float("inf") if "-fsanitize" in os.environ["CXXFLAGS"] else 512
 
 
 def usage(process):
@@ -54,12 +55,11 @@ def test_kills_do_no_harm(start_service, start, capsys):
         now = process.memory("VmRSS")
         with capsys.disabled():
             print(f"{name}: {before} open files and threads, {memory_before} then {now} KiB")
-        # A sanitizer keeps freed memory and finds leaks itself.
-        assert SANITIZED or now - memory_before <= GROWTH, name
+        assert now - memory_before <= GROWTH, name
 
     service = start_service()
     idle = settled_usage(service)
-    clients = [start(CLIENT, "soak", SESSIONS) for _ in range(CLIENTS)]
+    clients = [start(os.environ["SOAK_CLIENT"], SESSIONS) for _ in range(CLIENTS)]
     for number in range(KILLS):
         if number == WARM_UP:
             serves(CONNECTIONS)
@@ -73,7 +73,7 @@ def test_kills_do_no_harm(start_service, start, capsys):
     for number in range(KILLS):
         if number == WARM_UP:
             memory_before = service.memory("VmRSS")
-        kill(start(CLIENT, "soak", SESSIONS), CONNECTIONS + SESSIONS, number)
+        kill(start(os.environ["SOAK_CLIENT"], SESSIONS), CONNECTIONS + SESSIONS, number)
         serves(CONNECTIONS)
     has_not_grown("service", service, (idle[0] + CONNECTIONS, idle[1]), memory_before)
 
@@ -81,7 +81,7 @@ def test_kills_do_no_harm(start_service, start, capsys):
     sessions = []
     for client in clients:
         client.popen.stdin.close()
-        assert client.wait() == 0 and client.count("stray") == 0
+        assert client.wait() == 0
         sessions += re.findall(rb"^(\d+) answers, (\d+) connections$", client.output, re.M)
     assert service.stop() == 0 and len(sessions) == CONNECTIONS
     for answers, connections in sessions:
