@@ -12,38 +12,34 @@ from pathlib import Path
 import pytest
 from conftest import CHRONALCTL, PATIENCE, SIMD, eventually
 
-# Commands; what each prints, unless that is "done"; and messages that the service gets and sends.
-# Fractions of seconds count only from a tenth of a second on.
-CONVERSATION = [
-    part.splitlines()
-    for part in (Path(__file__).parent / "conversation.txt").read_text().split("$ ")[1:]
-]
-COMMANDS = {
-    line.split()[1]: command
-    for command, *lines in CONVERSATION
-    for line in lines
-    if line.startswith("->")
-}
+# Commands, some with the message that the service then gets; further messages; and what is printed,
+# unless that is "done". Fractions of seconds count only from a tenth of a second on.
+CONVERSATION = []
+COMMANDS = {}  # by the name of their message
+for part in (Path(__file__).parent / "conversation.txt").read_text().split("$ ")[1:]:
+    typed, *lines = part.splitlines()
+    command, _, message = typed.partition("  -> ")
+    messages = [f"-> {message}"] * bool(message) + [s for s in lines if s[:3] in ("-> ", "<- ")]
+    shown = [line for line in lines if line not in messages] or ["done"]
+    CONVERSATION.append((command, messages, shown))
+    COMMANDS.update({s.split()[1]: command for s in messages if s[0] == "-"})
 
 
 def test_a_conversation_takes_place_as_written(start_service, answer):
     options = "--zone Europe/Berlin --start-time 2026-01-10 --speed 0.001 --period 10ms --verbose"
     service = start_service(*options.split())
-    for command, *lines in CONVERSATION:
+    for command, messages, shown in CONVERSATION:
         before = len(service.output)
         printed = re.sub(r"\.0\d\d'", "'", answer(command))
-        printed = re.sub(r'"microseconds":\d{1,5},', "", printed)
+        assert re.sub(r'"microseconds":\d{1,5},', "", printed).splitlines() == shown
         assert eventually(lambda: service.count(" connected$") == service.count(" disconnected$"))
         log = re.sub(r"\.0\d\d'", "'", service.output[before:].decode())
         log = re.sub(r"^client \d+ (\S+ \w+) #\d+:\d+", r"\1", log, flags=re.M).splitlines()
-        messages = [line for line in lines if line.startswith(("->", "<-"))]
-        shown = [line for line in lines if line not in messages] or ["done"]
-        assert printed.splitlines() == shown
-        assert [line for line in messages if line not in log] == [], log
+        assert [message for message in messages if message not in log] == [], log
 
 
 def test_any_command_can_be_refused(start_service, complaint):
-    start_service(*(word for name in COMMANDS for word in ("--refuse", name)))
+    start_service(*(f"--refuse={name}" for name in COMMANDS))
     for command in COMMANDS.values():
         refused = r'chronalctl: the service refused "([A-Za-z -]+)": -13 \(Permission denied\)\n'
         name = re.fullmatch(refused, complaint(1, command))[1]
@@ -52,7 +48,8 @@ def test_any_command_can_be_refused(start_service, complaint):
 
 REFUSALS = [
     ("RefTime DateTimeSettings", "ref-time get RTC", "RTC NTP DVB TTX ATSC settings", "settings"),
-    ("Timezone NextTimeDeviationChange", "timezone get", "zone next change", "timezone next_deviation"),
+    ("Timezone NextTimeDeviationChange", "timezone get", "zone next change",
+     "timezone next_deviation"),
 ]
 
 
