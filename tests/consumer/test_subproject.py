@@ -20,10 +20,10 @@ def fixture_directory(tmp_path_factory):
     return tmp_path_factory.mktemp("parent")
 
 
-def configure(directory, way, *options, libraries=LIBRARIES):
+def configure(directory, way, *options, libraries=LIBRARIES, rest=""):
     """Configures the README's project, including the tree by `way`; returns program and output."""
     assert PACKAGE in CMAKE and LIBRARIES in CMAKE
-    cmake = CMAKE.replace(PACKAGE, "enable_testing()\n" + way).replace(LIBRARIES, libraries)
+    cmake = CMAKE.replace(PACKAGE, "enable_testing()\n" + way).replace(LIBRARIES, libraries) + rest
     program = write_project(directory, cmake, CLIENT)
     return program, run("cmake", "--fresh", "-S", directory, "-B", directory / "build", *options)
 
@@ -74,8 +74,9 @@ def test_the_library_alone_needs_no_time_zone_library(tmp_path):
 def test_an_absolute_directory_stays_where_it_is(absolute, directory, tmp_path):
     directories = {"LIBDIR": "lib", "INCLUDEDIR": "include", absolute: tmp_path / "elsewhere"}
     options = [f"-DCMAKE_INSTALL_{name}={value}" for name, value in directories.items()]
-    program, _ = configure(directory, ADD_SUBDIRECTORY, "-DCHRONAL_INSTALL=ON",
-                           f"-DCMAKE_INSTALL_PREFIX={tmp_path}/prefix", *options)
+    program, _ = configure(directory, ADD_SUBDIRECTORY, "-DCHRONAL_INSTALL=ON", *options,
+                           f"-DCMAKE_INSTALL_PREFIX={tmp_path}/prefix",
+                           rest="include(GNUInstallDirs)\nchronal_program(clock)\n")
     run("cmake", "--build", program.parent)
     # A package directory inside the prefix moves with it.
     prefix = tmp_path / ("prefix" if absolute == "LIBDIR" else "moved")
@@ -91,26 +92,5 @@ def test_an_absolute_directory_stays_where_it_is(absolute, directory, tmp_path):
     linked = tmp_path / "clock"
     compile_cpp(found.parents[1] / "clock.cpp", "-o", linked, *shlex.split(flags),
                 f"-Wl,-rpath,{libraries}")
-    for client in (found, linked):
+    for client in (prefix / "bin/clock", found, linked):
         assert run(client).startswith("NTP says '")
-
-
-def test_a_program_finds_an_absolute_library_directory(tmp_path):
-    (tmp_path / "library.cpp").write_text("int answer() { return 0; }")
-    (tmp_path / "program.cpp").write_text("int answer(); int main() { return answer(); }")
-    (tmp_path / "CMakeLists.txt").write_text(
-        f"""cmake_minimum_required(VERSION 3.25)
-        project(program LANGUAGES CXX)
-        include(GNUInstallDirs)
-        include({SOURCE}/cmake/ChronalProgram.cmake)
-        add_library(library SHARED library.cpp)
-        install(TARGETS library)
-        add_executable(program program.cpp)
-        target_link_libraries(program PRIVATE library)
-        chronal_program(program)"""
-    )
-    run("cmake", "-S", tmp_path, "-B", tmp_path / "build", "-DCHRONAL_INSTALL=ON",
-        f"-DCMAKE_INSTALL_LIBDIR={tmp_path}/elsewhere")
-    run("cmake", "--build", tmp_path / "build")
-    run("cmake", "--install", tmp_path / "build", "--prefix", tmp_path / "prefix")
-    run(tmp_path / "prefix/bin/program")
