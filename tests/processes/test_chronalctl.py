@@ -239,6 +239,9 @@ def test_a_socket_without_a_listener_is_an_error(runtime_directory, start, compl
         "A service that was killed has left this socket behind. "
         f"To simulate one there: chronal-simd --socket {place}\n"
     )
+    place.unlink()
+    place.symlink_to("nowhere")
+    complaint(3, "--timeout 100ms timezone get")
 
 
 @pytest.mark.parametrize(

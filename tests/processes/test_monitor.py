@@ -39,11 +39,11 @@ def test_a_monitor_ends_after_so_many_notifications(start_service, monitor):
     start_service("--period", "1ms")
     counting = monitor("RTC", "rtc", "--count", "2")
     assert counting.wait() == 0
-    assert counting.count("^current-time  source RTC ") == 2 and counting.output.count(b"\n") == 3
+    assert counting.count("^current-time  source RTC ") == 2
 
 
 def test_a_monitor_outlives_the_service(start_service, monitor):
-    watching = monitor("RTC", "NTP")
+    watching = monitor("RTC", "NTP", "ntp")
     watching.wait_for("^not-connected  number -2  reason No such file or directory$")
     for again in range(1, 3):
         service = start_service("--period", "1ms")  # replaces what the killed one has left behind
@@ -58,6 +58,7 @@ def test_a_monitor_outlives_the_service(start_service, monitor):
     watching.wait_for("^connected$", 3)
     assert watching.stop(signal.SIGTERM) == 0
     assert watching.output.startswith(b"not-connected  number -2")
+    assert watching.count("^not-connected  source NTP  ") == 2
     assert watching.count("number -2 ") <= 3 and watching.count("source.*number -2 ") == 0
 
 

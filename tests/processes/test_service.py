@@ -3,6 +3,7 @@
 import fcntl
 import os
 import pty
+import re
 import signal
 import socket
 
@@ -153,20 +154,26 @@ def test_a_service_whose_lines_nobody_reads_serves(is_told, stalled, directory, 
     answer("timezone get")
     reader.wait_for("^lines left out: (9|10)$")
     reader.wait_for(" <- replyTimezone")
+    assert reader.count("^lines left out") == 1
 
 
-def test_a_terminal_that_is_not_read_does_not_hold_up_the_service(start, monitor, answer):
+def test_a_terminal_that_is_not_read_does_not_hold_up_the_service(
+    directory, start, monitor, answer
+):
     try:
         unread, end = pty.openpty()
     except OSError as error:
         pytest.skip(f"needs a terminal, but this machine has none: {error}")
     words = ("--socket", "it", "--verbose", "--period", "1ms")
-    service = start(SIMD, *words, stdout=end, stderr=end)
+    with open(directory / "errors", "wb") as errors:
+        service = start(SIMD, *words, stdout=end, stderr=errors)
     monitor("RTC", "NTP").wait_for("^current-time", 300)  # more lines than the terminal buffers
     answer("timezone get")
     assert service.stop(signal.SIGINT) == 0
     os.close(end)
     os.close(unread)
+    said = (directory / "errors").read_text()
+    assert re.fullmatch("chronal-simd: lines left out at the end: [0-9]+\n", said)
 
 
 def test_time_starts_anywhere_and_runs_faster(start_service, monitor):
