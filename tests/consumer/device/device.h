@@ -220,10 +220,15 @@ struct StatePart
     char name[13] = {};
 };
 
+using Handler = Arg1Method<int, const Event&>;
+int add(const MsgMeta& key, const Handler& handler);
+
 struct AbstractComponent
 {
-    int addEventHandler(const MsgMeta& key, int flags,
-                        const Arg1Method<int, const Event&>& handler) const;
+    int addEventHandler(const MsgMeta& key, int, const Handler& handler) const
+    {
+        return add(key, handler);
+    }
 
     const std::string name = "component";
     const std::uint32_t componentId = 42;
@@ -231,8 +236,10 @@ struct AbstractComponent
 
 struct AbstractApplication
 {
-    int addEventHandler(const MsgMeta& key, int flags,
-                        const Arg1Method<int, const Event&>& handler);
+    int addEventHandler(const MsgMeta& key, int, const Handler& handler)
+    {
+        return add(key, handler);
+    }
     int sendEvent(MsgIds& ids, int flags, Event* event);
     static int registrations();
     /// Hands the event to the handlers of its identity.
@@ -244,7 +251,7 @@ struct AbstractApplication
 
 struct ServiceInterface
 {
-    std::uint32_t getServiceId() const;
+    std::uint32_t getServiceId() const { return 7; }
 };
 
 struct ClientInterface

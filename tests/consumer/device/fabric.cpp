@@ -8,9 +8,9 @@
 
 namespace fabric {
 
-static std::map<int, std::pair<MsgMeta, Arg1Method<int, const Event&>>> handlers;
+static std::map<int, std::pair<MsgMeta, Handler>> handlers;
 
-static int add(const MsgMeta& key, const Arg1Method<int, const Event&>& handler)
+int add(const MsgMeta& key, const Handler& handler)
 {
     const int id = static_cast<int>(handlers.size());
     handlers.emplace(id, std::make_pair(key, handler));
@@ -27,18 +27,6 @@ Event::Event(const MsgMeta& identity, const EndpointId& sender)
 }
 
 Event::~Event() = default;
-
-int AbstractComponent::addEventHandler(const MsgMeta& key, int,
-                                       const Arg1Method<int, const Event&>& handler) const
-{
-    return add(key, handler);
-}
-
-int AbstractApplication::addEventHandler(const MsgMeta& key, int,
-                                         const Arg1Method<int, const Event&>& handler)
-{
-    return add(key, handler);
-}
 
 int AbstractApplication::sendEvent(MsgIds& ids, int, Event* event)
 {
@@ -59,8 +47,6 @@ void AbstractApplication::deliver(const Event& event)
         if (std::memcmp(&handler.second.first, &event.meta, 13) == 0)
             handler.second.second.caller->invoke(event);
 }
-
-std::uint32_t ServiceInterface::getServiceId() const { return 7; }
 
 void EventHandlerIdSet::reset()
 {
