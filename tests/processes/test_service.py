@@ -46,7 +46,7 @@ def test_a_service_without_a_place_says_so(run):
     assert run(SIMD) == (1, "", said)
 
 
-@pytest.mark.parametrize("option, shown", [("--help", "--verbose"), ("--version", "chronal-simd ")])
+@pytest.mark.parametrize("option, shown", [("--help", "Simulates the time service"), ("--version", "chronal-simd ")])
 def test_help_is_given_or_the_program_fails(option, shown, run):
     status, output, _ = run(SIMD, option)
     assert status == 0 and shown in output
@@ -92,6 +92,7 @@ def test_a_directory_names_the_socket_in_it(name, directory, environment, start_
     assert not (directory / "chronal.sock.lock").exists()
     environment["CHRONAL_SOCKET"] = str(directory)
     answer("timezone get")
+    assert service.stop() == 0 and service.output.count(b"\n") == 1
 
 
 @pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGINT])
@@ -129,6 +130,18 @@ def test_a_service_whose_lines_cannot_be_written_serves_and_says_so_once(start, 
     assert service.stop() == 0
     assert service.count("^chronal-simd: standard output: No space left on device$") == 1
     service.wait_for("^chronal-simd: lines left out at the end: 10$")
+
+
+def test_a_service_whose_reader_goes_away_serves_and_is_silent(directory, start, answer):
+    end, room = os.pipe()
+    with open(directory / "errors", "wb") as errors:
+        service = start(SIMD, "--socket", "it", "--verbose", stdout=room, stderr=errors)
+    os.close(room)
+    assert os.read(end, 100) == b"listening on it\n"
+    os.close(end)
+    for _ in range(2):
+        answer("timezone get")
+    assert service.stop() == 0 and (directory / "errors").read_bytes() == b""
 
 
 def test_trouble_with_a_client_is_told_and_counted(directory, start_service):
