@@ -46,7 +46,7 @@ def test_a_service_without_a_place_says_so(run):
     assert run(SIMD) == (1, "", said)
 
 
-@pytest.mark.parametrize("option, shown", [("--help", "Simulates the time"), ("--version", "chronal-simd ")])
+@pytest.mark.parametrize("option, shown", [("--help", "Simulates"), ("--version", "chronal-simd ")])
 def test_help_is_given_or_the_program_fails(option, shown, run):
     status, output, _ = run(SIMD, option)
     assert status == 0 and shown in output
