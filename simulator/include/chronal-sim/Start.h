@@ -14,6 +14,7 @@ namespace sim {
 /// Selects the service that a session talks to.
 struct StartOptions
 {
+    /// Sets `socket`.
     StartOptions(const std::string& place = std::string()) : socket(place) {}
 
     /// The Unix-domain socket of a service in another process, or the directory that contains it as

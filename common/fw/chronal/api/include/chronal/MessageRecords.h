@@ -25,20 +25,20 @@ struct chronalCmdDummy_t
 /// Notification of a daylight-saving change.
 struct chronalMsgDST_t
 {
-    std::int32_t dst;
+    std::int32_t dst; ///< 1 if daylight saving time has begun, 0 if it has ended
 };
 
 /// Notification of a broadcast (digital TV) time.
 struct chronalMsgDtvTime_t
 {
-    nubOsalTime_struct dtvTime;
+    nubOsalTime_struct dtvTime; ///< UTC
 };
 
 /// The time zone: set by a command, reported by a reply and a notification.
 struct chronalMsgTimezone_t
 {
-    nubDeserString_t timezone;
-    nubOsalTime_struct time; ///< the time of the reply or notification; 0 in the command
+    nubDeserString_t timezone; ///< a name such as "Europe/Berlin"
+    nubOsalTime_struct time;   ///< the time of the reply or notification; 0 in the command
 };
 
 /// Command that switches automatic time. cmdTimeInit() sends this record, too, with 0.
@@ -57,13 +57,13 @@ struct chronalMsgNtpData_t
 /// The date-and-time settings: set by two commands, reported by a reply.
 struct chronalMsgDateTime_t
 {
-    nubOsalTime_struct time0; ///< 0 in the commands
-    nubOsalTime_struct time1;
-    nubOsalTime_struct time2;
-    nubOsalTime_struct time3;
-    nubOsalTime_struct time4;
-    std::int32_t value;
-    nubDeserString_t text;
+    nubOsalTime_struct time0;        ///< 0 in the commands
+    nubOsalTime_struct time1;        ///< stored with the settings
+    nubOsalTime_struct time2;        ///< likewise
+    nubOsalTime_struct time3;        ///< likewise
+    nubOsalTime_struct time4;        ///< likewise
+    std::int32_t value;              ///< likewise
+    nubDeserString_t text;           ///< the NTP server
     std::int32_t flag1;              ///< true if not 0; -1 from cmdDateTimeSettingsSet()
     std::int32_t flag2;              ///< true if not 0; -1 from cmdDateTimeSettingsSet()
     std::int32_t timezoneSyncEnable; ///< true if not 0; sent unchanged
@@ -72,42 +72,42 @@ struct chronalMsgDateTime_t
 /// The result of a command. Two fetch commands send this record, too, with 0.
 struct chronalMsgReplyResult_t
 {
-    std::int32_t result;
+    std::int32_t result; ///< 0, or a negative error number
 };
 
 /// Replies and notifications that report times.
 struct chronalMsgReplyTime_t
 {
-    chronal::referenceTimeId_enum refTimeId;
-    nubOsalTime_struct utcTime;
-    nubOsalTime_struct utcDeviation; ///< local time minus UTC, or a deviation marker
-    nubOsalTime_struct localTime;
-    std::int32_t flag;
-    std::int32_t value;
+    chronal::referenceTimeId_enum refTimeId; ///< the source, if the message is about one
+    nubOsalTime_struct utcTime;              ///< UTC
+    nubOsalTime_struct utcDeviation;         ///< local time minus UTC, or a deviation marker
+    nubOsalTime_struct localTime;            ///< UTC plus the deviation
+    std::int32_t flag;                       ///< 1 if the source has a time
+    std::int32_t value;                      ///< the number with which the source was set
 };
 
 /// Command that asks for a time in UTC and in local time.
 struct chronalMsgCmdTimeAtData_t
 {
-    nubOsalTime_struct time;
-    std::int32_t isUtc; ///< 1 if `time` is UTC, 0 if it is local time
+    nubOsalTime_struct time; ///< the time to convert
+    std::int32_t isUtc;      ///< 1 if `time` is UTC, 0 if it is local time
 };
 
 /// Commands that pass a source and times.
 struct chronalMsgCmdRefTimeData_t
 {
-    chronal::referenceTimeId_enum refTimeId;
-    nubOsalTime_struct time1;
-    std::int32_t value;
-    nubOsalTime_struct time2;
-    nubOsalTime_struct time3;
-    nubOsalTime_struct time4;
+    chronal::referenceTimeId_enum refTimeId; ///< the source
+    nubOsalTime_struct time1;                ///< the first argument of the command
+    std::int32_t value;                      ///< kept with the source
+    nubOsalTime_struct time2;                ///< the second argument, or 0
+    nubOsalTime_struct time3;                ///< the third argument, or 0
+    nubOsalTime_struct time4;                ///< the fourth argument, or 0
 };
 
 /// Commands that pass only a source.
 struct chronalMsgCmdRefTimeId_t
 {
-    chronal::referenceTimeId_enum refTimeId;
+    chronal::referenceTimeId_enum refTimeId; ///< the source
 };
 
 // The tables are constant data, named after the records.

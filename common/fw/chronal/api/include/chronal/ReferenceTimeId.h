@@ -21,11 +21,14 @@ enum referenceTimeId_enum : std::int32_t
 /// enumeration.
 struct ReferenceTimeId
 {
+    /// No source.
     constexpr ReferenceTimeId() : id(referenceTimeInvalid) {}
+    /// Converts from the enumeration.
     constexpr ReferenceTimeId(referenceTimeId_enum source) : id(source) {}
+    /// Converts to the enumeration.
     constexpr operator const referenceTimeId_enum&() const { return id; }
 
-    referenceTimeId_enum id;
+    referenceTimeId_enum id; ///< any word may occur in a received message
 };
 
 static_assert(sizeof(ReferenceTimeId) == 4, "records hold a source as one 32-bit word");

@@ -42,7 +42,8 @@ public:
     /// and that none is running, nor any callback.
     ~UserAdapter() override = 0;
 
-    /// Connection reports. The middleware makes them on its dispatch thread, through
+    /// @name Connection reports
+    /// The middleware makes them on its dispatch thread, through
     /// fabric::ClientInterface. An override must call the function that it overrides:
     /// onServiceConnected() registers the handlers of all replies and notifications, and
     /// onServiceDisconnected() removes them. Commands may be sent from inside a report; the adapter
@@ -51,14 +52,21 @@ public:
     /// `reason` is a number of the middleware. On the host platform it is a positive error number
     /// (errno), or 0 if the connection was closed in good order.
     ///
-    /// onServiceConnected() registers nothing before setServiceInterface(). An exception of the
-    /// middleware passes through it, and the handlers registered before stay registered.
+    /// @{
+
+    /// The service cannot be reached.
     void onServiceConnectionFailed(int reason) override;
+    /// The connection has ended; removes the handlers.
     void onServiceDisconnected(int reason) override;
+    /// The service can be reached; registers the handlers, unless setServiceInterface() has not
+    /// been called. An exception of the middleware passes through, and the handlers registered
+    /// before stay registered.
     void onServiceConnected() override;
+    /// @}
 
 protected:
-    /// Replies and notifications. A callback is called only if the application overrides it, on the
+    /// @name Replies and notifications
+    /// A callback is called only if the application overrides it, on the
     /// dispatch thread of the middleware, while the connection is up. Commands may be sent from
     /// inside a callback; the adapter may not be destroyed there. An exception passes through to
     /// the middleware.
@@ -90,9 +98,14 @@ protected:
     /// The callbacks and their order are part of the binary interface. None can be added, because
     /// the virtual functions that applications declare follow them. They are exported, because an
     /// override is detected by its address.
+    /// @{
 
     /// The result of a command that has no other answer, or of any command that the service
-    /// refused: 0, or a negative error number such as -EBUSY.
+    /// refused: 0, or a negative error number such as -EBUSY. Answers cmdRefTimeSet(),
+    /// cmdRefLocalTimeSet(), cmdNextTimeDeviationChangeSet(), cmdSendDaylightsavingInfo(),
+    /// cmdRefTimeSubscribe(), cmdRefTimeUnsubscribe(), cmdRefTimeLock(), cmdRefTimeUnlock(),
+    /// cmdDateTimeSettingsSet(), cmdTimezoneSyncEnableSet(), cmdDateTimeNtpSet(),
+    /// cmdDateTimeNtpStart(), cmdDateTimeAutoTimeSet(), cmdTimezoneSet() and cmdTimeInit().
     CHRONAL_API virtual void onReplyResult(const fabric::MsgIds& ids, int result);
 
     /// Answers cmdRefTimeFetch() with the times of the source. `flag` is true if the source has a
@@ -173,6 +186,7 @@ protected:
 
     /// Daylight saving time has begun (`dst` is 1) or ended (0).
     CHRONAL_API virtual void onNotifyDSTChange(const fabric::MsgIds& ids, int dst);
+    /// @}
 
 public:
     /// Sets the interface of the service. Call it before the connection is reported and before
@@ -181,7 +195,8 @@ public:
     /// the state holder, so the caller may not hold it.
     void setServiceInterface(fabric::ServiceInterface* service);
 
-    /// Commands. Each sends one message and returns at once, without a result; the answer arrives
+    /// @name Commands
+    /// Each sends one message and returns at once, without a result; the answer arrives
     /// in a callback. Any number of threads may send at the same time, also from inside a callback
     /// or a connection report. No lock is taken. Arguments are copied; a string may hold any
     /// characters.
@@ -201,6 +216,7 @@ public:
     /// Commands throw std::bad_alloc, also for a string of 4 GiB or more, and pass on exceptions of
     /// the middleware. Nothing has been sent then, unless the middleware threw after it had taken
     /// the message.
+    /// @{
 
     /// Sets the UTC time of a source to `time1`, with both fields negated if `negate` is true.
     /// `time2` is the deviation of the source; zero or a marker leaves it as it is. `value` is kept
@@ -232,13 +248,15 @@ public:
     /// Asks for the next change of the deviation of a source. Answer: onReplyUtcDeviationInfo().
     void cmdNextTimeDeviationChangeFetch(fabric::MsgIds& ids, const ReferenceTimeId& refTimeId);
 
-    /// Starts and stops onNotifyCurrentTime() for a source. With the simulated service, a
-    /// subscription belongs to the session and ends with its connection.
+    /// Starts onNotifyCurrentTime() for a source. With the simulated service, a subscription
+    /// belongs to the session and ends with its connection.
     void cmdRefTimeSubscribe(fabric::MsgIds& ids, const ReferenceTimeId& refTimeId);
+    /// Ends what cmdRefTimeSubscribe() has begun.
     void cmdRefTimeUnsubscribe(fabric::MsgIds& ids, const ReferenceTimeId& refTimeId);
 
     /// Protects the time of a source from being set by anyone, until it is unlocked.
     void cmdRefTimeLock(fabric::MsgIds& ids, const ReferenceTimeId& refTimeId);
+    /// Ends what cmdRefTimeLock() has begun, whoever locked it.
     void cmdRefTimeUnlock(fabric::MsgIds& ids, const ReferenceTimeId& refTimeId);
 
     /// Asks for the UTC and local time of a source at the UTC time `time1`. Answer:
@@ -282,25 +300,42 @@ public:
 
     /// Initialises the time of all sources and switches automatic time off.
     void cmdTimeInit(fabric::MsgIds& ids);
+    /// @}
 
-    /// Receivers, the handlers that onServiceConnected() registers. Only the middleware calls them,
-    /// on its dispatch thread, each with an event of the identity that it is registered for, and
-    /// keeps the event alive until they return. A receiver decodes the record, calls its callback
-    /// if that is overridden, and returns 0. It calls nothing for an event without a payload. It
-    /// throws std::bad_alloc or std::length_error if a string cannot be decoded, and passes on
-    /// exceptions of the callback.
+    /// @name Receivers
+    /// The handlers that onServiceConnected() registers. Only the middleware calls them, on its
+    /// dispatch thread, each with an event of the identity that it is registered for, and keeps the
+    /// event alive until they return. A receiver decodes the record, calls its callback if that is
+    /// overridden, and returns 0. It calls nothing for an event without a payload. It throws
+    /// std::bad_alloc or std::length_error if a string cannot be decoded, and passes on exceptions
+    /// of the callback.
+    /// @{
+
+    /// Calls onReplyResult().
     int callReplyResult(const fabric::SerializableMessageEvent& event);
+    /// Calls onReplyTimeRefInfo().
     int callReplyTimeRefInfo(const fabric::SerializableMessageEvent& event);
+    /// Calls onReplyTimeRefAt().
     int callReplyTimeRefAt(const fabric::SerializableMessageEvent& event);
+    /// Calls onReplyTimeAt().
     int callReplyTimeAt(const fabric::SerializableMessageEvent& event);
+    /// Calls onReplyUtcDeviationInfo().
     int callReplyUtcDeviationInfo(const fabric::SerializableMessageEvent& event);
+    /// Calls onReplyDateTimeSettingsInfo().
     int callReplyDateTimeSettingsInfo(const fabric::SerializableMessageEvent& event);
+    /// Calls onReplyTimezoneInfo().
     int callReplyTimezoneInfo(const fabric::SerializableMessageEvent& event);
+    /// Calls onNotifyCurrentTime().
     int callNotifyCurrentTime(const fabric::SerializableMessageEvent& event);
+    /// Calls tzset() and onNotifyDeviationChange().
     int callNotifyDeviationChange(const fabric::SerializableMessageEvent& event);
+    /// Calls tzset() and onNotifyTimezoneChange().
     int callNotifyTimezoneChange(const fabric::SerializableMessageEvent& event);
+    /// Calls onNotifyDtvTimeChange().
     int callNotifyDtvTimeChange(const fabric::SerializableMessageEvent& event);
+    /// Calls onNotifyDSTChange().
     int callNotifyDSTChange(const fabric::SerializableMessageEvent& event);
+    /// @}
 
 private:
     friend class detail::CommandSender;
