@@ -22,7 +22,7 @@ namespace sim {
 template <class Payload>
 struct Message : fabric::host::MessageType
 {
-    typedef Payload Record;
+    typedef Payload Record; ///< the record that it carries
 };
 
 extern const Message<chronalMsgCmdRefTimeData_t> cmdRefTimeSet, cmdRefLocalTimeSet,
@@ -72,8 +72,8 @@ std::string messageText(const fabric::SerializableMessageEvent& message);
 /// A message without sender and ids, which can be sent any number of times.
 struct Content
 {
-    fabric::MsgMeta meta;
-    boost::shared_ptr<fabric::SerializableMessageData> data;
+    fabric::MsgMeta meta;                                    ///< its identity
+    boost::shared_ptr<fabric::SerializableMessageData> data; ///< shared by all events
 };
 
 /// Makes an event of a content, as the service sends it.

@@ -18,15 +18,18 @@ namespace testing {
 /// A time since 1970 or a span, as the platform has it, but comparable by value and printable.
 struct Time
 {
+    /// Seconds and microseconds.
     Time(std::int64_t wholeSeconds = 0, std::int32_t fraction = 0)
         : seconds(wholeSeconds), microseconds(fraction)
     {
     }
+    /// Converts from the platform's time.
     Time(const nubOsalTime_struct& time) : seconds(time.seconds), microseconds(time.microseconds) {}
+    /// Converts to the platform's time.
     operator nubOsalTime_struct() const;
 
-    std::int64_t seconds;
-    std::int32_t microseconds;
+    std::int64_t seconds;      ///< since 1970, or of the span
+    std::int32_t microseconds; ///< negative in a negative span
 };
 
 bool operator==(const Time& left, const Time& right);

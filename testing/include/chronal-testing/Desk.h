@@ -28,7 +28,9 @@ namespace testing {
 class Scope
 {
 public:
+    /// Calls `end` in its destructor.
     explicit Scope(std::function<void()> end) : end_(std::move(end)) {}
+    /// Leaves `other` without anything to end.
     Scope(Scope&& other) noexcept : end_(nullptr) { end_.swap(other.end_); }
     ~Scope()
     {
@@ -73,10 +75,10 @@ public:
     Desk(const Desk&) = delete;
     Desk& operator=(const Desk&) = delete;
 
-    fabric::AbstractApplication& application();
-    fabric::AbstractComponent& component();
-    fabric::ServiceInterface& service();
-    fabric::host::Session& session();
+    fabric::AbstractApplication& application(); ///< for the constructor of an adapter
+    fabric::AbstractComponent& component();     ///< likewise
+    fabric::ServiceInterface& service();        ///< for chronal::UserAdapter::setServiceInterface()
+    fabric::host::Session& session();           ///< to disconnect, and for its counters
 
     /// Reports the connection to a client, as the middleware does, until the end of the scope.
     Scope attach(fabric::ClientInterface& client);
@@ -98,13 +100,14 @@ public:
     void setTime(const Time& time);
 
     /// Lets time pass. Whatever falls due on the way is delivered at its moment, in order; nothing
-    /// waits afterwards. Throws std::invalid_argument for a negative span or a time in the past.
+    /// waits afterwards. Throws std::invalid_argument for a negative span.
     void advance(std::chrono::microseconds span);
+    /// Does the same up to a time. Throws std::invalid_argument for a time in the past.
     void advanceTo(const Time& time);
 
     /// The commands that the middleware has accepted, in the order in which they were sent.
     const std::vector<Command>& commands() const;
-    void forgetCommands();
+    void forgetCommands(); ///< empties commands()
 
     /// Has the service answer a command with this result instead of carrying it out.
     Scope refuse(const std::string& command, int error);
@@ -124,14 +127,14 @@ public:
         return answerWith(command, message, &record);
     }
 
-    /// Sends a reply with the ids of a command, or a notification. Throws std::logic_error without
-    /// a connection.
+    /// Sends a reply with the ids of a command. Throws std::logic_error without a connection.
     template <class Record>
     void reply(const fabric::MsgIds& ids, const sim::Message<Record>& message,
                const typename sim::Message<Record>::Record& record)
     {
         inject(&ids, message, &record);
     }
+    /// Sends a notification, also only with a connection.
     template <class Record>
     void notify(const sim::Message<Record>& message,
                 const typename sim::Message<Record>::Record& record)

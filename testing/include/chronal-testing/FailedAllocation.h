@@ -10,6 +10,7 @@ namespace testing {
 class FailedAllocation
 {
 public:
+    /// Throws nothing; `number` is at least 1.
     explicit FailedAllocation(unsigned number);
     ~FailedAllocation();
 

@@ -21,6 +21,7 @@
 /// everything else. Arguments at the end may be left out; they match anything.
 namespace chronal {
 
+/// Prints the name of a source in failures.
 inline void PrintTo(const referenceTimeId_enum& source, std::ostream* out)
 {
     *out << Helpers::getRefTimeStr(source);

@@ -20,8 +20,8 @@ class MessageCatalogue;
 /// Counts events since the session was created. On 32-bit hosts a count wraps after 4 294 967 295.
 struct SessionCounters
 {
-    std::uint64_t framesSent;
-    std::uint64_t framesReceived;
+    std::uint64_t framesSent;        ///< commands
+    std::uint64_t framesReceived;    ///< replies and notifications
     std::uint64_t framesRefused;     ///< malformed, a command, of an unknown identity, or received
                                      ///< when memory was exhausted
     std::uint64_t messagesUnhandled; ///< well-formed, but no handler was registered
@@ -62,9 +62,9 @@ public:
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
-    AbstractApplication& application();
-    AbstractComponent& component();
-    ServiceInterface& service();
+    AbstractApplication& application(); ///< lives as long as the session
+    AbstractComponent& component();     ///< likewise
+    ServiceInterface& service();        ///< likewise
 
     /// Reports the connection to `client` from now on. If it is up already, that is reported at
     /// once, on the dispatch thread. `client` must live until it is detached. Ignored for a client
@@ -89,11 +89,11 @@ public:
     void disconnect() noexcept;
 
     /// With Dispatch::caller: opens and closes the link, and makes the reports and deliveries that
-    /// are due, until nothing is. Never waits. Returns true if there was anything to do. Must not be
-    /// called inside a callback.
+    /// are due, until nothing is. Never waits. Returns true if there was anything to do. Must not
+    /// be called inside a callback.
     bool poll();
 
-    SessionCounters counters() const;
+    SessionCounters counters() const; ///< thread-safe, like all operations
 
 private:
     class Impl;
@@ -105,6 +105,7 @@ private:
 class Attachment
 {
 public:
+    /// Attaches `client`. Throws std::bad_alloc.
     Attachment(Session& session, ClientInterface& client) : session_(session), client_(client)
     {
         session_.attach(client_);
