@@ -1,4 +1,4 @@
-"""The commands in README.md can be typed from top to bottom and print the output shown."""
+"""What README.md and then docs/two-processes.md print can be typed and gives the output shown."""
 
 import os
 import re
@@ -48,7 +48,8 @@ def test_each_block_works_from_top_to_bottom(directory, environment, start):
         assert comparable(said) == comparable(shown), command
 
     # The prose before each block of code, its language and its text.
-    parts = re.split(r"^```(\w*)\n", (SOURCE / "README.md").read_text(), flags=re.M)
+    pages = [(SOURCE / page).read_text() for page in ("README.md", "docs/two-processes.md")]
+    parts = re.split(r"^```(\w*)\n", "".join(pages), flags=re.M)
     assert re.findall(r"^\S+", parts[2], re.M) == ["scripts/demo", "scripts/test"]
     assert parts[5::4].count("console") == 1
     for number, (before, language, text) in enumerate(zip(parts[4::4], parts[5::4], parts[6::4])):
