@@ -26,7 +26,7 @@ ERRORS = [
     ("--period", ["0s", "1.0005", "1441min"], "not a period; expected whole milliseconds, from"),
     ("--start-time", ["now"], "not a time; expected for example 2026-03-29T01:00:00Z"),
     ("--start-time", ["@-1", "@253402300800"], "not within the years 1970 to 9999"),
-    ("--speed", ["nan", "0", "1000001", "1x", ""], "not a number from 0.001 to 1000000"),
+    ("--speed", ["nan", "-1", "1000001", "1x", ""], "not 0 or a number from 0.001 to 1000000"),
     ("--drop-after", ["0", "x"], "not a whole number from 1 to "),
     ("--refuse", ["cmdNo"], "not a command; expected one of: cmdRefTimeSet, "),
 ]
@@ -192,3 +192,37 @@ def test_a_terminal_that_is_not_read_does_not_hold_up_the_service(
 def test_time_starts_anywhere_and_runs_faster(start_service, monitor):
     start_service(*"--zone Europe/Berlin --start-time 2026-03-29T00:00Z --speed 10000".split())
     monitor().wait_for(r"^deviation-change  deviation \+2h  utc '2026-03-29 01:")
+
+
+CONTROL = [
+    ("time", "ok 2026-10-25T00:59:59Z"),
+    ("advance 1.5s", "ok 2026-10-25T01:00:00.500000Z"),
+    ("time 1969-12-31", "error: '1969-12-31' is not within the years 1970 to 9999"),
+    ("freeze", "ok 2026-10-25T01:00:00.500000Z"),
+    (" refuse  timezone-set -13 ", "ok"),
+    ("refuse cmdUTCTimeAt -13", "ok"),
+    ("refuse clock -13", "error: 'clock' is not a command; expected one of: ref-time-set, .*"),
+    ("refuse dst", "error: expected: refuse COMMAND NUMBER"),
+    ("answer timezone-fetch timezone-info Mars/City +1h", "ok"),
+    ("answer timezone-fetch dst", "error: 'dst' is not a message of that kind; .* result, .*"),
+    ("notify dst 1 2", "error: '2' is one field too many"),
+    ("notify dst x", "error: 'x' is not a whole number from .*"),
+    ("shout", "error: 'shout' is not a word; expected one of: advance, time, .*"),
+    ("shout " + 70000 * "x", "error: the line is longer than 70000 characters"),
+]
+
+
+def test_each_line_of_control_is_answered(start_service, chronalctl, answer):
+    options = ("--control", "--speed", "0", "--start-time", "2026-10-25T00:59:59Z")
+    service = start_service(*options)
+    for number, (line, said) in enumerate(CONTROL, 1):
+        service.tell(line)
+        service.wait_for("^(ok|error)", number)
+        assert service.matches(f"^{said}$"), line
+    assert chronalctl("timezone set UTC")[0] == 1
+    assert "Mars/City" in answer("timezone get")
+    service.tell("obey timezone-set\nobey timezone-fetch")
+    service.wait_for("^ok$", 5)
+    assert answer("timezone set UTC") == "done\n"
+    service.popen.stdin.close()
+    assert service.stop() == 0

@@ -4,10 +4,10 @@ import itertools
 import mmap
 import os
 import re
+import socket
 import struct
 
 import pytest
-from conftest import is_closed
 
 pytestmark = pytest.mark.skipif(
     "-fsanitize" in os.environ["CXXFLAGS"], reason="a sanitizer has an allocator of its own"
@@ -68,6 +68,16 @@ def converse(end):
 
 
 @pytest.fixture
+def connect(directory):
+    def connect():
+        end = socket.socket(socket.AF_UNIX)
+        end.connect(str(directory / "it"))
+        return end
+
+    return connect
+
+
+@pytest.fixture
 def served(connect):
     """served(): returns true if a new client gets all it asks for."""
 
@@ -99,9 +109,9 @@ def shortage(directory, environment):
 OPTIONS = ("--period", "1ms", "--verbose")
 
 
-def test_a_failed_allocation_costs_at_most_a_message_or_a_connection(shortage, service, served):
+def test_a_failed_allocation_costs_at_most_a_message_or_a_connection(shortage, start_service, served):
     for allocation in itertools.count(1, STRIDE):
-        running = service(*OPTIONS)
+        running = start_service(*OPTIONS)
         shortage(allocation)
         complete = [served() for _ in range(3)]
         failures = shortage(0)
@@ -114,12 +124,14 @@ def test_a_failed_allocation_costs_at_most_a_message_or_a_connection(shortage, s
 
 
 @pytest.mark.parametrize("ends", [False, True], ids=["passes", "lasts"])
-def test_a_shortage_can_last(ends, shortage, service, connect, served):
-    running = service(*OPTIONS)
+def test_a_shortage_can_last(ends, shortage, start_service, connect, served):
+    running = start_service(*OPTIONS)
     subscriber = connect()
     assert converse(subscriber)
     shortage(-1)
-    assert is_closed(subscriber)
+    with subscriber.makefile("rb") as stream:
+        while receive(stream):
+            pass
     assert not any(served() for _ in range(50))
     assert shortage(-1 if ends else 0) < 1000
     assert ends or served()
