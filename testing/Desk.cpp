@@ -23,7 +23,8 @@ namespace {
 using fabric::host::FrameBytes;
 using fabric::host::FrameView;
 
-constexpr std::size_t mostDeliveries = 10000;
+// More than any application causes before it rests.
+constexpr std::size_t mostCaused = 10000;
 
 sim::Utc checkedUtc(const Time& time)
 {
@@ -108,8 +109,8 @@ public:
     };
 
     bool runOne();
-    template <class More>
-    std::size_t runWhile(More more);
+    std::size_t run();
+    std::size_t runUntilIdle();
     void runDue() { injector.runDue(); }
     void drop(int reason);
     void setError(int error);
@@ -148,6 +149,9 @@ private:
               std::unique_ptr<fabric::SerializableMessageEvent> event) override;
     void drop(fabric::host::ClientId client, int reason) override;
 
+    template <class Step>
+    bool guarded(Step step);
+    bool deliverNext();
     void deliver(const Item& item);
     void connect();
     void disconnectService();
@@ -165,7 +169,9 @@ public:
     fabric::host::Session session; // last: it uses the link, and so all of the above
 };
 
-bool Desk::Impl::runOne()
+/// Takes a step of the delivery, unless it is inside another. Returns what the step returns.
+template <class Step>
+bool Desk::Impl::guarded(Step step)
 {
     if (running_) {
         nested_ = true;
@@ -177,20 +183,50 @@ bool Desk::Impl::runOne()
         ~Running() { running = false; }
         bool& running;
     };
+    nested_ = false;
     bool any = false;
     {
         const Running running(running_);
-        any = session.poll();
-        if (!any && !waiting.empty()) {
-            any = true;
-            const Item item = std::move(waiting.front());
-            waiting.pop_front();
-            deliver(item);
-        }
+        any = step();
     }
-    if (std::exchange(nested_, false))
+    if (nested_)
         throw std::logic_error("Desk: a callback has called a function that delivers");
     return any;
+}
+
+bool Desk::Impl::runOne()
+{
+    return guarded([this] { return session.poll() || deliverNext(); });
+}
+
+std::size_t Desk::Impl::run()
+{
+    std::size_t left = waiting.size();
+    std::size_t count = guarded([this] { return session.poll(); }) ? 1 : 0;
+    for (; left != 0 && guarded([this] { return deliverNext(); }); --left)
+        ++count;
+    return count;
+}
+
+std::size_t Desk::Impl::runUntilIdle()
+{
+    const std::size_t most = waiting.size() + mostCaused;
+    std::size_t count = 0;
+    while (runOne())
+        if (++count > most)
+            throw std::runtime_error("Desk: not idle after " + std::to_string(most) +
+                                     " deliveries");
+    return count;
+}
+
+bool Desk::Impl::deliverNext()
+{
+    if (waiting.empty())
+        return false;
+    const Item item = std::move(waiting.front());
+    waiting.pop_front();
+    deliver(item);
+    return true;
 }
 
 void Desk::Impl::deliver(const Item& item)
@@ -303,16 +339,6 @@ void Desk::Impl::inject(const fabric::MsgIds* ids, const sim::Content& content)
     waiting.push_back({Item::toClient, 0, encoded(*sim::newEvent(content, ids ? *ids : own))});
 }
 
-template <class More>
-std::size_t Desk::Impl::runWhile(More more)
-{
-    std::size_t count = 0;
-    while (more(count) && runOne())
-        if (++count == mostDeliveries)
-            throw std::runtime_error("Desk: not idle after 10000 deliveries");
-    return count;
-}
-
 Desk::Desk(const std::string& zone, const Time& start, std::chrono::milliseconds notificationPeriod)
     : impl_(new Impl(zone, start, notificationPeriod))
 {
@@ -337,17 +363,9 @@ Scope Desk::attach(fabric::ClientInterface& client)
 
 bool Desk::runOne() { return impl_->runOne(); }
 
-std::size_t Desk::run()
-{
-    std::size_t count = impl_->session.poll() ? 1 : 0;
-    const std::size_t waiting = impl_->waiting.size();
-    return count + impl_->runWhile([&](std::size_t delivered) { return delivered < waiting; });
-}
+std::size_t Desk::run() { return impl_->run(); }
 
-std::size_t Desk::runUntilIdle()
-{
-    return impl_->runWhile([](std::size_t) { return true; });
-}
+std::size_t Desk::runUntilIdle() { return impl_->runUntilIdle(); }
 
 Time Desk::now() const { return sim::wireTime(impl_->clock.utc()); }
 

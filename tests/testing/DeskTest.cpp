@@ -94,6 +94,26 @@ TEST_F(ConnectedDeskTest, RefusesDeliveryInsideACallback)
     EXPECT_EQ(desk.session().counters().exceptionsCaught, 1U);
 }
 
+TEST_F(DeskTest, RefusesDeliveryInsideAReport)
+{
+    application.onNote = [&] { desk.run(); };
+    EXPECT_EQ(desk.run(), 1U); // the session begins to connect
+    EXPECT_THROW(desk.run(), std::logic_error);
+    desk.session().disconnect(); // is reported by the session itself
+    EXPECT_THROW(desk.run(), std::logic_error);
+    EXPECT_EQ(desk.run(), 0U);
+}
+
+TEST_F(ConnectedDeskTest, DeliversAnyNumberOfMessagesThatWait)
+{
+    for (int i = 0; i < 10001; ++i)
+        desk.notify(chronal::sim::notifyDSTChange, {1});
+    EXPECT_EQ(desk.run(), 10001U);
+    for (int i = 0; i < 10001; ++i)
+        desk.notify(chronal::sim::notifyDSTChange, {1});
+    EXPECT_EQ(desk.runUntilIdle(), 10001U);
+}
+
 TEST_F(ConnectedDeskTest, GivesUpOnAnApplicationThatNeverRests)
 {
     application.onNote = [&] { application.cmdTimezoneFetch(ids); };

@@ -90,7 +90,7 @@ public:
     std::size_t run();
 
     /// Delivers until nothing waits. Returns the number of messages and reports. Throws
-    /// std::runtime_error after 10 000 of them.
+    /// std::runtime_error if what waits causes more than 10 000 others.
     std::size_t runUntilIdle();
 
     /// The service's UTC.
