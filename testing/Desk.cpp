@@ -43,6 +43,18 @@ const std::string& checkedCommand(const std::string& name)
                                 names.front() + "'");
 }
 
+/// Steady time counts nanoseconds in 64 bits, which a span between two times of the calendar
+/// exceeds.
+sim::Clock::TimePoint checkedLater(const sim::Clock& clock, std::chrono::microseconds span)
+{
+    const sim::Clock::TimePoint last{std::chrono::hours(24 * 36525)};
+    const auto most = std::chrono::duration_cast<std::chrono::microseconds>(last - clock.steady());
+    if (span >= span.zero() && span <= most)
+        return clock.steady() + span;
+    throw std::invalid_argument("Desk: a span of " + std::to_string(span.count()) +
+                                " us is negative or leads beyond a century");
+}
+
 FrameBytes encoded(const fabric::SerializableMessageEvent& event)
 {
     FrameBytes frame;
@@ -377,10 +389,7 @@ void Desk::setTime(const Time& time)
 
 void Desk::advance(std::chrono::microseconds span)
 {
-    if (span < std::chrono::microseconds::zero())
-        throw std::invalid_argument("Desk: cannot advance by the negative span " +
-                                    sim::timeText(sim::wireSpan(span)));
-    const sim::Clock::TimePoint target = impl_->clock.steady() + span;
+    const sim::Clock::TimePoint target = checkedLater(impl_->clock, span);
     runUntilIdle();
     while (!impl_->injector.advance(impl_->clock, target))
         runUntilIdle();
@@ -412,6 +421,7 @@ Scope Desk::ignore(const std::string& command) { return withFault(impl_->injecto
 
 Scope Desk::delay(const std::string& command, std::chrono::microseconds span)
 {
+    checkedLater(impl_->clock, span);
     return withFault(impl_->injector, command, {true, {}, span});
 }
 

@@ -205,8 +205,12 @@ TEST_F(DeskTest, SaysWhatIsWrong)
         {[] { utc("2026-01-01"); }, "'2026-01-01' is not a time"},
         {[] { utc("infinite-future"); }, "is not a time"},
         {[&] { desk.refuse("timezone", -1); }, "'timezone' is not a command"},
-        {[&] { desk.advance(std::chrono::seconds(-1)); }, "negative span -1s"},
-        {[&] { desk.advanceTo(utc("2026-10-25T00:59:57Z")); }, "negative span -1s"},
+        {[&] { desk.advance(std::chrono::seconds(-1)); }, "-1000000 us is negative"},
+        {[&] { desk.advanceTo(utc("2026-10-25T00:59:57Z")); }, "-1000000 us is negative"},
+        {[&] { desk.advanceTo(utc("9999-12-31T23:59:59Z")); }, "beyond a century"},
+        {[&] { desk.advance(std::chrono::microseconds::max()); }, "beyond a century"},
+        {[&] { desk.delay("cmdTimeInit", std::chrono::microseconds::max()); }, "beyond a century"},
+        {[&] { desk.delay("cmdTimeInit", std::chrono::seconds(-1)); }, "-1000000 us is negative"},
         {[&] { desk.notify(chronal::sim::notifyDSTChange, {1}); }, "without a connection"},
     };
     for (const auto& [call, expected] : cases)

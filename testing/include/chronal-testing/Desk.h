@@ -100,7 +100,8 @@ public:
     void setTime(const Time& time);
 
     /// Lets time pass. Whatever falls due on the way is delivered at its moment, in order; nothing
-    /// waits afterwards. Throws std::invalid_argument for a negative span.
+    /// waits afterwards. Throws std::invalid_argument for a negative span, or more than a century in
+    /// the life of the desk; setTime() goes further.
     void advance(std::chrono::microseconds span);
     /// Does the same up to a time. Throws std::invalid_argument for a time in the past.
     void advanceTo(const Time& time);
@@ -115,7 +116,8 @@ public:
     /// Loses a command: it is neither carried out nor answered.
     Scope ignore(const std::string& command);
 
-    /// Delays the answer to a command, which is carried out at once.
+    /// Delays the answer to a command, which is carried out at once. Answers that are delayed when
+    /// the scope ends still come late. Throws std::invalid_argument like advance().
     Scope delay(const std::string& command, std::chrono::microseconds span);
 
     /// Has the service answer a command with this message, the right one or not, instead of
