@@ -9,6 +9,7 @@
 
 #include <signal.h>
 #include <spawn.h>
+#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -131,7 +132,8 @@ public:
     {
         kill(process_, SIGTERM);
         waitpid(process_, nullptr, 0);
-        std::fclose(input_);
+        if (input_)
+            std::fclose(input_);
         std::fclose(output_);
     }
     Service(const Service&) = delete;
@@ -144,13 +146,28 @@ public:
         return answer();
     }
 
-private:
+    /// Closes standard input afterwards.
+    void writeAll(const std::string& lines)
+    {
+        std::fputs(lines.c_str(), input_);
+        std::fclose(std::exchange(input_, nullptr));
+    }
+
+    void waitUntilFull()
+    {
+        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+        int waiting = 0;
+        while (waiting < 60000 && std::chrono::steady_clock::now() < end)
+            ioctl(fileno(output_), FIONREAD, &waiting);
+    }
+
     std::string answer()
     {
         char line[200] = "";
         return std::fgets(line, sizeof(line), output_) ? line : "nothing";
     }
 
+private:
     pid_t process_ = 0;
     std::FILE* input_;
     std::FILE* output_;
@@ -183,6 +200,20 @@ TEST(TwoProcesses, LookToAnApplicationLikeADesk)
     EXPECT_EQ(overASocket(), desk);
     for (const auto& notes : desk)
         EXPECT_THAT(notes, ::testing::Not(::testing::IsEmpty()));
+}
+
+TEST(TwoProcesses, AnswerALateReader)
+{
+    Service service(::testing::TempDir() + "desk-" + std::to_string(getpid()));
+    constexpr int count = 5000; // answers do not fit into a pipe, and lines do
+    std::string lines;
+    for (int i = 0; i < count; ++i)
+        lines += "freeze\n";
+    service.writeAll(lines + "unfinished");
+    service.waitUntilFull();
+    for (int i = 0; i < count; ++i)
+        ASSERT_EQ(service.answer().substr(0, 2), "ok") << i;
+    EXPECT_EQ(service.answer().substr(0, 19), "error: 'unfinished'");
 }
 
 } // namespace

@@ -30,6 +30,9 @@ using Words = std::vector<std::string>;
 
 constexpr std::size_t longestLine = 70000; // a message of the longest text
 
+// With every character escaped, it fits into a pipe that reports room.
+constexpr std::size_t longestComplaint = 800;
+
 /// "timezone-set" for "cmdTimezoneSet", "dst" for "notifyDSTChange".
 std::string wordOf(std::string name)
 {
@@ -262,7 +265,7 @@ void Control::read()
             return;
         const ssize_t count = ::read(STDIN_FILENO, bytes, sizeof(bytes));
         if (count <= 0)
-            return;
+            return obey(input);
         for (const char* next = bytes; next != bytes + count; ++next) {
             if (*next == '\n')
                 obey(std::exchange(input, std::string()));
@@ -272,13 +275,22 @@ void Control::read()
     }
 }
 
+/// Waits until standard output has room for an answer, or until the host has stopped: a line
+/// without room is left out.
+void Control::waitForRoom() const
+{
+    pollfd sources[] = {{STDOUT_FILENO, POLLOUT, 0}, {ended_[0], POLLIN, 0}};
+    while (::poll(sources, std::size(sources), -1) < 0 && errno == EINTR) {
+    }
+}
+
 void Control::obey(const std::string& line)
 {
-    std::string reply;
     try {
         const Words parts = split(line);
         if (parts.empty())
             return;
+        waitForRoom();
         if (line.size() > longestLine)
             throw std::invalid_argument("the line is longer than 70000 characters");
         const Word& word = wordNamed(parts[0]);
@@ -294,7 +306,8 @@ void Control::obey(const std::string& line)
             return true;
         });
     } catch (const std::exception& error) {
-        const std::string what = fabric::host::printable(error.what());
+        const std::string what =
+            fabric::host::printable(std::string(error.what()).substr(0, longestComplaint));
         post([&] {
             answer_("error: " + what);
             return true;

@@ -35,6 +35,7 @@ public:
 
 private:
     void read();
+    void waitForRoom() const;
     void obey(const std::string& line);
     void post(const std::function<bool()>& step);
 
