@@ -121,7 +121,7 @@ public:
     Scope delay(const std::string& command, std::chrono::microseconds span);
 
     /// Has the service answer a command with this message, the right one or not, instead of
-    /// carrying it out.
+    /// carrying it out. The record's fields have the order of chronal/MessageRecords.h.
     template <class Record>
     Scope answer(const std::string& command, const sim::Message<Record>& message,
                  const typename sim::Message<Record>::Record& record)
