@@ -1,7 +1,6 @@
 #include <chronal-testing/Desk.h>
 
 #include <algorithm>
-#include <cstdint>
 #include <deque>
 #include <optional>
 #include <stdexcept>
@@ -170,7 +169,6 @@ private:
 
     fabric::host::LinkListener* listener_ = nullptr; // while the link is open
     fabric::host::ClientId client_ = 0;
-    std::uint32_t lastNotification_ = 1U << 30; // apart from those of the service
     bool up_ = false;
     int toldError_ = 0;          // of the last attempt to connect that was reported
     std::optional<int> dropped_; // by the service, during the call in progress
@@ -342,13 +340,14 @@ void Desk::Impl::drop(fabric::host::ClientId client, int reason)
         dropped_ = reason;
 }
 
-/// Without ids, a notification gets some of its own.
+/// Without ids, the message is a notification.
 void Desk::Impl::inject(const fabric::MsgIds* ids, const sim::Content& content)
 {
     if (!up_)
         throw std::logic_error("Desk: no message can be sent without a connection");
-    const fabric::MsgIds own = {0, ++lastNotification_};
-    waiting.push_back({Item::toClient, 0, encoded(*sim::newEvent(content, ids ? *ids : own))});
+    if (!ids)
+        return injector.notify(content);
+    waiting.push_back({Item::toClient, 0, encoded(*sim::newEvent(content, *ids))});
 }
 
 Desk::Desk(const std::string& zone, const Time& start, std::chrono::milliseconds notificationPeriod)
