@@ -7,6 +7,8 @@
 #include <cmath>
 #include <cstdint>
 #include <ctime>
+#include <stdexcept>
+#include <string>
 
 namespace chronal::sim {
 
@@ -16,7 +18,7 @@ namespace {
 constexpr Span longestWait = std::chrono::minutes(1);
 
 // Keeps steady time in range, and is longer than any wait for a change that somebody may see.
-constexpr Span longestJump = std::chrono::hours(24 * 36525);
+constexpr Span century = std::chrono::hours(24 * 36525);
 
 Span machineTime()
 {
@@ -75,9 +77,18 @@ Clock::TimePoint SettableClock::steady() const { return steady_ + elapsed(); }
 Clock::TimePoint SettableClock::steadyAfter(Span wait) const
 {
     if (speed_ == 0)
-        return steady_ + std::clamp(wait, Span::zero(), longestJump);
+        return steady_ + std::clamp(wait, Span::zero(), century);
     return steady() + Span(static_cast<Span::rep>(std::ceil(std::clamp(
                           inMicroseconds(wait) / speed_, 0.0, inMicroseconds(longestWait)))));
+}
+
+Clock::TimePoint SettableClock::later(Span span) const
+{
+    const Span passed = std::chrono::duration_cast<Span>(steady().time_since_epoch());
+    if (span < Span::zero() || span > century - passed)
+        throw std::invalid_argument("a span of " + std::to_string(span.count()) +
+                                    " us is negative or leads beyond a century");
+    return steady() + span;
 }
 
 Clock::TimePoint SettableClock::onMachine(TimePoint steady) const

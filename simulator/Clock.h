@@ -41,6 +41,10 @@ public:
     TimePoint steadyAfter(Span wait) const override;
     TimePoint onMachine(TimePoint steady) const override;
 
+    /// The steady time after `span`. Throws std::invalid_argument for a negative span, or one that
+    /// leads more than a century ahead: steady time is limited.
+    TimePoint later(Span span) const;
+
     void setUtc(Utc utc);
     double speed() const { return speed_; }
     void setSpeed(double speed);

@@ -119,11 +119,20 @@ FaultInjector::TimePoint FaultInjector::runDueByClock()
 
 bool FaultInjector::advance(SettableClock& clock, TimePoint target)
 {
-    const double speed = clock.speed();
-    clock.setSpeed(0); // so that the next due time is exact
-    clock.advanceTo(std::min(runDueByClock(), target));
-    runDueByClock();
-    clock.setSpeed(speed);
+    {
+        struct Stopped // so that the next due time is exact
+        {
+            explicit Stopped(SettableClock& stopped) : clock(stopped), speed(stopped.speed())
+            {
+                clock.setSpeed(0);
+            }
+            ~Stopped() { clock.setSpeed(speed); }
+            SettableClock& clock;
+            const double speed;
+        } const stopped(clock);
+        clock.advanceTo(std::min(runDueByClock(), target));
+        runDueByClock();
+    }
     return clock.steady() >= target;
 }
 

@@ -42,16 +42,13 @@ const std::string& checkedCommand(const std::string& name)
                                 names.front() + "'");
 }
 
-/// Steady time counts nanoseconds in 64 bits, which a span between two times of the calendar
-/// exceeds.
-sim::Clock::TimePoint checkedLater(const sim::Clock& clock, std::chrono::microseconds span)
+/// Error numbers of answers and of sendEvent() are negative, those of reports are not.
+int checkedError(int error, bool valid)
 {
-    const sim::Clock::TimePoint last{std::chrono::hours(24 * 36525)};
-    const auto most = std::chrono::duration_cast<std::chrono::microseconds>(last - clock.steady());
-    if (span >= span.zero() && span <= most)
-        return clock.steady() + span;
-    throw std::invalid_argument("Desk: a span of " + std::to_string(span.count()) +
-                                " us is negative or leads beyond a century");
+    if (!valid)
+        throw std::invalid_argument("error number " + std::to_string(error) +
+                                    " has the wrong sign");
+    return error;
 }
 
 FrameBytes encoded(const fabric::SerializableMessageEvent& event)
@@ -388,7 +385,7 @@ void Desk::setTime(const Time& time)
 
 void Desk::advance(std::chrono::microseconds span)
 {
-    const sim::Clock::TimePoint target = checkedLater(impl_->clock, span);
+    const sim::Clock::TimePoint target = impl_->clock.later(span);
     runUntilIdle();
     while (!impl_->injector.advance(impl_->clock, target))
         runUntilIdle();
@@ -413,14 +410,15 @@ Scope withFault(sim::FaultInjector& injector, const std::string& command, const 
 
 Scope Desk::refuse(const std::string& command, int error)
 {
-    return withFault(impl_->injector, command, {false, sim::refusal(error), {}});
+    return withFault(impl_->injector, command,
+                     {false, sim::refusal(checkedError(error, error < 0)), {}});
 }
 
 Scope Desk::ignore(const std::string& command) { return withFault(impl_->injector, command, {}); }
 
 Scope Desk::delay(const std::string& command, std::chrono::microseconds span)
 {
-    checkedLater(impl_->clock, span);
+    (void)impl_->clock.later(span); // it has to be in range
     return withFault(impl_->injector, command, {true, {}, span});
 }
 
@@ -433,21 +431,24 @@ Scope Desk::answerWith(const std::string& command, const fabric::host::MessageTy
 void Desk::inject(const fabric::MsgIds* ids, const fabric::host::MessageType& message,
                   const void* record)
 {
+    if (message.kind != (ids ? fabric::host::kindReply : fabric::host::kindNotification))
+        throw std::invalid_argument(message.name + std::string(" is not a ") +
+                                    (ids ? "reply" : "notification"));
     impl_->inject(ids, copied(message, record));
 }
 
-void Desk::drop(int reason) { impl_->drop(reason); }
+void Desk::drop(int reason) { impl_->drop(checkedError(reason, reason >= 0)); }
 
 Scope Desk::unreachable(int error)
 {
     const int previous = impl_->connectError;
-    impl_->setError(error);
+    impl_->setError(checkedError(error, error > 0));
     return Scope([this, previous] { impl_->setError(previous); });
 }
 
 Scope Desk::refuseToSend(int error)
 {
-    const int previous = std::exchange(impl_->sendError, error);
+    const int previous = std::exchange(impl_->sendError, checkedError(error, error < 0));
     return Scope([this, previous] { impl_->sendError = previous; });
 }
 

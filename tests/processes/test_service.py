@@ -28,7 +28,7 @@ ERRORS = [
     ("--start-time", ["@-1", "@253402300800"], "not within the years 1970 to 9999"),
     ("--speed", ["nan", "-1", "1000001", "1x", ""], "not 0 or a number from 0.001 to 1000000"),
     ("--drop-after", ["0", "x"], "not a whole number from 1 to "),
-    ("--refuse", ["cmdNo"], "not a command; expected one of: cmdRefTimeSet, "),
+    ("--refuse", ["cmdNo"], "not a command; expected one of: ref-time-set, "),
 ]
 
 
@@ -204,10 +204,10 @@ CONTROL = [
     ("refuse clock -13", "error: 'clock' is not a command; expected one of: ref-time-set, .*"),
     ("refuse dst", "error: expected: refuse COMMAND NUMBER"),
     ("answer timezone-fetch timezone-info Mars/City +1h", "ok"),
-    ("answer timezone-fetch dst", "error: 'dst' is not a message of that kind; .* result, .*"),
+    ("answer timezone-fetch dst", "error: 'dst' is not a reply; .* result, .*"),
     ("notify dst 1 2", "error: '2' is one field too many"),
     ("notify dst x", "error: 'x' is not a whole number from .*"),
-    ("shout", "error: 'shout' is not a word; expected one of: advance, time, .*"),
+    ("shout", "error: 'shout' is not a control word; expected one of: advance, time, .*"),
     ("shout " + 70000 * "x", "error: the line is longer than 70000 characters"),
 ]
 

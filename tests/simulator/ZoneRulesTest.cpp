@@ -41,7 +41,7 @@ struct Database
 void compare(const DeviationRule& rule, Utc begin)
 {
     const auto deviationAt = [&](Utc moment) {
-        const std::time_t time = moment.time_since_epoch() / seconds(1);
+        const auto time = static_cast<std::time_t>(moment.time_since_epoch() / seconds(1));
         const Period period = rule.periodAt(moment);
         std::tm read = {};
         localtime_r(&time, &read);

@@ -204,14 +204,18 @@ TEST_F(DeskTest, SaysWhatIsWrong)
         {[] { Desk("UTC", utc("2026-01-01T00:00:00Z"), std::chrono::hours(25)); }, "a day"},
         {[] { utc("2026-01-01"); }, "'2026-01-01' is not a time"},
         {[] { utc("infinite-future"); }, "is not a time"},
-        {[&] { desk.refuse("timezone", -1); }, "'timezone' is not a command"},
+        {[&] { (void)desk.refuse("timezone", -1); }, "'timezone' is not a command"},
         {[&] { desk.advance(std::chrono::seconds(-1)); }, "-1000000 us is negative"},
         {[&] { desk.advanceTo(utc("2026-10-25T00:59:57Z")); }, "-1000000 us is negative"},
         {[&] { desk.advanceTo(utc("9999-12-31T23:59:59Z")); }, "beyond a century"},
         {[&] { desk.advance(std::chrono::microseconds::max()); }, "beyond a century"},
-        {[&] { desk.delay("cmdTimeInit", std::chrono::microseconds::max()); }, "beyond a century"},
-        {[&] { desk.delay("cmdTimeInit", std::chrono::seconds(-1)); }, "-1000000 us is negative"},
+        {[&] { (void)desk.delay("cmdTimeInit", std::chrono::microseconds::max()); },
+         "beyond a century"},
+        {[&] { (void)desk.delay("cmdTimeInit", std::chrono::seconds(-1)); },
+         "-1000000 us is negative"},
         {[&] { desk.notify(chronal::sim::notifyDSTChange, {1}); }, "without a connection"},
+        {[&] { desk.notify(chronal::sim::replyResult, {1}); }, "replyResult is not a notification"},
+        {[&] { (void)desk.refuse("cmdTimeInit", 13); }, "error number 13 has the wrong sign"},
     };
     for (const auto& [call, expected] : cases)
         EXPECT_THAT(call, ::testing::Throws<std::exception>(

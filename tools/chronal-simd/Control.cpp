@@ -51,30 +51,27 @@ std::string wordOf(std::string name)
     return word;
 }
 
-std::string commandOf(const std::string& word)
+/// Returns the place of a word in a list. Throws std::invalid_argument that names the list.
+std::size_t placeOf(const std::string& word, const Words& list, const char* what)
 {
-    Words words;
-    for (const std::string& name : commandNames()) {
-        if (word == name || word == wordOf(name))
-            return name;
-        words.push_back(wordOf(name));
-    }
-    throw std::invalid_argument("'" + word +
-                                "' is not a command; expected one of: " + tools::join(words, ", "));
+    const auto found = std::find(list.begin(), list.end(), word);
+    if (found == list.end())
+        throw std::invalid_argument("'" + word + "' is not a " + what +
+                                    "; expected one of: " + tools::join(list, ", "));
+    return static_cast<std::size_t>(found - list.begin());
 }
 
-const fabric::host::MessageType& typeOf(const std::string& word, std::uint8_t kind)
+const fabric::host::MessageType& typeOf(const std::string& word, std::uint8_t kind,
+                                        const char* what)
 {
-    Words words;
-    for (std::size_t i = 0; i < catalogue().count; ++i) {
-        const fabric::host::MessageType& type = catalogue().types[i];
-        if (type.kind == kind && word == wordOf(type.name))
-            return type;
-        if (type.kind == kind)
-            words.push_back(wordOf(type.name));
-    }
-    throw std::invalid_argument("'" + word + "' is not a message of that kind; expected one of: " +
-                                tools::join(words, ", "));
+    std::vector<const fabric::host::MessageType*> types;
+    Words list;
+    for (std::size_t i = 0; i < catalogue().count; ++i)
+        if (catalogue().types[i].kind == kind) {
+            types.push_back(&catalogue().types[i]);
+            list.push_back(wordOf(types.back()->name));
+        }
+    return *types[placeOf(word, list, what)];
 }
 
 /// Composes a message from the texts of its fields; missing ones at the end are zero or empty.
@@ -99,13 +96,6 @@ Content contentOf(const fabric::host::MessageType& type, const Words& texts)
     return content;
 }
 
-Utc timeOf(const std::string& text)
-{
-    if (const std::optional<Utc> time = readUtc(tools::parseUtc(text)))
-        return *time;
-    throw std::invalid_argument("'" + text + "' is not within the years 1970 to 9999");
-}
-
 struct Target
 {
     FaultInjector& injector;
@@ -128,7 +118,7 @@ Step once(Action action)
 
 Step fault(const std::string& command, std::optional<Fault> fault)
 {
-    return once([name = commandOf(command), fault](Target target) {
+    return once([name = parseCommand(command), fault](Target target) {
         target.injector.setFault(name, fault);
     });
 }
@@ -139,7 +129,6 @@ struct Word
     std::size_t least; ///< number of arguments
     std::size_t most;
     const char* arguments;
-    const char* help;
     bool aboutTime;
     Step (*parse)(const Words& arguments);
 };
@@ -147,52 +136,51 @@ struct Word
 constexpr std::size_t any = 100;
 
 constexpr Word words[] = {
-    {"advance", 1, 1, "DURATION", "let time pass; all that falls due on the way happens in order",
-     true,
+    {"advance", 1, 1, "DURATION", true,
      [](const Words& arguments) -> Step {
          const Span span = tools::parseDuration(arguments[0]);
          return [span, target = std::optional<Clock::TimePoint>()](Target service) mutable {
-             target = target ? *target : service.clock.steady() + span;
+             target = target ? *target : service.clock.later(span);
              return service.injector.advance(service.clock, *target);
          };
      }},
-    {"time", 0, 1, "[TIME]", "set the clock", true,
+    {"time", 0, 1, "[TIME]", true,
      [](const Words& arguments) {
          const std::optional<Utc> time =
-             arguments.empty() ? std::nullopt : std::optional<Utc>(timeOf(arguments[0]));
+             arguments.empty() ? std::nullopt : std::optional<Utc>(parseTime(arguments[0]));
          return once(
              [time](Target target) { target.clock.setUtc(time ? *time : target.clock.utc()); });
      }},
-    {"freeze", 0, 0, "", "stop the clock", true,
+    {"freeze", 0, 0, "", true,
      [](const Words&) { return once([](Target target) { target.clock.setSpeed(0); }); }},
-    {"run", 0, 0, "", "let the clock go on", true,
+    {"run", 0, 0, "", true,
      [](const Words&) { return once([](Target target) { target.clock.setSpeed(target.speed); }); }},
-    {"refuse", 2, 2, "COMMAND NUMBER", "answer a command with this result", false,
+    {"refuse", 2, 2, "COMMAND NUMBER", false,
      [](const Words& arguments) {
          const int error = tools::parseWholeNumber<std::int32_t>(arguments[1]);
          return fault(arguments[0], Fault{false, refusal(error), {}});
      }},
-    {"ignore", 1, 1, "COMMAND", "neither carry out nor answer a command", false,
+    {"ignore", 1, 1, "COMMAND", false,
      [](const Words& arguments) { return fault(arguments[0], Fault{}); }},
-    {"delay", 2, 2, "COMMAND DURATION", "answer a command later", false,
+    {"delay", 2, 2, "COMMAND DURATION", false,
      [](const Words& arguments) {
          return fault(arguments[0], Fault{true, {}, tools::parseDuration(arguments[1])});
      }},
-    {"answer", 2, any, "COMMAND REPLY [FIELD...]", "answer a command with this message", false,
+    {"answer", 2, any, "COMMAND REPLY [FIELD...]", false,
      [](const Words& arguments) {
-         const auto& type = typeOf(arguments[1], fabric::host::kindReply);
+         const auto& type = typeOf(arguments[1], fabric::host::kindReply, "reply");
          return fault(arguments[0],
                       Fault{false, contentOf(type, {arguments.begin() + 2, arguments.end()}), {}});
      }},
-    {"obey", 1, 1, "COMMAND", "end what the four above have begun", false,
+    {"obey", 1, 1, "COMMAND", false,
      [](const Words& arguments) { return fault(arguments[0], std::nullopt); }},
-    {"notify", 1, any, "NOTIFICATION [FIELD...]", "notify all clients", false,
+    {"notify", 1, any, "NOTIFICATION [FIELD...]", false,
      [](const Words& arguments) {
-         const auto& type = typeOf(arguments[0], fabric::host::kindNotification);
+         const auto& type = typeOf(arguments[0], fabric::host::kindNotification, "notification");
          const Content content = contentOf(type, {arguments.begin() + 1, arguments.end()});
          return once([content](Target target) { target.injector.notify(content); });
      }},
-    {"drop", 0, 0, "", "disconnect all clients", false,
+    {"drop", 0, 0, "", false,
      [](const Words&) { return once([](Target target) { target.injector.dropAll(ECONNRESET); }); }},
 };
 
@@ -210,24 +198,36 @@ Words split(const std::string& line)
 const Word& wordNamed(const std::string& name)
 {
     Words names;
-    for (const Word& word : words) {
-        if (name == word.name)
-            return word;
+    for (const Word& word : words)
         names.emplace_back(word.name);
-    }
-    throw std::invalid_argument("'" + name +
-                                "' is not a word; expected one of: " + tools::join(names, ", "));
+    return words[placeOf(name, names, "control word")];
 }
 
 } // namespace
 
+std::string parseCommand(const std::string& text)
+{
+    const Words names = commandNames();
+    if (std::find(names.begin(), names.end(), text) != names.end())
+        return text;
+    Words list;
+    std::transform(names.begin(), names.end(), std::back_inserter(list), wordOf);
+    return names[placeOf(text, list, "command")];
+}
+
+Utc parseTime(const std::string& text)
+{
+    if (const std::optional<Utc> time = readUtc(tools::parseUtc(text)))
+        return *time;
+    throw std::invalid_argument("'" + text + "' is not within the years 1970 to 9999");
+}
+
 std::string controlWords()
 {
-    std::string text;
+    Words list;
     for (const Word& word : words)
-        text += std::string("\n") + word.name + (*word.arguments ? " " : "") + word.arguments +
-                ": " + word.help;
-    return text;
+        list.push_back(word.name + std::string(*word.arguments ? " " : "") + word.arguments);
+    return tools::join(list, "; ");
 }
 
 Control::Control(fabric::host::ServiceHost& host, FaultInjector& injector, SettableClock& clock,
@@ -323,9 +323,13 @@ void Control::post(const std::function<bool()>& step)
         bool called = false;
         host_.post([&, this] {
             const std::lock_guard<std::mutex> calling(mutex_);
-            done = step();
-            called = true;
+            called = done = true;
             changed_.notify_one();
+            try {
+                done = step();
+            } catch (const std::exception& error) {
+                answer_(std::string("error: ") + error.what());
+            }
         });
         changed_.wait(lock, [&] { return called || stopped_; });
     }

@@ -14,8 +14,14 @@
 
 namespace chronal::sim {
 
-/// Returns one line for each word: its arguments and what it does.
+/// Returns the words with their arguments.
 std::string controlWords();
+
+/// Reads the name of a command, or its short form, such as "timezone-set" for cmdTimezoneSet.
+/// Throws std::invalid_argument that says what was wrong and what is expected, like parseTime().
+std::string parseCommand(const std::string& text);
+
+Utc parseTime(const std::string& text);
 
 /// Reads words from standard input, a line each, and has the service obey them. Each line is
 /// answered with one line: "ok", with the service's time if the word is about time, or "error: "

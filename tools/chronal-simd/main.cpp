@@ -1,6 +1,5 @@
 // The simulated time service as a process of its own.
 
-#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <charconv>
@@ -37,7 +36,6 @@
 #include "StandardStreams.h"
 #include "TimeService.h"
 #include "TimeText.h"
-#include "WireTime.h"
 #include <chronal-sim/Messages.h>
 
 namespace {
@@ -86,14 +84,6 @@ std::chrono::milliseconds parsePeriod(const std::string& text)
     return whole;
 }
 
-Utc parseStartTime(const std::string& text)
-{
-    const std::optional<Utc> time = readUtc(chronal::tools::parseUtc(text));
-    if (!time)
-        refuse(text, "within the years 1970 to 9999");
-    return *time;
-}
-
 double parseSpeed(const std::string& text)
 {
     double speed = 0;
@@ -104,14 +94,6 @@ double parseSpeed(const std::string& text)
     if (error != std::errc() || rest != end || !inRange)
         refuse(text, "0 or a number from 0.001 to 1000000");
     return speed;
-}
-
-std::string parseCommand(const std::string& text)
-{
-    const std::vector<std::string> names = commandNames();
-    if (std::find(names.begin(), names.end(), text) == names.end())
-        refuse(text, "a command; expected one of: " + join(names, ", "));
-    return text;
 }
 
 /// Stores what `parse` makes of an option's text.
@@ -140,7 +122,7 @@ void describe(CLI::App& app, Settings& settings)
     addParsed(app, "--start-time", "TIME",
               "Start at this UTC, such as 2026-03-29T00:59:50Z or any other form in chronalctl(1) "
               "(default: the machine's time)",
-              into(settings.startTime, parseStartTime));
+              into(settings.startTime, parseTime));
     addParsed(app, "--speed", "N",
               "Run N times faster, from 0.001 to 1000000, or stand still with 0 (default: 1)",
               into(settings.speed, parseSpeed));
@@ -152,8 +134,8 @@ void describe(CLI::App& app, Settings& settings)
               [&settings](const std::string& text) { settings.refused.insert(parseCommand(text)); })
         ->take_all();
     app.add_flag("--control", settings.control,
-                 "Obey the lines of standard input:" + controlWords() +
-                     "\nEach is answered with one line, \"ok\" or \"error: ...\"");
+                 "Obey the lines of standard input: " + controlWords() +
+                     ". Each is answered with one line, \"ok\" or \"error: ...\"");
     app.add_flag("--verbose", settings.verbose,
                  "Print a line for every message, and at the end the numbers of refused frames and "
                  "dropped clients. Lines for which a slow reader leaves no room are left out and "

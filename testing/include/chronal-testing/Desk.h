@@ -10,6 +10,12 @@
 #include <utility>
 #include <vector>
 
+#if __cplusplus >= 201703L
+#define CHRONAL_NODISCARD [[nodiscard]]
+#else
+#define CHRONAL_NODISCARD
+#endif
+
 #include <chronal-sim/Messages.h>
 #include <chronal-testing/Command.h>
 #include <fabric-host/MessageCatalogue.h>
@@ -25,7 +31,7 @@ namespace testing {
 
 /// Ends what a function of Desk has begun. Must be destroyed before the desk; scopes of the same
 /// kind in the reverse order of their creation.
-class Scope
+class CHRONAL_NODISCARD Scope
 {
 public:
     /// Calls `end` in its destructor.
@@ -93,15 +99,15 @@ public:
     /// std::runtime_error if what waits causes more than 10 000 others.
     std::size_t runUntilIdle();
 
-    /// The service's UTC.
+    /// The service's UTC. After the year 9999 it goes on in 1970.
     Time now() const;
 
     /// Sets the service's UTC, as if somebody had set the clock: nothing falls due on the way.
     void setTime(const Time& time);
 
     /// Lets time pass. Whatever falls due on the way is delivered at its moment, in order; nothing
-    /// waits afterwards. Throws std::invalid_argument for a negative span, or more than a century in
-    /// the life of the desk; setTime() goes further.
+    /// waits afterwards. Throws std::invalid_argument for a negative span, or more than a century
+    /// in the life of the desk; setTime() goes further.
     void advance(std::chrono::microseconds span);
     /// Does the same up to a time. Throws std::invalid_argument for a time in the past.
     void advanceTo(const Time& time);
@@ -109,6 +115,9 @@ public:
     /// The commands that the middleware has accepted, in the order in which they were sent.
     const std::vector<Command>& commands() const;
     void forgetCommands(); ///< empties commands()
+
+    // Errors of answers and of sendEvent() are negative numbers, those of reports are positive.
+    // Another number throws std::invalid_argument, as does a message of the wrong kind.
 
     /// Has the service answer a command with this result instead of carrying it out.
     Scope refuse(const std::string& command, int error);
@@ -144,9 +153,8 @@ public:
         inject(nullptr, message, &record);
     }
 
-    /// Breaks the connection: everything in flight is lost, and clients get this reason, which is 0
-    /// for an orderly end. Unless the service is unreachable, the next delivery but one connects
-    /// again.
+    /// Breaks the connection, if there is one: everything in flight is lost, and clients get this
+    /// reason, which is 0 for an orderly end. After that, the session connects again.
     void drop(int reason = ECONNRESET);
 
     /// Has attempts to connect fail. An existing connection stays up.
