@@ -186,7 +186,8 @@ std::optional<Period> DeviationRule::nextChange(Utc moment) const
 {
     const Period current = periodAt(moment);
     Period next = current;
-    while (next.end < calendarEnd) {
+    // Once the last announced change holds, the zone's changes no longer count.
+    while (next.end < calendarEnd && (changes_.empty() || next.begin < changes_.back().at)) {
         next = periodAt(next.end);
         if (next.deviation != current.deviation)
             return next;
