@@ -6,7 +6,6 @@
 #include <fabric-host/Frame.h>
 
 #include "../support/NullMiddleware.h"
-#include "MessageText.h"
 #include "TimeService.h"
 
 using namespace chronal::sim;
