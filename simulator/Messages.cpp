@@ -65,9 +65,11 @@ CHRONAL_SIM_TABLE(chronalMsgCmdRefTimeId_t)
 #undef CHRONAL_SIM_TABLE
 
 // Their values are constants, which exist before any code runs.
+// NOLINTBEGIN(bugprone-macro-parentheses): the name is declared
 #define CHRONAL_SIM_DEFINE(name, resource, operation, kind)                                        \
     constexpr decltype(name) name{{#name, detail::resource, detail::operation, detail::kind,       \
                                    tableOf(static_cast<const decltype(name)::Record*>(nullptr))}};
+// NOLINTEND(bugprone-macro-parentheses)
 CHRONAL_SIM_MESSAGES(CHRONAL_SIM_DEFINE)
 #undef CHRONAL_SIM_DEFINE
 

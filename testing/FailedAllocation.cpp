@@ -36,9 +36,11 @@ bool FailedAllocation::happened() const { return failed; }
 
 extern "C" {
 
+// NOLINTBEGIN(readability-identifier-naming): the names are those of the C library
 void* __libc_malloc(std::size_t size);
 void* __libc_calloc(std::size_t count, std::size_t size);
 void* __libc_realloc(void* block, std::size_t size);
+// NOLINTEND(readability-identifier-naming)
 
 __attribute__((visibility("default"))) void* malloc(std::size_t size)
 {

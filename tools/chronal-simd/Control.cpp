@@ -116,7 +116,7 @@ Step once(Action action)
     };
 }
 
-Step fault(const std::string& command, std::optional<Fault> fault)
+Step fault(const std::string& command, const std::optional<Fault>& fault)
 {
     return once([name = parseCommand(command), fault](Target target) {
         target.injector.setFault(name, fault);
@@ -187,7 +187,8 @@ constexpr Word words[] = {
 Words split(const std::string& line)
 {
     Words parts;
-    for (std::size_t begin = 0; (begin = line.find_first_not_of(" \t\r", begin)) != line.npos;) {
+    for (std::size_t begin = 0;
+         (begin = line.find_first_not_of(" \t\r", begin)) != std::string::npos;) {
         const std::size_t end = std::min(line.find_first_of(" \t\r", begin), line.size());
         parts.push_back(line.substr(begin, end - begin));
         begin = end;
