@@ -41,6 +41,10 @@ class Command:
     def options(self):
         return self.sections["Options"]
 
+    def zones(self):
+        """Tells whether an argument is a time zone, for which there are too many words."""
+        return any(argument.name == "ZONE" for argument in self.sections["Arguments"])
+
     def words(self):
         """What may follow besides options, each with its description."""
         choices = [(choice, "") for a in self.sections["Arguments"] for choice in a.choices]
@@ -53,6 +57,12 @@ def commands_of(program, words=()):
     yield command
     for entry in command.sections["Commands"]:
         yield from commands_of(program, (*words, entry.name))
+
+
+# Prints the zones; bash asks only for those that begin like the current word, in either case.
+ZONES = "chronalctl timezone list 2>/dev/null"
+BASH_ZONES = f'mapfile -t COMPREPLY < <({ZONES} -- "$current*"); '
+ZSH_ZONES = '${(f)"$(' + ZONES + ')"}'
 
 
 def quoted(text):
@@ -132,6 +142,8 @@ def bash_value(option):
     if option.value == "PATH":
         # The option makes bash go on in a directory.
         return 'compopt -o filenames; mapfile -t COMPREPLY < <(compgen -f -- "$current"); '
+    if option.value == "ZONE":
+        return BASH_ZONES
     words = " ".join(option.choices)
     return f"mapfile -t COMPREPLY < <(compgen -W '{words}' -- \"$current\"); " if words else ""
 
@@ -139,6 +151,8 @@ def bash_value(option):
 def zsh_value(option):
     if option.value == "PATH":
         return "_files; "
+    if option.value == "ZONE":
+        return f"compadd -M 'm:{{a-z}}={{A-Z}}' -- {ZSH_ZONES}; "
     if option.choices:
         return f"compadd -- {' '.join(option.choices)}; "
     return f"_message {option.value}; "
@@ -151,6 +165,8 @@ def zsh_items(items):
 def fish_option(option):
     if option.value == "PATH":
         value = " -r -F"
+    elif option.value == "ZONE":
+        value = f" -x -a {quoted(f'({ZONES})')}"
     else:
         value = f" -x -a {quoted(' '.join(option.choices))}" if option.value else ""
     return f"-l {option.name[2:]}{value} -d {quoted(option.text)}"
@@ -182,26 +198,33 @@ def completions(commands):
     def followers(command):
         return command.words() + [(o.name, o.text) for o in own.get(command, [])]
 
+    def bash_words(command):
+        words = f"words={quoted(' '.join(word for word, _ in followers(command)))} "
+        zones = f"[[ $current == -* ]] || {{ {BASH_ZONES}return; }}; " if command.zones() else ""
+        return zones + words
+
+    def zsh_words(command):
+        zones = f" {ZSH_ZONES}" if command.zones() else ""
+        return f"candidates=({zsh_items(followers(command))}{zones}) "
+
     bash = fill(
         BASH, commands, " | ",
         OPTIONS=" ".join(option.name for option in root.options()),
         VALUES=cases([(o.name, bash_value(o) + "return ") for o in valued], " " * 8),
-        WORDS=cases(
-            [(c.path, f"words='{' '.join(word for word, _ in followers(c))}' ") for c in commands],
-            " " * 8,
-        ),
+        WORDS=cases([(c.path, bash_words(c)) for c in commands], " " * 8),
     )
     zsh = fill(
         ZSH, commands, " | ",
         OPTIONS=zsh_items([(option.name, option.text) for option in root.options()]),
         VALUES=cases([(o.name, zsh_value(o) + "return ") for o in valued], " " * 4),
-        WORDS=cases([(c.path, f"candidates=({zsh_items(followers(c))}) ") for c in commands], " " * 4),
+        WORDS=cases([(c.path, zsh_words(c)) for c in commands], " " * 4),
     )
     lines = [f"complete -c {name} {fish_option(option)}" for option in root.options()]
     for command in commands:
         after = f"complete -c {name} -n '{function_of(name)}_path {command.path}'"
         lines += [f"{after} -a {word} -d {quoted(text)}" for word, text in command.words()]
         lines += [f"{after} {fish_option(option)}" for option in own.get(command, [])]
+        lines += [f"{after} -a {quoted(f'({ZONES})')}"] * command.zones()
     fish = fill(FISH, commands, " ", WORDS="\n".join(lines))
     return {f"{name}.bash": bash, f"_{name}": zsh, f"{name}.fish": fish}
 

@@ -1,10 +1,13 @@
 """What chronalctl sends and prints, how it finds the service, and how it fails."""
 
+import fcntl
 import json
 import os
 import re
 import signal
 import struct
+import termios
+import time
 import unicodedata
 from decimal import Decimal
 from pathlib import Path
@@ -30,7 +33,7 @@ def test_a_conversation_takes_place_as_written(start_service, answer):
     service = start_service(*options.split())
     for command, messages, shown in CONVERSATION:
         before = len(service.output)
-        printed = re.sub(r"\.0\d\d'", "'", answer(command))
+        printed = re.sub(r"\.0\d\d(\d{3})?(?='|Z?\")", "", answer(command))
         assert re.sub(r'"microseconds":\d{1,5},', "", printed).splitlines() == shown
         assert eventually(lambda: service.count(" connected$") == service.count(" disconnected$"))
         log = re.sub(r"\.0\d\d'", "'", service.output[before:].decode())
@@ -115,20 +118,26 @@ ERRORS = [
     ("at utc 2026-{}", ["02-30", "13-01"], "'2026-{}' is not a date"),
     ("at utc 2026-03-29T{}Z", ["24:00", "00:60", "00:00:60"], "T{}Z' has an invalid time"),
     ("at utc 2026-03-29T01:00{}", ["+01:60", "-25:00"], "'2026.*{}' has an invalid offset"),
-    ("at utc {}", ["now", "0" * 100000], "'{}' is not a time;.*2026-03-29T01:00:00Z"),
+    ("at utc {}", ["tomorrow", "2026-0329", "2026-03-29T01:0000", "0" * 100000],
+     "'{}' is not a time;.*2026-03-29T01:00:00Z.* Europe/Berlin.* now or "),
+    ("at utc '{}'", ["2026-03-29 noon", "@0 Europe/", "@0 a" + "/a" * 9999], "ends in an unknown"),
+    ("at utc '{}'", ["2026-03-29T02:30 Europe/Berlin"], "'{}' does not exist: the clocks skip it"),
+    ("at utc {}", ["+5", "-P1M", "-P1W", "now+", "+P", "-P1DT", "+PT1.5H"], "is not a span;.*PT1"),
     ("at utc {}", ["@1e3", "@"], "'{}' is not a number of seconds"),
-    ("at utc {}", ["@9223372036854775808"], "does not fit into 64 bits"),
+    ("at utc {}", ["@9223372036854775808", "+9223372036854775807s"], "does not fit into 64 bits"),
     ("at local 2026-03-29T01:00{}", ["Z", "+01"], "is not a local.*\"{}\""),
-    ("at local {}", ["now"], "'{}' is not a local time; expected"),
+    ("at local {}", ["now", "'+1h UTC'"], "is not a local time; expected"),
+    ("at local @0 {}", ["--later --earlier", "--earlier --later"], "--earlier excludes --later"),
+    ("timezone list {}", ["nowhere"], r"no time zone in /\S+ matches '\*{}\*'"),
     ("deviation next set RTC @0 '{}'", ["90", "1h.5m", "1h..05m", "5m1h", "5m5m", "", "5", "m"],
      r"'{}' is not a span;.*\+1h30m"),
     ("deviation next set RTC @0 {}", ["106751991167301d", "9223372036854775807s1000ms",
      "9223372036854775808s"], "does not fit into 64 bits"),
     ("monitor --count 0", [""], "'0' is not a whole number from 1"),
     ("monitor --for {}", ["0", "0.0", "0ms"], "'{}' is not a time to wait"),
-    ("monitor --for {}", ["1e3", "+5", "0" * 65], "'{}' is not a duration;.*0.5, or units"),
-    ("monitor --for {}", ["366d1s", "31622401", "9" * 64], "'{}' is longer than a year"),
-    ("auto-time maybe", [""], "'maybe' is neither on nor off"),
+    ("monitor --for {}", ["1e3", "+5", "-PT1S", "PT", "0" * 65], "is not a duration;.*0.5, or units"),
+    ("monitor --for {}", ["366d1s", "31622401", "P367D"], "'{}' is longer than a year"),
+    ("auto-time maybe", [""], "'maybe' is not a state; expected on, off or get"),
     ("settings set", [""], "At least 1 option"),
     ("settings set --value 1e9", [""], "'1e9' is not a whole number from"),
     ("timezone set", [""], "See: chronalctl timezone set --help"),
@@ -157,10 +166,13 @@ TIMES = """2026-03-29T01:00:00Z=1774746000 2026-03-29_01:00=1774746000 2026-03-2
     2026-03-29T03:30:00+02:30=1774746000 2026-03-29_03:00+02=1774746000 2000-02-29=951782400
     2026-03-29T00:00-01=1774746000 2026-03-29T01:00:00,25=1774746000.25 @1.5=1.5
     9999-12-31T23:59:59.999999Z=253402300799.999999 @1774746000.123456999=1774746000.123456
-    2026-03-29T03:59:00.123456789+0259=1774746000.123456 2026-03-29T23:59+24:00=1774742340"""
+    2026-03-29T03:59:00.123456789+0259=1774746000.123456 2026-03-29T23:59+24:00=1774742340
+    20260329T010000Z=1774746000 20260329=1774742400 20260329_0300+0200=1774746000
+    20260329T010000,5=1774746000.5 2026-03-29T03:00_Europe/Berlin=1774746000 @0_UTC=0"""
 SPANS = """+1h30m=5400 -90s=-90 1d=86400 1h30min=5400 1h2m3s4ms5us=3723.004005 -250ms=-0.25
     1500ms=1.5 +1h.30m.00s.250ms=5400.25 -05:30=-19800 +0100=3600 1us=0.000001 0=0 -0d1h30s=-3630
-    0d.02h=7200 1s.250ms.005us=1.250005"""
+    0d.02h=7200 1s.250ms.005us=1.250005
+    PT1H30M=5400 -P0DT1H1M0,5S=-3660.5 +PT90M=5400 P1D=86400 PT0.000001S=0.000001 -PT30S=-30"""
 
 
 def test_times_spans_and_durations_are_read_in_many_forms(start_service, answer):
@@ -171,14 +183,85 @@ def test_times_spans_and_durations_are_read_in_many_forms(start_service, answer)
         seconds, microseconds = read["seconds"], read["microseconds"]
         assert seconds * 1000000 + microseconds == Decimal(value) * 1000000, text
         assert seconds * microseconds >= 0 and abs(microseconds) < 1000000
+        return read["iso"]
 
-    for text in TIMES.split():
-        check(*text.split("="), "--json at utc '{}'", "utc")
-    for text in SPANS.split():
-        answer(f"deviation next set RTC 2099-01-01 {text.split('=')[0]}")
-        check(*text.split("="), "--json deviation next get RTC", "deviation")
-    for text in ("366d", "31622400", f"{'0' * 63}5"):
+    def check_span(text, value):
+        answer(f"deviation next set RTC 2099-01-01 {text}")
+        return check(text, value, "--json deviation next get RTC", "deviation")
+
+    for text, value in (row.split("=") for row in TIMES.split()):
+        iso = check(text, value, "--json at utc '{}'", "utc")
+        assert check(iso, value, "--json at utc '{}'", "utc") == iso
+    for text, value in (row.split("=") for row in SPANS.split()):
+        assert check_span(iso := check_span(text, value), value) == iso
+    for text, value in (("now", 0), ("+5min", 300), ("-PT1H", -3600), ("now-1d", -86400)):
+        begun = int(time.time())
+        read = json.loads(answer(f"at utc {text} --json"))["utc"]["seconds"] - value
+        assert begun <= read <= time.time()
+    for text in ("366d", "31622400", f"{'0' * 63}5", "P366D"):
         answer(f"--timeout {text} timezone get")
+
+
+# A local time in Berlin, a choice, the UTC that is meant, and what is said of such a time.
+CHANGES = [
+    ("2026-10-25T02:30", "", "2026-10-25T00:30:00Z", "twice"),
+    ("2026-10-25T02:59:59", "--later", "2026-10-25T01:59:59Z", "twice"),
+    ("2026-03-29T02:00", "--earlier", "2026-03-29T00:00:00Z", "never"),
+    ("2026-03-29T02:59:59", "--later", "2026-03-29T01:59:59Z", "never"),
+    ("9999-12-31T23:59:59", "--later", "9999-12-31T22:59:59Z", "once"),
+]
+
+
+def test_one_of_two_moments_is_chosen_where_the_clocks_change(start_service, chronalctl, answer):
+    start_service("--zone", "Europe/Berlin", "--speed", "0.001")
+    for local, choice, utc, occurs in CHANGES:
+        for command in ("at local", "ref-time set-local DVB"):
+            _, output, said = chronalctl(f"{command} {local} {choice} --json")
+            times = output if "at" in command.split() else answer("ref-time get DVB --json")
+            fault = {"twice": "occurs twice", "never": "does not exist", "once": None}[occurs]
+            other = "" if choice else "; to take the other: --later"
+            assert said == (f"chronalctl: '{local}' {fault}; {utc} is taken{other}\n" * bool(fault))
+            assert json.loads(output)["occurs"] == occurs
+            assert json.loads(times)["utc"]["iso"].startswith(utc[:-1])
+    answer("ref-time set-local DVB 2026-10-25T02:30 --later --deviation -PT1H30M")
+    assert "utc        '2026-10-25 04:00" in answer("ref-time get DVB")
+    said = chronalctl("at utc '2026-10-25T02:30 Europe/Berlin'")[2]
+    assert "Berlin' occurs twice; 2026-10-25T00:30:00Z is taken, not 2026-10-25T01:30:00Z\n" in said
+
+
+def test_a_source_without_a_time_says_so(start_service, chronalctl, complaint):
+    start_service()
+    for command in ("ref-time get TTX", "deviation next get TTX"):
+        said = "chronalctl: TTX has no time\nTo set it: chronalctl ref-time set TTX TIME\n"
+        assert chronalctl(command) == (4, "", said) and complaint(4, command) == said
+        assert json.loads(chronalctl(f"{command} --json")[1].splitlines()[0])["source"] == "TTX"
+
+
+def test_the_zones_of_the_database_are_listed(environment, directory, answer):
+    environment["TZDIR"] = str(directory)
+    for name in ("Mine/There", "Mine/Here", "posix/Mine"):
+        (directory / name).parent.mkdir(exist_ok=True)
+        (directory / name).symlink_to("/usr/share/zoneinfo/Asia/Tokyo")
+    (directory / "Mine/HERE.txt").write_text("not a zone")
+    assert answer("timezone list HERE") == "Mine/Here\nMine/There\n"
+    assert json.loads(answer("timezone list 'mine/H*' --json")) == ["Mine/Here"]
+
+
+def test_lines_fit_a_terminal(environment, start_service, start, answer):
+    start_service()
+    answer(f"ntp set {'ä' * 99}")
+    for width, variable in ((50, None), (33, "33"), (20, "1")):
+        environment.update({"COLUMNS": variable} if variable else {})
+        for words in ("at utc --help", "ntp get"):
+            ours, its = os.openpty()
+            fcntl.ioctl(its, termios.TIOCSWINSZ, struct.pack("4H", 24, 50, 0, 0))
+            assert start(CHRONALCTL, *words.split(), stdout=its).wait() == 0
+            shown, whole = os.read(ours, 65536).decode(), answer(words)
+            assert max(len(line) for line in shown.splitlines()) <= width
+            assert max(len(line) for line in whole.splitlines()) > 80
+            assert "\n      " in shown and "".join(shown.split()) == "".join(whole.split())
+            for end in (ours, its):
+                os.close(end)
 
 
 @pytest.mark.parametrize("words", ["status", "--help", "--version"])

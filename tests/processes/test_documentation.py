@@ -1,5 +1,6 @@
 """The manual pages and the completions that lie beside the programs."""
 
+import os
 import re
 import shutil
 from pathlib import Path
@@ -48,7 +49,9 @@ def test_the_manual_lists_every_command():
         ("chronalctl ", GROUPS),
         ("chronalctl ref-time s", "set set-local subscribe"),
         ("chronalctl --json deviation next set T", "TTX"),
-        ("chronalctl timezone sync ", "on off"),
+        ("chronalctl timezone sync ", "on off get"),
+        ("chronalctl timezone set europe/berl", "Europe/Berlin"),
+        ("chronal-simd --zone asia/toky", "Asia/Tokyo"),
         ("chronalctl monitor --c", "--count"),
         ("chronalctl monitor --count ", ""),
         ("chronalctl ref-time get d", "DVB"),
@@ -58,7 +61,8 @@ def test_the_manual_lists_every_command():
         ("chronal-simd --z", "--zone"),
     ],
 )
-def test_bash_completes_words(line, completed, directory, run):
+def test_bash_completes_words(line, completed, environment, directory, run):
+    environment["PATH"] = f"{Path(CHRONALCTL).parent}:{os.environ['PATH']}"
     (directory / "place").touch()
     words = line.split(" ")
     program = CHRONALCTL if words[0] == "chronalctl" else SIMD

@@ -21,7 +21,7 @@ def test_a_monitor_shows_what_others_do(start_service, monitor, start, answer):
     words, programs = monitor(), monitor("--json")
     subscription = start(CHRONALCTL, "ref-time", "subscribe", "RTC")
     words.wait_for("^connected$")
-    programs.wait_for('^{"connection":"connected"}$')
+    programs.wait_for('^{"connection":"connected",')
     for command in ("ref-time set DVB 2026-01-01", "timezone set Asia/Tokyo",
                     "dst announce RTC 2000-01-01 2030-01-01 2h 1h"):
         answer(command)
@@ -30,16 +30,18 @@ def test_a_monitor_shows_what_others_do(start_service, monitor, start, answer):
         name, field = re.match("([a-z-]+)  ([a-z]+)", line).groups()
         told = json.loads(programs.wait_for(f'^{{"notification":"{name}".*')[0])
         assert field in told
-    assert told == {"notification": "daylight-saving", "dst": 1}
+    assert told == {"notification": "daylight-saving", "dst": 1, "arrived": told["arrived"]}
     assert [words.stop(signal.SIGINT), programs.stop(), subscription.stop()] == [0, 0, 0]
     assert subscription.count("^(?!connected|current-time)") == 1  # after the last line
 
 
 def test_a_monitor_ends_after_so_many_notifications(start_service, monitor):
     start_service("--period", "1ms")
-    counting = monitor("RTC", "rtc", "--count", "2")
-    assert counting.wait() == 0
-    assert counting.count("^current-time  source RTC ") == 2
+    counting = monitor("RTC", "rtc", "--count", "2", "--timestamps")
+    assert counting.wait() == 0 and counting.count("Z  current-time") == 2
+    line = r"^(\S{23}Z)  current-time  source RTC  utc '(\S*) (\S*)'"
+    arrived, *sent = counting.wait_for(line, 2).groups()
+    assert "T".join(map(bytes.decode, sent)) + "Z" <= arrived.decode()
 
 
 def test_a_monitor_outlives_the_service(start_service, monitor):
@@ -66,7 +68,7 @@ def test_a_loss_is_told_to_programs_with_its_source(start_service, monitor):
     service = start_service("--drop-after", "1", "--verbose")
     lost = json.loads(monitor("DVB", "--json").wait_for('^.*"not-connected","source".*$', 2)[0])
     assert lost == {"connection": "not-connected", "source": "DVB", "number": -104,
-                    "reason": "Connection reset by peer"}
+                    "reason": "Connection reset by peer", "arrived": lost["arrived"]}
     service.wait_for(": client [12] dropped: by the service$")
     assert service.stop() == 0
     service.wait_for("^ended; frames refused: 0, clients dropped: [2-9]")

@@ -24,7 +24,7 @@ ERRORS = [
     ("--zone", ["Foo"], "not a time zone of this system; expected for example Europe/Berlin"),
     ("--period", ["x"], "not a duration; expected seconds, such as 5 or 0.5, or units, such"),
     ("--period", ["0s", "1.0005", "1441min"], "not a period; expected whole milliseconds, from"),
-    ("--start-time", ["now"], "not a time; expected for example 2026-03-29T01:00:00Z"),
+    ("--start-time", ["x"], "not a time; expected for example 2026-03-29T01:00:00Z"),
     ("--start-time", ["@-1", "@253402300800"], "not within the years 1970 to 9999"),
     ("--speed", ["nan", "-1", "1000001", "1x", ""], "not 0 or a number from 0.001 to 1000000"),
     ("--drop-after", ["0", "x"], "not a whole number from 1 to "),

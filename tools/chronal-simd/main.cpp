@@ -14,6 +14,7 @@
 #include <new>
 #include <optional>
 #include <set>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -113,7 +114,7 @@ void describe(CLI::App& app, Settings& settings)
         app, "--socket", "PATH",
         "Listen at this socket, or at chronal.sock in this directory (default: $XDG_RUNTIME_DIR)",
         into(settings.socket, chronal::tools::parseSocket));
-    addParsed(app, "--zone", "NAME", "Start in this time zone (default: UTC)",
+    addParsed(app, "--zone", "ZONE", "Start in this time zone (default: UTC)",
               into(settings.service.zone, parseZone));
     addParsed(app, "--period", "DURATION",
               "Notify subscribers this often, such as every 250ms, 2s or 1min, whatever the speed "
@@ -256,7 +257,9 @@ int main(int argc, char** argv)
         try {
             app.parse(argc, argv);
         } catch (const CLI::Success& request) { // --help, --version
-            app.exit(request);
+            std::ostringstream text;
+            app.exit(request, text);
+            std::cout << chronal::tools::fitted(text.str());
             return std::cout.flush() ? 0 : fail("cannot write to standard output", exitFailure);
         } catch (const CLI::ParseError& error) {
             return fail(error.what(), exitUsage, "See: chronal-simd --help\n");

@@ -34,7 +34,11 @@ struct Arguments
     int value = 0;
     bool negate = false;
     bool on = true;
+    bool show = false;                 ///< instead of switching on or off
+    std::optional<bool> later;         ///< or the earlier moment, where the clocks change
+    std::optional<std::string> occurs; ///< how often a local time does
     std::string text;
+    std::vector<std::string> remarks; ///< on the times
 
     // Options of "settings set", which has to know which were given.
     std::array<std::optional<nubOsalTime_struct>, 4> times;
@@ -45,6 +49,7 @@ struct Arguments
     std::vector<ReferenceTimeId> sources;
     std::optional<std::chrono::microseconds> duration;
     std::optional<std::uint64_t> count;
+    bool timestamps = false;
 };
 
 } // namespace chronal::ctl

@@ -2,13 +2,16 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <sstream>
 #include <string_view>
 #include <system_error>
 #include <vector>
 
+#include "Output.h"
 #include "ParsedOption.h"
 #include "Parsers.h"
 #include "SocketText.h"
+#include "StandardStreams.h"
 
 namespace chronal::ctl {
 
@@ -39,14 +42,31 @@ bool isCommand(const std::string& words)
                                         [&](const Command& known) { return known.name == words; });
 }
 
-/// Advice on the arguments comes first.
-std::vector<Advice> adviceOn(const Command& command)
+/// `text` with the arguments in place of their names in braces.
+std::string expanded(std::string_view text, const Arguments& given)
+{
+    std::string result;
+    for (auto open = text.find('{'); open != std::string_view::npos; open = text.find('{')) {
+        const auto close = text.find('}', open);
+        result += text.substr(0, open);
+        result += given.texts.at(std::string(text.substr(open + 1, close - open - 1)));
+        text.remove_prefix(close + 1);
+    }
+    return result.append(text);
+}
+
+/// The text of the first advice that applies to a refusal, or nothing. `result` is the service's, a
+/// negative error number. Advice on the arguments comes first.
+std::string probableCause(const Command& command, int result, const Arguments& given)
 {
     std::vector<Advice> advice;
     for (const Argument& argument : command.arguments)
         advice.insert(advice.end(), argument.advice.begin(), argument.advice.end());
     advice.insert(advice.end(), command.advice.begin(), command.advice.end());
-    return advice;
+    for (const Advice& candidate : advice)
+        if (-candidate.error == result && (!candidate.applies || candidate.applies(given)))
+            return "Probably " + expanded(candidate.text, given);
+    return "";
 }
 
 /// The default socket of chronal-simd, or empty if there is none. A socket at which no service
@@ -70,7 +90,7 @@ CommandLine::CommandLine() : app_(description, "chronalctl")
     app_.get_formatter()->label("SUBCOMMAND", "COMMAND");
     add(app_, {"--socket", "PATH", socketHelp, read<&Arguments::socket, tools::parseSocket>})
         ->envname("CHRONAL_SOCKET");
-    app_.add_flag("--json", given_.json, "Print one JSON object per line, also for an error");
+    app_.add_flag("--json", given_.json, "Print JSON, one value per line, also for an error");
     add(app_, {"--timeout", "DURATION",
                "How long to wait for the service and for each answer (default: 5s)",
                read<&Arguments::timeout, parseWait>});
@@ -82,7 +102,8 @@ CommandLine::CommandLine() : app_(description, "chronalctl")
     for (const Command& command : commands)
         add(command);
     app_.footer("Exit status: 0 done, 1 refused by the service, 2 bad usage, 3 no service or no "
-                "answer.\nchronalctl(1) describes the forms of times, and errors with --json.");
+                "answer, 4 a source has no time.\nchronalctl(1) describes the forms of times, and "
+                "errors with --json.");
 }
 
 void CommandLine::add(const Command& command)
@@ -107,20 +128,21 @@ CLI::Option* CommandLine::add(CLI::App& app, const Argument& argument)
     if (!argument.type)
         return app.add_flag_callback(
             name, [this, argument] { argument.read("", given_); }, argument.help);
-    const auto read = [this, argument](const std::string& text) {
+    const auto read = [this, argument](const std::string& word) {
+        const std::string text = word.substr(word.compare(0, 3, " -P") == 0 ? 1 : 0);
         argument.read(text, given_);
         std::string& typed = given_.texts[argument.name];
         typed += (typed.empty() ? "" : " ") + text;
     };
-    const std::string plainName = name.substr(0, name.find("..."));
+    const std::string plainName = name.substr(0, name.find_first_of(".?"));
     CLI::Option* const option =
         tools::addParsed(app, plainName, argument.type, argument.help, read);
-    if (plainName != name)
+    if (name.back() == '.')
         return option->expected(1, -1)->allow_extra_args();
-    return option->required(name.front() != '-');
+    return option->required(name.front() != '-' && plainName == name);
 }
 
-void CommandLine::parse(int argc, const char* const* argv)
+bool CommandLine::parse(int argc, const char* const* argv)
 {
     // An error in the line is reported in the form that the line asks for.
     given_.json = std::find(argv, argv + argc, std::string_view("--json")) != argv + argc;
@@ -131,22 +153,36 @@ void CommandLine::parse(int argc, const char* const* argv)
         if (isCommand(tools::join(typed, " "))) // otherwise it is an error like any other
             typed.emplace_back("--help");
     }
+    // With a blank before it, CLI11 takes the span "-PT1H" for a value.
+    for (std::string& word : typed)
+        if (word.compare(0, 2, "-P") == 0)
+            word.insert(0, " ");
     std::reverse(typed.begin(), typed.end()); // as CLI11 wants it
-    app_.parse(std::move(typed));
+    try {
+        app_.parse(std::move(typed));
+    } catch (const CLI::Success& wanted) {
+        std::ostringstream text;
+        app_.exit(wanted, text);
+        print(tools::fitted(text.str()));
+        return false;
+    }
     // The word may have been the value of another option.
     given_.json = given_.json && app_.get_option("--json")->count() != 0;
     given_.command = words();
     if (given_.socket.empty())
         given_.socket = foundSocket();
+    return true;
 }
 
 void CommandLine::run() const
 {
+    for (const std::string& remark : given_.remarks)
+        ctl::remark(remark);
     try {
         chosen_->run(given_);
     } catch (Failure& failure) {
         if (failure.status == ExitStatus::refused)
-            failure.advice = probableCause(adviceOn(*chosen_), failure.number, given_);
+            failure.advice = probableCause(*chosen_, failure.number, given_);
         throw;
     }
 }

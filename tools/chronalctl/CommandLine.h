@@ -16,8 +16,9 @@ class CommandLine
 public:
     CommandLine();
 
-    /// Throws CLI::ParseError.
-    void parse(int argc, const char* const* argv);
+    /// Returns false if the line asks for --help or --version, which is printed. Throws
+    /// CLI::ParseError and Failure.
+    bool parse(int argc, const char* const* argv);
 
     /// Runs the command that has been parsed. Throws Failure.
     void run() const;
@@ -30,9 +31,6 @@ public:
 
     /// Describes an error thrown by parse(): what was wrong and what is expected.
     Failure badUsage(const CLI::ParseError& error) const;
-
-    /// Prints the output of --help or --version, which parse() throws as an error.
-    int exit(const CLI::ParseError& error) const { return app_.exit(error); }
 
 private:
     void add(const Command& command);

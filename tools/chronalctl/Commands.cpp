@@ -49,8 +49,10 @@ Argument utc(const char* name, const std::string& help)
     const std::string typed = "'{" + std::string(name) + "}'";
     return {name,
             "",
-            help + ", such as 2026-03-29T01:00:00Z or @1774746000",
-            read<member, tools::parseUtc>,
+            help + ", such as 2026-03-29T01:00:00Z, @1774746000, now or +5min",
+            [](const std::string& text, Arguments& given) {
+                given.*member = tools::parseUtc(text, &given.remarks);
+            },
             {{EINVAL, typed + " is not within the years 1970 to 9999", applies}}};
 }
 
@@ -66,14 +68,15 @@ Argument local(const std::string& help)
     const auto hasNoDeviation = [](const Arguments& given) {
         return !given.negate && sim::readDeviation(given.deviation) == sim::Span::zero();
     };
-    return {
-        "TIME",
-        "",
-        help + ", such as 2026-03-29T03:00:00",
-        read<&Arguments::time, tools::parseLocal>,
-        {{EINVAL, "'{TIME}' is not within the years 1970 to 9999 of UTC", isOutside},
-         {EINVAL, "'{TIME}' does not exist: the clocks skip it, as daylight saving begins there",
-          hasNoDeviation}}};
+    return {"TIME",
+            "",
+            help + ", such as 2026-03-29T03:00:00",
+            read<&Arguments::time, tools::parseLocal>,
+            {{EINVAL, "'{TIME}' is not within the years 1970 to 9999 of UTC", isOutside},
+             {EINVAL,
+              "'{TIME}' does not exist: the clocks skip it, as daylight saving begins there; "
+              "--earlier or --later takes a time before or after the change",
+              hasNoDeviation}}};
 }
 
 template <nubOsalTime_struct Arguments::*member>
@@ -88,19 +91,40 @@ Argument span(const char* name, const char* type, const char* help)
             {{EINVAL, typed + " is too large; expected a deviation from -24h to +24h", applies}}};
 }
 
+template <auto member, bool value>
+Argument flag(const char* name, const char* help, const std::vector<Advice>& advice = {})
+{
+    const auto set = [](const std::string&, Arguments& given) { given.*member = value; };
+    return {name, nullptr, help, set, advice};
+}
+
 const Argument deviation =
     span<&Arguments::deviation>("--deviation", "SPAN",
                                 "Local time minus UTC, such as +1h30m; the time zone's if 0 or not "
                                 "given");
 const Argument value = {"--value", "NUMBER", "A number to keep with the time (default: 0)",
                         read<&Arguments::value, tools::parseWholeNumber<int>>};
-const Argument negate = {"--negate",
-                         nullptr,
-                         "Send the time negated",
-                         [](const std::string&, Arguments& given) { given.negate = true; },
-                         {{EINVAL, "'{TIME}', negated, is not within the years 1970 to 9999",
-                           [](const Arguments& given) { return given.negate; }}}};
-const Argument state = {"STATE", "{on,off}", "on or off", read<&Arguments::on, parseSwitch>};
+const Argument negate = flag<&Arguments::negate, true>(
+    "--negate", "Send the time negated",
+    {{EINVAL, "'{TIME}', negated, is not within the years 1970 to 9999",
+      [](const Arguments& given) { return given.negate; }}});
+template <bool later>
+void choose(const std::string&, Arguments& given)
+{
+    if (given.later)
+        throw CLI::ExcludesError("--earlier", "--later");
+    given.later = later;
+}
+
+const Argument earlier = {"--earlier", nullptr,
+                          "Of a time that occurs twice, the first; of one that the clocks skip, "
+                          "one as long before the change as it seems to be after it",
+                          choose<false>};
+const Argument later = {"--later", nullptr, "The second; or one as long after the change",
+                        choose<true>};
+const Argument timestamps = flag<&Arguments::timestamps, true>(
+    "--timestamps", "Begin lines with the time at which they arrive, by this machine's clock");
+const Argument state = {"STATE", "{on,off,get}", "on or off, or get to show it", readState};
 const Argument duration = {"--for", "DURATION", "End after this time",
                            read<&Arguments::duration, parseWait>};
 const Argument count = {"--count", "N", "End after this many notifications",
@@ -109,7 +133,7 @@ const Argument count = {"--count", "N", "End after this many notifications",
 template <std::size_t index>
 void readSettingsTime(const std::string& text, Arguments& given)
 {
-    given.times[index] = tools::parseUtc(text);
+    given.times[index] = tools::parseUtc(text, &given.remarks);
 }
 
 const Advice sourceLocked = {
@@ -130,8 +154,34 @@ std::function<void(const Arguments&)> sends(const char* answer = "result")
     };
 }
 
+/// Sends `command` with the state, or prints this field of the settings.
+template <auto command>
+std::function<void(const Arguments&)> switches(const char* field)
+{
+    return [field](const Arguments& given) {
+        given.show ? showSettings(given, {field}) : sends<command, &Arguments::on>()(given);
+    };
+}
+
 using A = Arguments;
 using U = UserAdapter;
+
+/// Sends a command with a local time and `members`; where the clocks change, one with the UTC time
+/// that is chosen, or the earlier one.
+template <auto atLocal, auto atUtc, auto... members>
+void sendAtLocal(A given, const char* answer)
+{
+    const std::optional<tools::ClockChange> change = clockChange(given);
+    given.occurs = !change ? "once" : change->skips ? "never" : "twice";
+    if (!change || (change->skips && !given.later))
+        return sends<atLocal, &A::time, members...>(answer)(given);
+    given.time = sim::wireTime(given.later.value_or(false) ? change->later : change->earlier);
+    sends<atUtc, &A::time, members...>(answer)(given);
+    remark("'" + given.texts.at("TIME") +
+           (change->skips ? "' does not exist; " : "' occurs twice; ") +
+           tools::formatUtc(given.time) + " is taken" +
+           (given.later ? "" : "; to take the other: --later"));
+}
 
 } // namespace
 
@@ -139,7 +189,7 @@ const std::vector<Command> commands = {
     {"status", "Show all times, the time zone and the settings", {}, showStatus},
     {"monitor",
      "Print notifications until interrupted, also after the service restarts",
-     {sources, duration, count},
+     {sources, duration, count, timestamps},
      [](const A& given) { monitor(given, given.sources, true); }},
 
     {"ref-time", "Show, set, lock and watch the time of a source"},
@@ -154,8 +204,11 @@ const std::vector<Command> commands = {
      {sourceLocked}},
     {"ref-time set-local",
      "Set a source's local time",
-     {source, local("The source's time from now on"), deviation, value, negate},
-     sends<&U::cmdRefLocalTimeSet, &A::time, &A::deviation, &A::source, &A::value, &A::negate>(),
+     {source, local("The source's time from now on"), deviation, value, negate, earlier, later},
+     [](const A& given) {
+         sendAtLocal<&U::cmdRefLocalTimeSet, &U::cmdRefTimeSet, &A::deviation, &A::source,
+                     &A::value, &A::negate>(given, "result");
+     },
      {sourceLocked}},
     {"ref-time at",
      "Show what a source will show at a moment",
@@ -163,7 +216,7 @@ const std::vector<Command> commands = {
      sends<&U::cmdRefTimeAt, &A::time, &A::source>("ref-time-at")},
     {"ref-time subscribe",
      "Print a source's current time repeatedly until interrupted",
-     {source, duration, count},
+     {source, duration, count, timestamps},
      [](const A& given) { monitor(given, {given.source}, false); }},
     {"ref-time unsubscribe",
      "Send the end of a subscription (a subscription also ends with its program)",
@@ -181,9 +234,7 @@ const std::vector<Command> commands = {
     {"deviation", "Show and announce the deviation of local time from UTC"},
     {"deviation next", "Show and announce its next change"},
     {"deviation next get",
-     "Show the next change: its time and the new deviation (DEVIATION_INVALID: no change; "
-     "DEVIATION_UNKNOWN: the "
-     "source has no time)",
+     "Show the next change: its time and the new deviation",
      {source},
      sends<&U::cmdNextTimeDeviationChangeFetch, &A::source>("next-deviation")},
     {"deviation next set",
@@ -213,8 +264,8 @@ const std::vector<Command> commands = {
      sends<&U::cmdUTCTimeAt, &A::time>("time-at")},
     {"at local",
      "Show UTC and local time at a moment in local time",
-     {local("The moment")},
-     sends<&U::cmdLocaltimeAt, &A::time>("time-at")},
+     {local("The moment"), earlier, later},
+     [](const A& given) { sendAtLocal<&U::cmdLocaltimeAt, &U::cmdUTCTimeAt>(given, "time-at"); }},
 
     {"settings", "Show and change the date and time settings"},
     {"settings get", "Show the settings", {}, sends<&U::cmdDateTimeSettingsFetch>("settings")},
@@ -234,11 +285,17 @@ const std::vector<Command> commands = {
        [](const A& given) { return given.server.value_or("").size() > sim::longestText; }}},
      1},
 
-    {"ntp", "Configure and start NTP"},
+    {"ntp", "Show, configure and start NTP"},
+    {"ntp get",
+     "Show the server, and whether it is used",
+     {},
+     [](const A& given) {
+         showSettings(given, {"ntp_server", "ntp_used"});
+     }},
     {"ntp set",
      "Set the server, and use it",
      {{"SERVER", "", "Name of the server", read<&A::text, parseText>},
-      {"--off", nullptr, "Do not use it", [](const std::string&, A& given) { given.on = false; }}},
+      flag<&A::on, false>("--off", "Do not use it")},
      sends<&U::cmdDateTimeNtpSet, &A::text, &A::on>(),
      {{EINVAL, "NTP needs a server's name; to switch NTP off: --off",
        [](const A& given) { return given.text.empty(); }},
@@ -257,7 +314,7 @@ const std::vector<Command> commands = {
     {"auto-time",
      "Choose whether the clock follows the times that sources are set to",
      {state},
-     sends<&U::cmdDateTimeAutoTimeSet, &A::on>()},
+     switches<&U::cmdDateTimeAutoTimeSet>("automatic_time")},
     {"time-init",
      "Reset all sources to their initial state",
      {},
@@ -266,6 +323,12 @@ const std::vector<Command> commands = {
 
     {"timezone", "Show and change the time zone"},
     {"timezone get", "Show the time zone", {}, sends<&U::cmdTimezoneFetch>("timezone")},
+    {"timezone list",
+     "List the time zones of this machine's database",
+     {{"PATTERN?", "",
+       "Only those with this in their names, such as berlin, or named like 'asia/*'",
+       read<&A::text, parseText>}},
+     listZones},
     {"timezone set",
      "Change the time zone",
      {{"ZONE", "", "Name of the zone, for example Europe/Berlin", read<&A::text, parseText>}},
@@ -276,7 +339,7 @@ const std::vector<Command> commands = {
     {"timezone sync",
      "Switch synchronisation of the time zone on or off",
      {state},
-     sends<&U::cmdTimezoneSyncEnableSet, &A::on>()},
+     switches<&U::cmdTimezoneSyncEnableSet>("zone_sync")},
 };
 
 } // namespace chronal::ctl

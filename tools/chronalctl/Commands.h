@@ -5,15 +5,23 @@
 #include <string>
 #include <vector>
 
-#include "Advice.h"
 #include "Arguments.h"
 
 namespace chronal::ctl {
 
-/// A positional argument, which is required unless its name ends in "..."; or an option.
+/// The probable cause of a refusal. The service gives only an error number; the causes are those of
+/// the simulated service, a device's service may have others.
+struct Advice
+{
+    int error;        ///< as in <cerrno>
+    std::string text; ///< "{TIME}" in it stands for the argument TIME as typed
+    bool (*applies)(const Arguments& given) = nullptr; ///< null: to any arguments
+};
+
+/// A positional argument, which is required unless its name ends in "..." or "?"; or an option.
 struct Argument
 {
-    const char* name; ///< "TIME", "SOURCE..." or "--timeout"
+    const char* name; ///< "TIME", "SOURCE...", "PATTERN?" or "--timeout"
     const char* type; ///< of its value, for the help; null for a flag
     std::string help;
     /// Throws std::invalid_argument with a text that says what was wrong and what is expected.

@@ -1,7 +1,6 @@
 #include "Failure.h"
 
 #include <cerrno>
-#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -9,6 +8,8 @@
 
 #include <chronal/Helpers.h>
 #include <fabric-host/Printable.h>
+
+#include "WireTime.h"
 
 namespace chronal::ctl {
 
@@ -41,9 +42,14 @@ std::string numberText(int number)
     return std::to_string(number) + " (" + std::strerror(static_cast<int>(error)) + ')';
 }
 
+void remark(const std::string& text)
+{
+    std::fprintf(stderr, "chronalctl: %s\n", printable(text).c_str());
+}
+
 void complain(const Failure& failure)
 {
-    std::fprintf(stderr, "chronalctl: %s\n", printable(failure.what()).c_str());
+    remark(failure.what());
     if (!failure.advice.empty())
         std::fprintf(stderr, "%s\n", printable(failure.advice).c_str());
 }
@@ -77,11 +83,8 @@ std::string serviceAt(const std::string& socket)
 
 std::string within(std::chrono::microseconds waited)
 {
-    const auto whole = std::chrono::floor<std::chrono::seconds>(waited);
-    nubOsalTime_struct span = {};
-    span.seconds = whole.count();
-    span.microseconds = static_cast<std::int32_t>((waited - whole).count());
-    return " within " + chronal::Helpers::getTimeSpanStr(span).substr(1); // without its sign
+    // Without its sign.
+    return " within " + chronal::Helpers::getTimeSpanStr(sim::wireSpan(waited)).substr(1);
 }
 
 std::string reasonText(int reason) { return reason == 0 ? "closed" : std::strerror(reason); }

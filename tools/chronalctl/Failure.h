@@ -13,7 +13,8 @@ enum class ExitStatus
     done = 0,
     refused = 1,  ///< by the service
     badUsage = 2, ///< of the command line
-    noAnswer = 3  ///< no service, or no answer in time
+    noAnswer = 3, ///< no service, or no answer in time
+    noTime = 4    ///< of the source
 };
 
 /// Why the program did not do what it was asked to; what() is one line of text.
@@ -33,7 +34,8 @@ struct Failure : std::runtime_error
 /// "-13 (Permission denied)" of a negative error number.
 std::string numberText(int number);
 
-/// Prints it to standard error.
+/// Prints a line to standard error.
+void remark(const std::string& text);
 void complain(const Failure& failure);
 
 /// The service's refusal of a command, with its negative error number.

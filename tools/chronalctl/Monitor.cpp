@@ -1,5 +1,6 @@
 #include "Actions.h"
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <csignal>
@@ -21,8 +22,10 @@
 #include <chronal/Helpers.h>
 
 #include "Client.h"
+#include "Clock.h"
 #include "Failure.h"
 #include "Output.h"
+#include "WireTime.h"
 
 namespace chronal::ctl {
 
@@ -36,15 +39,22 @@ constexpr auto lingerTimeout = std::chrono::milliseconds(100);
 class Printer
 {
 public:
-    /// Ends after `count` notifications, if that is set. `onEnd` is called with a lock held.
-    Printer(bool json, std::optional<std::uint64_t> count, std::function<void()> onEnd)
-        : json_(json), count_(count), onEnd_(std::move(onEnd))
+    /// Ends after as many notifications as are given, if they are. `onEnd` is called with a lock
+    /// held.
+    Printer(const Arguments& given, std::function<void()> onEnd)
+        : given_(given), onEnd_(std::move(onEnd))
     {
     }
 
-    void print(const Report& report)
+    void print(Report report)
     {
-        const std::string line = json_ ? asJson(report) : asLine(report);
+        const std::string now = Helpers::getTimeStr(sim::wireTime(sim::systemClock().utc()));
+        const std::string arrived = now.substr(1, 10) + 'T' + now.substr(12, 12) + 'Z';
+        if (given_.json)
+            report.fields.push_back({"arrived", arrived});
+        const std::string line = given_.json         ? asJson(report)
+                                 : given_.timestamps ? arrived + "  " + asLine(report)
+                                                     : asLine(report);
         std::unique_lock<std::mutex> lock(mutex_);
         changed_.wait(lock, [&] { return !writing_ || ended_; });
         if (ended_)
@@ -61,7 +71,7 @@ public:
         writing_ = false;
         changed_.notify_all();
         const bool isNotification = std::strcmp(report.kind, "notification") == 0;
-        if (failure || (isNotification && ++notifications_ == count_))
+        if (failure || (isNotification && ++notifications_ == given_.count))
             endLocked(failure);
     }
 
@@ -93,8 +103,7 @@ private:
         onEnd_();
     }
 
-    const bool json_;
-    const std::optional<std::uint64_t> count_;
+    const Arguments& given_;
     const std::function<void()> onEnd_;
     std::mutex mutex_;
     std::condition_variable changed_;
@@ -141,27 +150,22 @@ public:
     /// The failure of a monitor that has not reached the service in that time, or none.
     std::optional<Failure> failure(const std::string& socket, std::chrono::microseconds waited)
     {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        return reached_ ? std::nullopt
-                        : std::optional<Failure>(noService(socket, waited, lastReason_));
+        const int reason = lastReason_;
+        if (reached_)
+            return std::nullopt;
+        return noService(socket, waited, reason < 0 ? std::nullopt : std::optional<int>(reason));
     }
 
 private:
     void connected() override
     {
-        {
-            const std::lock_guard<std::mutex> lock(mutex_);
-            reached_ = true;
-        }
+        reached_ = true;
         printer_.print({"connection", "connected", {}});
     }
 
     void notConnected(int reason) override
     {
-        {
-            const std::lock_guard<std::mutex> lock(mutex_);
-            lastReason_ = reason;
-        }
+        lastReason_ = reason;
         printer_.print(lossReport(reason));
     }
 
@@ -173,9 +177,8 @@ private:
 
     Printer& printer_;
     const bool broadcasts_;
-    std::mutex mutex_;
-    bool reached_ = false;
-    std::optional<int> lastReason_;
+    std::atomic<bool> reached_{false};
+    std::atomic<int> lastReason_{-1}; ///< negative: none yet
 };
 
 /// Prints the current time of one source. The notification does not name its source, so each source
@@ -230,7 +233,7 @@ void monitor(const Arguments& given, const std::vector<ReferenceTimeId>& sources
 {
     noteSimulation(given);
     boost::asio::io_context loop;
-    Printer printer(given.json, given.count, [&] { loop.stop(); });
+    Printer printer(given, [&] { loop.stop(); });
 
     boost::asio::signal_set signals(loop, SIGINT, SIGTERM);
     signals.async_wait([&](const auto&, int) { printer.end(); });

@@ -4,11 +4,14 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <string_view>
 
 #include <nlohmann/json.hpp>
 
 #include <chronal/Helpers.h>
 #include <fabric-host/Printable.h>
+
+#include "TimeText.h"
 
 namespace chronal::ctl {
 
@@ -47,19 +50,40 @@ std::string labelOf(const Field& field)
     return label;
 }
 
-Json jsonTime(const nubOsalTime_struct& time, const std::string& text)
+Json isoTime(const nubOsalTime_struct& time, bool isLocal)
 {
-    return {{"seconds", time.seconds}, {"microseconds", time.microseconds}, {"text", text}};
+    const std::string text = tools::formatUtc(time);
+    return text.find('-') == 4 ? Json(text.substr(0, text.size() - (isLocal ? 1 : 0))) : Json();
+}
+
+Json isoSpan(nubOsalTime_struct span)
+{
+    const char sign = chronal::Helpers::isNegativeTimeSpan(span) ? '-' : '+';
+    chronal::Helpers::absTimeSpan(&span);
+    const auto seconds = static_cast<int>(span.seconds);
+    char text[30];
+    if (span.seconds < 0 || span.seconds > 86400)
+        return nullptr;
+    if (seconds % 60 != 0 || span.microseconds != 0)
+        std::snprintf(text, sizeof(text), "%cPT%d.%06dS", sign, seconds, span.microseconds);
+    else
+        std::snprintf(text, sizeof(text), "%c%02d:%02d", sign, seconds / 3600, seconds / 60 % 60);
+    return text;
 }
 
 Json jsonOf(const Field& field)
 {
+    const auto timeWith = [&](const nubOsalTime_struct& time, const Json& iso) {
+        return Json{{"seconds", time.seconds},
+                    {"microseconds", time.microseconds},
+                    {"text", textOf(field)},
+                    {"iso", iso}};
+    };
+    const bool isLocal = std::strcmp(field.name, "local") == 0;
     return std::visit(
-        Overloaded{[](bool value) { return Json(value); },
-                   [](std::int64_t value) { return Json(value); },
-                   [](const std::string& value) { return Json(value); },
-                   [&](const Time& time) { return jsonTime(time.value, textOf(field)); },
-                   [&](const Span& span) { return jsonTime(span.value, textOf(field)); }},
+        Overloaded{[](const auto& value) { return Json(value); },
+                   [&](const Time& t) { return timeWith(t.value, isoTime(t.value, isLocal)); },
+                   [&](const Span& t) { return timeWith(t.value, isoSpan(t.value)); }},
         field.value);
 }
 
@@ -105,39 +129,33 @@ std::string aligned(const std::vector<Row>& rows)
     return text;
 }
 
-Row refusedRow(const std::string& label, const Report& refused)
-{
-    return {label, "refused: " + numberText(refused.result)};
-}
-
-Row sourceRow(const Status::Source& source)
-{
-    const Report& report = source.report;
-    if (report.result < 0)
-        return refusedRow(source.name, report);
-    if (!std::get<bool>(report.field("valid").value))
-        return {source.name, "has no time"};
-    return {source.name, textOf(report.field("utc")), textOf(report.field("local")),
-            textOf(report.field("deviation"))};
-}
+constexpr char noChange[] = "none";
 
 std::string nextChange(const Report& next)
 {
     const auto& deviation = std::get<Span>(next.field("deviation").value).value;
     if (nubOsalCompareTime(&deviation, &chronal::Helpers::deviationInvalid) == 0)
-        return "none";
+        return noChange;
     return textOf(next.field("deviation")) + " from UTC " + textOf(next.field("utc")) + " on";
 }
 
-std::vector<Row> settingsRows(const Report& settings)
+std::vector<Row> rowsOf(const std::string& label, const Report& report)
 {
-    if (settings.result < 0)
-        return {refusedRow("settings", settings)};
+    const std::string_view name = report.name;
+    if (report.result < 0)
+        return {{label, "refused: " + numberText(report.result)}};
+    if (name == "timezone")
+        return {{label, textOf(report.field("zone"))}};
+    if (name == "next-deviation")
+        return {{label, nextChange(report)}};
+    if (name == "ref-time" && !std::get<bool>(report.field("valid").value))
+        return {{label, "has no time"}};
+    if (name == "ref-time")
+        return {{label, textOf(report.field("utc")), textOf(report.field("local")),
+                 textOf(report.field("deviation"))}};
     std::vector<Row> rows;
-    for (const char* name : {"automatic_time", "ntp_server", "ntp_used", "zone_sync"}) {
-        const Field& field = settings.field(name);
-        rows.push_back({labelOf(field), textOf(field)});
-    }
+    for (const char* setting : {"automatic_time", "ntp_server", "ntp_used", "zone_sync"})
+        rows.push_back({labelOf(report.field(setting)), textOf(report.field(setting))});
     return rows;
 }
 
@@ -150,6 +168,8 @@ std::string asTable(const Report& report)
     std::vector<Row> rows;
     for (const Field& field : report.fields)
         rows.push_back({labelOf(field), textOf(field)});
+    if (std::strcmp(report.name, "next-deviation") == 0 && nextChange(report) == noChange)
+        rows = {rows.front(), {"next change", noChange}};
     return aligned(rows);
 }
 
@@ -170,33 +190,28 @@ std::string asJson(const Report& report)
 
 std::string asTable(const Status& status)
 {
-    const Report& zone = status.timezone;
-    const Report& next = status.nextDeviation;
-    std::vector<Row> sources = {{"source", "UTC", "local", "deviation"}};
-    std::transform(status.sources.begin(), status.sources.end(), std::back_inserter(sources),
-                   sourceRow);
-    std::vector<Row> rest = settingsRows(status.settings);
-    rest.insert(
-        rest.begin(),
-        {zone.result < 0 ? refusedRow("zone", zone) : Row{"zone", textOf(zone.field("zone"))},
-         next.result < 0 ? refusedRow("next change", next) : Row{"next change", nextChange(next)}});
+    std::vector<Row> sources = {{"source", "UTC", "local", "deviation"}}, rest;
+    for (const Part& part : status)
+        for (const Row& row : rowsOf(part.label, part.report))
+            (part.key == "sources" ? sources : rest).push_back(row);
     return aligned(sources) + '\n' + aligned(rest);
 }
 
 std::string asJson(const Status& status)
 {
-    Json sources = Json::array();
-    for (const Status::Source& source : status.sources) {
-        Json fields = {{"source", source.name}};
-        fields.update(jsonFields(source.report));
-        sources.push_back(fields);
+    Json object = {{"answer", "status"}, {"sources", Json::array()}};
+    for (const Part& part : status) {
+        if (part.key != "sources") {
+            object[part.key] = jsonFields(part.report);
+            continue;
+        }
+        object["sources"].push_back({{"source", part.label}});
+        object["sources"].back().update(jsonFields(part.report));
     }
-    return jsonLine({{"answer", "status"},
-                     {"sources", sources},
-                     {"timezone", jsonFields(status.timezone)},
-                     {"next_deviation", jsonFields(status.nextDeviation)},
-                     {"settings", jsonFields(status.settings)}});
+    return jsonLine(object);
 }
+
+std::string asJson(const std::set<std::string>& texts) { return jsonLine(texts); }
 
 std::string asJson(const std::string& command, const Failure& failure)
 {

@@ -1,6 +1,7 @@
 #ifndef CHRONALCTL_OUTPUT_H
 #define CHRONALCTL_OUTPUT_H
 
+#include <set>
 #include <string>
 #include <vector>
 
@@ -17,26 +18,23 @@ std::string asTable(const Report& report);
 /// One line.
 std::string asLine(const Report& report);
 
-/// One JSON object on one line. Times and spans are objects of seconds, microseconds and text.
+/// One JSON object on one line. Times and spans are objects of seconds, microseconds, text and
+/// their form by ISO 8601, or null for years of more than four digits and spans of more than a day.
 std::string asJson(const Report& report);
 
-/// The service's state. A report that is a refusal is shown as such.
-struct Status
+/// A part of the service's state. A report that is a refusal is shown as such.
+struct Part
 {
-    struct Source
-    {
-        std::string name;
-        Report report;
-    };
-
-    std::vector<Source> sources;
-    Report timezone;
-    Report nextDeviation;
-    Report settings;
+    std::string label;
+    std::string key; ///< of JSON; "sources" for each source
+    Report report;
 };
+using Status = std::vector<Part>;
 
 std::string asTable(const Status& status);
 std::string asJson(const Status& status);
+
+std::string asJson(const std::set<std::string>& texts);
 
 /// `command` is the command's words.
 std::string asJson(const std::string& command, const Failure& failure);

@@ -38,12 +38,13 @@ ReferenceTimeId parseSource(const std::string& text)
                                 "' is not a source; expected RTC, NTP, DVB, TTX or ATSC");
 }
 
-bool parseSwitch(const std::string& text)
+void readState(const std::string& text, Arguments& given)
 {
     const std::string name = upperCase(text);
-    if (name == "ON" || name == "OFF")
-        return name == "ON";
-    throw std::invalid_argument("'" + text + "' is neither on nor off");
+    given.on = name == "ON";
+    given.show = name == "GET";
+    if (!given.on && !given.show && name != "OFF")
+        throw std::invalid_argument("'" + text + "' is not a state; expected on, off or get");
 }
 
 std::chrono::microseconds parseWait(const std::string& text)

@@ -4,7 +4,7 @@
 #include <chrono>
 #include <string>
 
-#include <chronal/ReferenceTimeId.h>
+#include "Arguments.h"
 
 /// Texts of the command line that only chronalctl reads. Each function throws std::invalid_argument
 /// with a text that says what was wrong and what is expected.
@@ -13,8 +13,8 @@ namespace chronal::ctl {
 /// In upper or lower case. "INVAL" is a source as well: the service refuses it.
 ReferenceTimeId parseSource(const std::string& text);
 
-/// "on" or "off", in upper or lower case.
-bool parseSwitch(const std::string& text);
+/// "on", "off" or "get", in upper or lower case.
+void readState(const std::string& text, Arguments& given);
 
 /// A duration that is not zero.
 std::chrono::microseconds parseWait(const std::string& text);

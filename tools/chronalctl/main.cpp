@@ -1,7 +1,5 @@
-#include <cerrno>
 #include <cstdio>
 #include <exception>
-#include <iostream>
 
 #include "CommandLine.h"
 #include "Failure.h"
@@ -27,15 +25,11 @@ ExitStatus complain(const CommandLine& commandLine, const Failure& failure)
 ExitStatus run(CommandLine& commandLine, int argc, char** argv)
 {
     try {
-        commandLine.parse(argc, argv);
-        commandLine.run();
+        if (commandLine.parse(argc, argv))
+            commandLine.run();
         return ExitStatus::done;
     } catch (const CLI::ParseError& error) {
-        // --help and --version end here, too.
-        if (error.get_exit_code() != 0)
-            return complain(commandLine, commandLine.badUsage(error));
-        commandLine.exit(error);
-        return std::cout.flush() ? ExitStatus::done : complain(commandLine, notPrinted(errno));
+        return complain(commandLine, commandLine.badUsage(error));
     } catch (const Failure& failure) {
         return complain(commandLine, failure);
     } catch (const std::exception& error) {

@@ -1,6 +1,8 @@
 #ifndef CHRONAL_TOOLS_STANDARD_STREAMS_H
 #define CHRONAL_TOOLS_STANDARD_STREAMS_H
 
+#include <string>
+
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -15,6 +17,10 @@ inline void holdStandardStreams()
         if (fcntl(stream, F_GETFD) < 0)
             open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY);
 }
+
+/// If standard output is a terminal, lines are broken to fit its width, or $COLUMNS. What does not
+/// fit goes on below the second column, which two blanks separate from the first.
+std::string fitted(const std::string& text);
 
 } // namespace chronal::tools
 
