@@ -100,17 +100,6 @@ inline std::string text(const fabric::SerializableMessageEvent& event)
     return all.rfind("replyResult ", 0) != 0 ? all : result ? strerrorname_np(-result) : "done";
 }
 
-/// Moves only when the test moves it, both times alike.
-struct ManualClock final : Clock
-{
-    Utc utc() const override { return wrapped(now); }
-    TimePoint steady() const override { return steadyNow; }
-    TimePoint steadyAfter(Span wait) const override { return steadyNow + wait; }
-
-    Utc now = sim::utc("2026-01-01T11:30:00");
-    TimePoint steadyNow;
-};
-
 /// A service in Berlin on 2026-01-01 at 12:30 local time, with clients 1 and 2.
 struct Desk : fabric::host::ClientSender
 {
@@ -169,7 +158,7 @@ struct Desk : fabric::host::ClientSender
         else if (step.rfind("wait", 0) == 0)
             advance(argument.time_since_epoch());
         else if (step.rfind("until", 0) == 0)
-            while (clock.now + due <= argument)
+            while (clock.utc() + due <= argument)
                 advance(due);
         else
             ask(step, client);
@@ -185,9 +174,9 @@ struct Desk : fabric::host::ClientSender
 
     void advance(Span span)
     {
-        clock.now += span;
-        clock.steadyNow += span;
-        due = std::chrono::floor<Span>(service.runDue() - clock.steadyNow);
+        clock.advanceTo(clock.steady() + span);
+        service.advance(clock, clock.steady());
+        due = std::chrono::floor<Span>(timeService.runDue() - clock.steady());
     }
 
     void send(ClientId client, std::unique_ptr<fabric::SerializableMessageEvent> event) override
@@ -206,7 +195,7 @@ struct Desk : fabric::host::ClientSender
             sent.back().first += client;
     }
 
-    ManualClock clock;
+    SettableClock clock{utc("2026-01-01T11:30:00"), 0};
     TimeService timeService{{"Europe/Berlin"}, clock};
     FaultInjector service;
     /// In the current line, with the clients that got it one after the other.

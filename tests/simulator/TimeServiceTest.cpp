@@ -181,7 +181,7 @@ TEST(TimeService, LetsEachClockStartAgainAtTheOtherEndOfTheCalendar)
     desk.ask("cmdTimezoneSet Australia/Sydney");
     desk.play("cmdRefTimeSet 2 9999-12-31T23:59:59; wait 2; cmdRefTimeFetch 2 -> 1 done, 1 "
               "replyTimeRefInfo 2 +1 +36000 +36001 1 0");
-    desk.clock.now = utc("9999-12-31T23:59:59");
+    desk.clock.setUtc(utc("9999-12-31T23:59:59"));
     desk.play(R"(
         cmdRefTimeSet 2 9999-12-31T23:59:58; due -> 1 done, in never
         cmdNextTimeDeviationChangeFetch 1 -> 1 replyUtcDeviationInfo 1 +0 -360000 +0 0 0
