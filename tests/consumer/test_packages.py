@@ -55,9 +55,9 @@ def test_native_packages(tmp_path):
 
 @pytest.mark.skipif(not shutil.which(f"{ARM}-g++"), reason=f"{ARM}-g++ is not installed")
 def test_arm_packages(tmp_path):
-    root = tmp_path / "root"
+    root, debs = tmp_path / "root", packages("armhf")
     shutil.copytree(SOURCE / f"build/sysroot/{ARM}", root, symlinks=True)
-    for deb in packages("armhf"):
+    for deb in debs:
         run("dpkg-deb", "-x", deb, root)
     (root / "lib").symlink_to(f"/usr/{ARM}/lib")
     program = build_client(tmp_path / "client", root, "-DCMAKE_SKIP_RPATH=ON", CXXFLAGS="",
