@@ -34,13 +34,17 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             return decltype(parse(text))();
         }
     };
-    const nubOsalTime_struct utc = read(parseUtc), local = read(parseLocal);
+    std::vector<std::string> remarks;
+    const auto parseAny = [&](const std::string& given) { return parseUtc(given, &remarks); };
+    const nubOsalTime_struct utc = read(parseAny), local = read(parseLocal);
     for (const nubOsalTime_struct& each : {utc, local, read(parseSpan)})
         readBack(each);
     assert(local.seconds == 0 || local.seconds == utc.seconds);
     assert(read(parseWait) == read(parseDuration));
-    read(parseSource), read(parseSwitch), read(parseText);
+    read(parseSource), read(parseText);
     read([](const std::string& given) { return fabric::host::setDebugSwitches(given), 0; });
+    Arguments arguments;
+    read([&](const std::string& given) { return readState(given, arguments), 0; });
 
     const auto isControl = [](unsigned char each) { return each < ' ' || each == 0x7f; };
     const std::string shown = fabric::host::printable(text);
