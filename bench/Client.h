@@ -23,8 +23,8 @@
 #include <fabric-host/ServiceHost.h>
 #include <fabric-host/Session.h>
 
-#include <chronal-sim/Messages.h>
 #include "TimeService.h"
+#include <chronal-sim/Messages.h>
 
 /// Clients of a time service, as the measurements of whole round trips need them.
 namespace bench {

@@ -43,7 +43,7 @@ foreach(package IN LISTS CPACK_PACKAGE_FILES)
   string(REGEX REPLACE "[:-]${CPACK_DEBIAN_PACKAGE_ARCHITECTURE}(-cross)?" "" control "${control}")
   if(control MATCHES "Package: ([^\n]*)-dbgsym")
     # cpack writes absolute paths.
-    execute_process(COMMAND sh -c "find usr -type f -exec md5sum {} + > DEBIAN/md5sums"
+    execute_process(COMMAND sh -c "find usr -type f | LC_ALL=C sort | xargs md5sum > DEBIAN/md5sums"
       WORKING_DIRECTORY ${files} COMMAND_ERROR_IS_FATAL ANY)
     file(MAKE_DIRECTORY ${files}/usr/share/doc)
     file(CREATE_LINK ${CMAKE_MATCH_1} ${files}/usr/share/doc/${CMAKE_MATCH_1}-dbgsym SYMBOLIC)

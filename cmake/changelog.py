@@ -19,13 +19,14 @@ def main(changelog, source, maintainer):
         heading, _, body = entry.partition("\n")
         version, date = heading.split(", ")
         released = re.fullmatch(r"\d{4}-\d\d-\d\d", date)
-        day = datetime.fromisoformat(date) if released else datetime.fromtimestamp(now)
+        day = (datetime.fromisoformat(date).replace(tzinfo=timezone.utc) if released
+               else datetime.fromtimestamp(now, timezone.utc))
         print(f"{source} ({version}) {'unstable' if released else 'UNRELEASED'}; urgency=medium\n")
         for item in re.split(r"\n\n|^- ", body.strip(), flags=re.M):
             if item.strip():
                 print(textwrap.fill(" ".join(item.split()), 79,
                                     initial_indent="  * ", subsequent_indent="    "))
-        print(f"\n -- {maintainer}  {format_datetime(day.astimezone(timezone.utc))}\n")
+        print(f"\n -- {maintainer}  {format_datetime(day)}\n")
 
 
 main(*sys.argv[1:])

@@ -111,7 +111,7 @@ FaultInjector::TimePoint FaultInjector::runDueByClock()
     while (!delayed_.empty() && delayed_.begin()->first <= clock_.steady()) {
         Delayed next = std::move(delayed_.begin()->second);
         delayed_.erase(delayed_.begin());
-        send(next.client, std::move(next.event));
+        sendNow(next.client, std::move(next.event));
     }
     const TimePoint due = service_.runDue();
     return delayed_.empty() ? due : std::min(due, delayed_.begin()->first);
@@ -142,6 +142,12 @@ void FaultInjector::send(ClientId client, std::unique_ptr<fabric::SerializableMe
         delayed_.emplace(clock_.steady() + delay_, Delayed{client, std::move(event)});
         return;
     }
+    sendNow(client, std::move(event));
+}
+
+void FaultInjector::sendNow(ClientId client,
+                            std::unique_ptr<fabric::SerializableMessageEvent> event)
+{
     note([&] { return named(client) + " <- " + messageText(*event); });
     outlet_->send(client, std::move(event));
 }

@@ -77,6 +77,7 @@ private:
 
     template <class Text>
     void note(Text text) const noexcept;
+    void sendNow(ClientId client, std::unique_ptr<fabric::SerializableMessageEvent> event);
     TimePoint runDueByClock();
 
     fabric::host::Service& service_;

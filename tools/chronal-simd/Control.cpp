@@ -103,7 +103,7 @@ struct Target
     double speed; ///< of the running clock
 };
 
-/// Returns true when it is done, false to be called again after what it caused has been sent.
+/// Returns true when it is done, false to be called again after what it caused has been queued.
 using Step = std::function<bool(Target)>;
 
 /// Makes a step that is done at once.
@@ -241,7 +241,9 @@ Control::Control(fabric::host::ServiceHost& host, FaultInjector& injector, Setta
 {
     if (::pipe(ended_) != 0)
         throw std::system_error(errno, std::generic_category(), "cannot create a pipe");
-    thread_ = std::thread([this] { read(); });
+    std::string input;
+    input.reserve(longestLine + 1);
+    thread_ = std::thread([this, input = std::move(input)]() mutable { read(input); });
 }
 
 Control::~Control()
@@ -256,9 +258,9 @@ Control::~Control()
     ::close(ended_[0]);
 }
 
-void Control::read()
+/// `input` has room for the longest line.
+void Control::read(std::string& input)
 {
-    std::string input;
     char bytes[4096];
     pollfd sources[] = {{STDIN_FILENO, POLLIN, 0}, {ended_[0], POLLIN, 0}};
     while (::poll(sources, std::size(sources), -1) >= 0 || errno == EINTR) {
@@ -266,12 +268,15 @@ void Control::read()
             return;
         const ssize_t count = ::read(STDIN_FILENO, bytes, sizeof(bytes));
         if (count <= 0)
-            return obey(input);
+            return answer(input);
         for (const char* next = bytes; next != bytes + count; ++next) {
-            if (*next == '\n')
-                obey(std::exchange(input, std::string()));
-            else if (input.size() <= longestLine)
-                input += *next;
+            if (*next != '\n') {
+                if (input.size() <= longestLine)
+                    input += *next; // which has room for it
+                continue;
+            }
+            answer(input);
+            input.clear();
         }
     }
 }
@@ -285,35 +290,48 @@ void Control::waitForRoom() const
     }
 }
 
-void Control::obey(const std::string& line)
+/// Answers a line that is not empty, as soon as there is memory for it.
+void Control::answer(const std::string& line) noexcept
 {
-    try {
-        const Words parts = split(line);
-        if (parts.empty())
-            return;
-        waitForRoom();
-        if (line.size() > longestLine)
-            throw std::invalid_argument("the line is longer than 70000 characters");
-        const Word& word = wordNamed(parts[0]);
-        const Words arguments(parts.begin() + 1, parts.end());
-        if (arguments.size() < word.least || arguments.size() > word.most)
-            throw std::invalid_argument(std::string("expected: ") + word.name + ' ' +
-                                        word.arguments);
-        const Step step = word.parse(arguments);
-        post([&] {
-            if (!step({injector_, clock_, speed_}))
-                return false;
-            answer_(word.aboutTime ? "ok " + tools::formatUtc(wireTime(clock_.utc())) : "ok");
-            return true;
-        });
-    } catch (const std::exception& error) {
-        const std::string what =
-            fabric::host::printable(std::string(error.what()).substr(0, longestComplaint));
-        post([&] {
-            answer_("error: " + what);
-            return true;
-        });
-    }
+    pollfd ended = {ended_[0], POLLIN, 0};
+    do {
+        try {
+            const Words parts = split(line);
+            if (parts.empty())
+                return;
+            waitForRoom();
+            try {
+                if (line.size() > longestLine)
+                    throw std::invalid_argument("the line is longer than 70000 characters");
+                return obey(parts);
+            } catch (const std::bad_alloc&) {
+                throw;
+            } catch (const std::exception& error) {
+                const std::string what =
+                    fabric::host::printable(std::string(error.what()).substr(0, longestComplaint));
+                return post([&] {
+                    answer_("error: " + what);
+                    return true;
+                });
+            }
+        } catch (const std::bad_alloc&) {
+        }
+    } while (::poll(&ended, 1, 100) == 0);
+}
+
+void Control::obey(const Words& parts)
+{
+    const Word& word = wordNamed(parts[0]);
+    const Words arguments(parts.begin() + 1, parts.end());
+    if (arguments.size() < word.least || arguments.size() > word.most)
+        throw std::invalid_argument(std::string("expected: ") + word.name + ' ' + word.arguments);
+    const Step step = word.parse(arguments);
+    post([&] {
+        if (!step({injector_, clock_, speed_}))
+            return false;
+        answer_(word.aboutTime ? "ok " + tools::formatUtc(wireTime(clock_.utc())) : "ok");
+        return true;
+    });
 }
 
 /// Calls `step` on the service's thread until it returns true, or until the host has stopped.

@@ -6,6 +6,7 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include <fabric-host/ServiceHost.h>
 
@@ -40,9 +41,10 @@ public:
     Control& operator=(const Control&) = delete;
 
 private:
-    void read();
+    void read(std::string& input);
+    void answer(const std::string& line) noexcept;
     void waitForRoom() const;
-    void obey(const std::string& line);
+    void obey(const std::vector<std::string>& parts);
     void post(const std::function<bool()>& step);
 
     fabric::host::ServiceHost& host_;

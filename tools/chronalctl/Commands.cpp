@@ -74,7 +74,7 @@ Argument local(const std::string& help)
             read<&Arguments::time, tools::parseLocal>,
             {{EINVAL, "'{TIME}' is not within the years 1970 to 9999 of UTC", isOutside},
              {EINVAL,
-              "'{TIME}' does not exist: the clocks skip it, as daylight saving begins there; "
+              "'{TIME}' does not exist: the clocks skip it; "
               "--earlier or --later takes a time before or after the change",
               hasNoDeviation}}};
 }

@@ -168,7 +168,7 @@ nubOsalTime_struct timeInZone(const std::string& text, const std::string& time,
         fail(text, "is not within the years 1970 to 9999");
     const std::optional<sim::Utc> utc = sim::DeviationRule(zone).toUtc(*local);
     if (!utc)
-        fail(text, "does not exist: the clocks skip it, as daylight saving begins there");
+        fail(text, "does not exist: the clocks skip it");
     const auto change =
         findClockChange(*local, [&](sim::Utc moment) { return zone->periodAt(moment).deviation; });
     if (change && remarks)

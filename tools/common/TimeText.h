@@ -17,10 +17,10 @@ namespace chronal::tools {
 
 /// A date with or without a time: "2026-03-29", "2026-03-29T01:00Z", "2026-03-29 01:00:00.250",
 /// "2026-03-29T03:00:00+02:00", "+0200" or "+02"; "20260329T010000Z"; UTC unless it names an offset
-/// or a zone: "2026-03-29T03:00 Europe/Berlin". Of two such times it is the earlier, as is added to
-/// `remarks`; one that the clocks skip is an error. Or seconds since 1970-01-01: "@1774746000.5".
-/// Up to nine decimals; digits after the sixth are ignored. Or "now" by this machine's clock, or a
-/// span before or after that: "-1h", "+5min" or "now+5min".
+/// or a zone: "2026-03-29T03:00 Europe/Berlin". If that time occurs twice, the earlier is returned
+/// and `remarks` says so; if the clocks skip it, it is an error. Or seconds since 1970-01-01:
+/// "@1774746000.5". Up to nine decimals; digits after the sixth are ignored. Or "now" by this
+/// machine's clock, or a span before or after that: "-1h", "+5min" or "now+5min".
 nubOsalTime_struct parseUtc(const std::string& text, std::vector<std::string>* remarks = nullptr);
 
 /// A local time: a date with or without a time, or seconds, with neither "Z" nor an offset or zone.

@@ -89,7 +89,8 @@ public:
     /// Reports the connection to a client, as the middleware does, until the end of the scope.
     Scope attach(fabric::ClientInterface& client);
 
-    /// Delivers one message or report. Returns false if none waits.
+    /// Delivers one message or report, or begins to connect. Returns false if there is nothing to
+    /// do.
     bool runOne();
 
     /// Delivers what waits, but not what that causes. Returns the number of messages and reports.

@@ -88,12 +88,12 @@ public:
     /// up.
     void disconnect() noexcept;
 
-    /// With Dispatch::caller: opens and closes the link, and makes the reports and deliveries that
-    /// are due, until nothing is. Never waits. Returns true if there was anything to do. Must not
-    /// be called inside a callback.
+    /// Only with Dispatch::caller: opens and closes the link, and makes the reports and deliveries
+    /// that are due, until nothing is. Never waits. Returns true if there was anything to do. Must
+    /// not be called inside a callback.
     bool poll();
 
-    SessionCounters counters() const; ///< thread-safe, like all operations
+    SessionCounters counters() const; ///< since the session was created
 
 private:
     class Impl;

@@ -183,11 +183,12 @@ void format(std::uint32_t code, const char* form, std::va_list arguments)
         start[start.size() - 2] = '\n';
         char* whole = nullptr;
         const bool complete = ::vasprintf(&whole, form, again) == length;
-        writeLine(code, complete ? whole : start.data());
+        writeLine(code, complete ? std::string_view(whole, static_cast<std::size_t>(length))
+                                 : std::string_view(start.data(), start.size() - 1));
         if (complete)
             std::free(whole);
     } else if (length > 0) { // it is negative for an invalid format
-        writeLine(code, start.data());
+        writeLine(code, {start.data(), static_cast<std::size_t>(length)});
     }
     va_end(again);
     errno = savedError;

@@ -426,7 +426,9 @@ void Session::disconnect() noexcept
 
 bool Session::poll()
 {
-    bool any = false;
+    bool any = impl_->openAt_ <= TimePoint::clock::now();
+    if (any)
+        impl_->guardLoop([this] { impl_->openLink(); });
     for (bool more = true; more; any = any || more)
         impl_->guardLoop([&] { more = impl_->loop_.poll_one() != 0; });
     return any;

@@ -115,7 +115,7 @@ private:
     void end();
 
     template <typename Call>
-    int callService(const char* operation, Call call);
+    int callService(const char* operation, const Call& call);
 
     Service& service_;
     std::atomic<std::size_t> framesRefused_{0}; // not every target has 64-bit atomics
@@ -406,7 +406,7 @@ void ServiceHost::Impl::finish()
 
 /// Calls the service. Returns 0, or an error number for an exception, which is logged.
 template <typename Call>
-int ServiceHost::Impl::callService(const char* operation, Call call)
+int ServiceHost::Impl::callService(const char* operation, const Call& call)
 {
     int error = 0;
     callGuarded(call, [&](const char* what) {
