@@ -150,6 +150,11 @@ TEST(Debug, ALineContainsNoControlCharacterBeforeItsEnd)
     EXPECT_EQ("\\x1b[2J\\x0aforged \\u202e \u00fc\n",
               standardErrorOf("\x1b[2J\nforged \u202e \u00fc\n"));
     EXPECT_EQ("\\x7f\n", standardErrorOf("\x7f"));
+    std::string taken;
+    setDebugSink([&](std::uint32_t, const std::string& text) { taken = text; });
+    nubDebugOutput0(&chunk, "a%cb\n", 0);
+    setDebugSink({});
+    EXPECT_EQ(taken, "a\\x00b\n");
 }
 
 TEST(Printable, WhatIsNotVisibleOrNotUtf8IsEscaped)
