@@ -141,7 +141,7 @@ private:
 
 inline std::unique_ptr<Event> newEvent(const chronal::sim::Content& content)
 {
-    return std::make_unique<Event>(content.meta, fabric::EndpointId{-1, 0}, content.data);
+    return chronal::sim::newEvent(content, {0, 0});
 }
 
 inline fabric::host::FrameBytes encoded(const Event& event)

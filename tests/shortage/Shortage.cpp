@@ -44,24 +44,4 @@ bool failsNow()
 
 Shortage& shortage() { return *shared; }
 
-extern "C" {
-
-void* __libc_malloc(std::size_t size);
-void* __libc_calloc(std::size_t count, std::size_t size);
-void* __libc_realloc(void* block, std::size_t size);
-
-__attribute__((visibility("default"))) void* malloc(std::size_t size)
-{
-    return failsNow() ? nullptr : __libc_malloc(size);
-}
-
-__attribute__((visibility("default"))) void* calloc(std::size_t count, std::size_t size)
-{
-    return failsNow() ? nullptr : __libc_calloc(count, size);
-}
-
-__attribute__((visibility("default"))) void* realloc(void* block, std::size_t size)
-{
-    return failsNow() ? nullptr : __libc_realloc(block, size);
-}
-}
+#include "../../testing/FailingAllocator.h" // uses failsNow()
