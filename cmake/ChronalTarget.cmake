@@ -48,3 +48,15 @@ function(chronal_shared_link target)
     target_link_options(${target} PRIVATE LINKER:--no-undefined)
   endif()
 endfunction()
+
+# Adds chronal::NAME, a static library for development hosts with its headers in include/.
+function(chronal_host_library name)
+  add_library(chronal-${name} STATIC ${ARGN})
+  add_library(chronal::${name} ALIAS chronal-${name})
+  chronal_target(chronal-${name})
+  set_target_properties(chronal-${name} PROPERTIES EXPORT_NAME ${name})
+  target_include_directories(chronal-${name} PUBLIC
+    $<BUILD_INTERFACE:${CMAKE_CURRENT_SOURCE_DIR}/include>
+    $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>
+  )
+endfunction()
